@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <type_traits>
+
+namespace fastdelegate
+{
+
+/// A member function bound to one object, called with two arguments.
+///
+/// It is a small value: copying it copies two pointers and the bytes of a member function pointer, and
+/// nothing is allocated. It does not own its object and does not know when the object is gone; whoever keeps
+/// a delegate longer than that must drop it.
+///
+///     FastDelegate2<int, QString const&, bool> onReply(this, &Listener::onReply);
+///     bool const accepted = onReply(7, text);
+template <class P1, class P2, class R = void> class FastDelegate2
+{
+public:
+    FastDelegate2() = default;
+    FastDelegate2(std::nullptr_t) {}
+
+    /// Binds @p object to @p function, which may be declared in @p object's class or in any base of it.
+    template <class Object, class Declaring> FastDelegate2(Object* object, R (Declaring::*function)(P1, P2))
+    {
+        bind<Declaring>(object, function);
+    }
+
+    template <class Object, class Declaring>
+    FastDelegate2(Object const* object, R (Declaring::*function)(P1, P2) const)
+    {
+        bind<Declaring const>(object, function);
+    }
+
+    /// Calls the function on the object; an empty delegate does nothing and returns a value-initialised R.
+    R operator()(P1 first, P2 second) const
+    {
+        return m_invoke ? m_invoke(*this, static_cast<P1>(first), static_cast<P2>(second)) : R();
+    }
+
+    bool empty() const { return m_invoke == nullptr; }
+    explicit operator bool() const { return !empty(); }
+    void clear() { *this = FastDelegate2(); }
+
+    friend bool operator==(FastDelegate2 const& a, std::nullptr_t) { return a.empty(); }
+    friend bool operator!=(FastDelegate2 const& a, std::nullptr_t) { return !a.empty(); }
+
+private:
+    // Holds a pointer to a member function of any class; the ABI gives all of them one size.
+    struct AnyClass;
+    using AnyFunction = R (AnyClass::*)(P1, P2);
+
+    template <class Declaring, class Object, class Function> void bind(Object* object, Function function)
+    {
+        static_assert(sizeof(Function) <= sizeof(m_function) && std::is_trivially_copyable_v<Function>);
+        // The conversion adjusts the address where the declaring class is not the first base.
+        Declaring* const target = object;
+        m_object = target;
+        std::memcpy(&m_function, &function, sizeof(function));
+        m_invoke = [](FastDelegate2 const& self, P1 first, P2 second) -> R {
+            Function bound;
+            std::memcpy(&bound, &self.m_function, sizeof(bound));
+            // A const member function was bound with a const object, any other with a mutable one.
+            auto* const receiver = static_cast<Declaring*>(const_cast<void*>(self.m_object));
+            return (receiver->*bound)(static_cast<P1>(first), static_cast<P2>(second));
+        };
+    }
+
+    void const* m_object = nullptr;
+    AnyFunction m_function = nullptr;
+    R (*m_invoke)(FastDelegate2 const&, P1, P2) = nullptr;
+};
+
+} // namespace fastdelegate

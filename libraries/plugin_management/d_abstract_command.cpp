@@ -1,0 +1,277 @@
+#include <plugin_management/d_abstract_command.h>
+#include <plugin_management/d_order.h>
+
+#include <QStringList>
+
+#include <algorithm>
+#include <iterator>
+
+DAbstractCommand::DAbstractCommand(QString const& commandName, QMap<QString, QVariant> const& parameters,
+                                   QObject* parent)
+    : DAbstractCommand(commandName, QString(), parameters, parent)
+{}
+
+DAbstractCommand::DAbstractCommand(QString const& commandName, QString const& stopCommandName,
+                                   QMap<QString, QVariant> const& parameters, QObject* parent)
+    : QObject(parent)
+    , m_commandName(commandName)
+    , m_stopCommandName(stopCommandName)
+    , m_parameters(parameters)
+{}
+
+DAbstractCommand::~DAbstractCommand() = default;
+
+void DAbstractCommand::linkWithItsOrder(QObject* order)
+{
+    if (auto* const former = this->order())
+        former->m_command = nullptr;
+    m_order = order;
+    if (auto* const host = this->order())
+        host->m_command = this;
+}
+
+QString DAbstractCommand::commandName() const
+{
+    return m_commandName;
+}
+
+QString DAbstractCommand::stopCommandName() const
+{
+    return m_stopCommandName;
+}
+
+quint64 DAbstractCommand::getOrderId() const
+{
+    auto const* const host = order();
+    return host ? host->id() : 0;
+}
+
+quint64 DAbstractCommand::getParameterOrderId() const
+{
+    return m_parameters.value(QStringLiteral("orderId")).toULongLong();
+}
+
+bool DAbstractCommand::isRecurrent() const
+{
+    return !m_stopCommandName.isEmpty();
+}
+
+bool DAbstractCommand::isValid() const
+{
+    return !m_commandName.isEmpty();
+}
+
+QString DAbstractCommand::description() const
+{
+    return m_description;
+}
+
+QString DAbstractCommand::fullDescription() const
+{
+    auto const line = [](QString const& kind, DDeclaration const& declared) {
+        return QStringLiteral("%1 \"%2\" (%3): %4").arg(kind, declared.key, declared.typeTag, declared.label);
+    };
+    QStringList lines{m_description};
+    for (auto const& parameter : m_arguments.parameters)
+        lines += line(QStringLiteral("parameter"), parameter);
+    for (auto const& result : m_arguments.results)
+        lines += line(QStringLiteral("result"), result);
+    return lines.join(QLatin1Char('\n'));
+}
+
+DCommandArguments DAbstractCommand::commandArguments() const
+{
+    return m_arguments;
+}
+
+bool DAbstractCommand::commandExecute()
+{
+    if (!m_order)
+        return false;
+    m_isRunning = true;
+    m_failure.clear();
+    return true;
+}
+
+bool DAbstractCommand::setReply(quint64 instructionId, QMap<QString, QVariant> const& reply)
+{
+    auto const it = m_pending.find(instructionId);
+    if (it == m_pending.end()) {
+        if (auto* const host = order())
+            host->replyDropped(instructionId);
+        return false;
+    }
+    Busy const busy(*this);
+    // The handler may post or withdraw instructions, so nothing of the table is held across the call.
+    OnReply const onReply = it->onReply;
+    QString const name = it->name;
+    if (isRecurrent() && m_isRunning)
+        it->isAnswered = true;
+    else
+        m_pending.erase(it);
+    bool const accepted = onReply.empty() || onReply(instructionId, reply);
+    if (!accepted)
+        noteFailure(QStringLiteral("the reply to \"%1\" was not accepted").arg(name));
+    return accepted;
+}
+
+bool DAbstractCommand::finishTheCommand(bool& success)
+{
+    withdrawAll();
+    return commandFinish(success);
+}
+
+QVariant DAbstractCommand::result(QString const& key) const
+{
+    return m_results.value(key);
+}
+
+quint64 DAbstractCommand::addInstruction(
+    QString const& target, QString const& instruction, QMap<QString, QVariant> const& arguments,
+    int timeAllowance, fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool> onReply)
+{
+    auto* const host = order();
+    quint64 const id =
+        host ? host->instructionPosted({target, instruction, arguments, timeAllowance}) : ++m_lastId;
+    m_pending.insert(id, {instruction, timeAllowance, onReply, false});
+    return id;
+}
+
+void DAbstractCommand::setDescription(QString const& description)
+{
+    m_description = description;
+}
+
+void DAbstractCommand::declareAParameter(QString const& key, QString const& typeTag, QString const& label,
+                                         QVariant const& defaultValue)
+{
+    m_arguments.parameters.append({key, typeTag, label, defaultValue});
+}
+
+void DAbstractCommand::declareAResult(QString const& key, QString const& typeTag, QString const& label,
+                                      QVariant const& defaultValue)
+{
+    m_arguments.results.append({key, typeTag, label, defaultValue});
+    m_results.insert(key, defaultValue);
+}
+
+QVariant DAbstractCommand::getParameterValue(QString const& key, QVariant const& defaultValue) const
+{
+    auto const given = m_parameters.constFind(key);
+    if (given != m_parameters.constEnd())
+        return *given;
+    auto const& declared = m_arguments.parameters;
+    auto const it = std::find_if(declared.cbegin(), declared.cend(),
+                                 [&key](auto const& parameter) { return parameter.key == key; });
+    return it == declared.cend() ? defaultValue : it->defaultValue;
+}
+
+QVariant DAbstractCommand::getParametersSection(QString const& key) const
+{
+    return m_parameters.value(key);
+}
+
+bool DAbstractCommand::commandUpdateResult(QString const& key, QVariant const& value)
+{
+    if (!m_results.contains(key))
+        return false;
+    m_results.insert(key, value);
+    if (auto* const host = order())
+        host->resultUpdated(key, value);
+    return true;
+}
+
+bool DAbstractCommand::commandFinish(bool& success)
+{
+    success = success && m_isRunning;
+    if (!m_isRunning)
+        return false;
+    end(success);
+    return true;
+}
+
+void DAbstractCommand::stopTheInstruction(quint64 instructionId)
+{
+    if (m_pending.remove(instructionId) == 0)
+        return;
+    if (auto* const host = order())
+        host->instructionWithdrawn(instructionId);
+}
+
+DAbstractCommand::Busy::Busy(DAbstractCommand& command) : m_command(command)
+{
+    ++m_command.m_busy;
+}
+
+DAbstractCommand::Busy::~Busy()
+{
+    if (--m_command.m_busy == 0 && m_command.m_isRunning && !m_command.isRecurrent()
+        && m_command.m_pending.isEmpty())
+        m_command.end(m_command.m_failure.isEmpty());
+}
+
+DOrder* DAbstractCommand::order() const
+{
+    return qobject_cast<DOrder*>(m_order.data());
+}
+
+bool DAbstractCommand::awaitsReplies() const
+{
+    return std::any_of(m_pending.cbegin(), m_pending.cend(),
+                       [](auto const& pending) { return !pending.isAnswered; });
+}
+
+void DAbstractCommand::allowancePassed(quint64 instructionId)
+{
+    auto const it = m_pending.constFind(instructionId);
+    if (it == m_pending.cend() || it->isAnswered)
+        return;
+    if (!m_isRunning)
+        stopTheInstruction(instructionId);
+    else if (!isRecurrent())
+        fail(QStringLiteral("no reply to \"%1\" within %2 ms").arg(it->name).arg(it->timeAllowance));
+}
+
+void DAbstractCommand::instructionFailed(quint64 instructionId, QString const& reason)
+{
+    auto const it = m_pending.find(instructionId);
+    if (it == m_pending.end())
+        return;
+    QString const name = it->name;
+    m_pending.erase(it);
+    if (m_isRunning && !isRecurrent())
+        fail(QStringLiteral("\"%1\": %2").arg(name, reason));
+}
+
+void DAbstractCommand::noteFailure(QString const& message)
+{
+    // The first failure is the one to tell; those that follow are often its consequences.
+    if (m_failure.isEmpty())
+        m_failure = message;
+}
+
+void DAbstractCommand::fail(QString const& message)
+{
+    noteFailure(message);
+    withdrawAll();
+    end(false);
+}
+
+void DAbstractCommand::withdrawAll()
+{
+    auto const ids = m_pending.keys();
+    for (quint64 const id : ids)
+        stopTheInstruction(id);
+}
+
+void DAbstractCommand::end(bool success)
+{
+    m_isRunning = false;
+    for (auto it = m_pending.begin(); it != m_pending.end();)
+        it = it->isAnswered ? m_pending.erase(it) : std::next(it);
+    auto* const host = order();
+    QString const message = success ? QString() : m_failure;
+    emit sigCommandFinished(success);
+    if (host)
+        host->commandFinished(success, message);
+}

@@ -1,0 +1,65 @@
+#include "p_tool_vesk_zrt.h"
+
+#include "d_cmd_init_zrt.h"
+#include "zrt_log.h"
+
+#include <utilities/utilities.h>
+
+#include <QStringList>
+#include <QVariant>
+
+namespace
+{
+
+constexpr char const* c_version = "1.0";
+constexpr char const* c_subType = "tightening";
+
+} // namespace
+
+PToolVeskZrt::PToolVeskZrt(QUuid const& objectUuid, QObject* parent)
+    : DAbstractTighteningTool(getPluginId(), QString::fromLatin1(getPluginName()),
+                              versionFromString(QString::fromLatin1(c_version), nullptr, QLatin1Char('.')),
+                              objectUuid, parent)
+{
+    setProperty(QStringLiteral("toolType"), QVariant(0), false);
+    setProperty(QStringLiteral("features"), QVariant(QStringList{QStringLiteral("allow_loosening")}), false);
+    setProperty(QStringLiteral("typeName"), QVariant(QString::fromLatin1(c_subType)), false);
+    zrt::traceLife(*this, "created");
+}
+
+PToolVeskZrt::~PToolVeskZrt()
+{
+    zrt::traceLife(*this, "destroyed");
+}
+
+QUuid PToolVeskZrt::getPluginId()
+{
+    return QUuid(QStringLiteral("{fe68f24c-ac43-4833-abc7-7d9f33744448}"));
+}
+
+char const* PToolVeskZrt::getPluginName()
+{
+    return "Plugin Tool ZRT";
+}
+
+quint32 PToolVeskZrt::getPluginType()
+{
+    return 0x546F6F6C; // 'Tool'
+}
+
+void PToolVeskZrt::initPluginCommands()
+{
+    declareInstructionCommand(new DCmdInitZrt(QVariantMap(), this));
+
+    emit sigCommandsInitDone(objectUuid(), commandNames());
+}
+
+IPlugin* PToolVeskZrt::createInstance(QUuid const& objectUuid) const
+{
+    return new PToolVeskZrt(objectUuid, nullptr);
+}
+
+char const* PToolVeskZrt::pluginSubTypeName() const
+{
+    return c_subType;
+}
