@@ -1,0 +1,145 @@
+#include "inspect_command.h"
+
+#include "output.h"
+
+#include "host/clock.h"
+#include "host/plugin_library.h"
+#include "host/run_event.h"
+#include "host/tool.h"
+#include "host/workstation.h"
+#include "trace/event_json.h"
+
+#include <plugin_management/d_abstract_plugin.h>
+#include <utilities/utilities.h>
+
+#include <QUuid>
+
+namespace
+{
+
+using Json = nlohmann::ordered_json;
+
+std::string text(QString const& string)
+{
+    return string.toStdString();
+}
+
+QString typeCode(quint32 code)
+{
+    QString letters;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        letters += QLatin1Char(static_cast<char>(code >> shift));
+    return letters;
+}
+
+Json declarationJson(DDeclaration const& declaration)
+{
+    return {{"key", text(declaration.key)},
+            {"type", text(declaration.typeTag)},
+            {"label", text(declaration.label)},
+            {"default", toJson(declaration.defaultValue)}};
+}
+
+Json declarationsJson(QList<DDeclaration> const& declarations)
+{
+    Json list = Json::array();
+    for (auto const& declaration : declarations)
+        list.push_back(declarationJson(declaration));
+    return list;
+}
+
+QString declarationText(char const* kind, DDeclaration const& declaration)
+{
+    QString const defaultText = declaration.defaultValue.isValid()
+                                    ? QString::fromUtf8(toLine(toJson(declaration.defaultValue)).trimmed())
+                                    : QStringLiteral("none");
+    return QStringLiteral("    %1 %2 (%3)  %4, default %5\n")
+        .arg(QLatin1String(kind), declaration.key, declaration.typeTag, declaration.label, defaultText);
+}
+
+// The library as its file tells; nothing of it has run yet.
+void showLibrary(PluginLibrary const& library, bool json, Output& output)
+{
+    if (json) {
+        output.write(toLine({{"kind", "library"},
+                             {"file", text(library.fileName())},
+                             {"interface", text(library.interfaceIdentifier())},
+                             {"class", text(library.className())},
+                             {"qt", text(library.qtVersion())}}));
+        return;
+    }
+    output.write(
+        QStringLiteral("Library     %1\nInterface   %2\nClass       %3\nBuilt for   Qt %4\n")
+            .arg(library.fileName(), library.interfaceIdentifier(), library.className(), library.qtVersion())
+            .toUtf8());
+}
+
+void showPlugin(DAbstractPlugin const& plugin, bool json, Output& output)
+{
+    QString const version = versionToString(plugin.pluginVersion());
+    QString const subType = QString::fromUtf8(plugin.pluginSubTypeName());
+    if (json) {
+        output.write(toLine({{"kind", "plugin"},
+                             {"name", text(plugin.pluginName())},
+                             {"version", text(version)},
+                             {"uuid", text(plugin.pluginUuid().toString())},
+                             {"type", text(typeCode(plugin.pluginType()))},
+                             {"subType", text(subType)}}));
+    } else {
+        output.write(QStringLiteral("\nPlugin      %1 %2\nKind        %3\nType        %4, %5\n\nProperties\n")
+                         .arg(plugin.pluginName(), version, plugin.pluginUuid().toString(),
+                              typeCode(plugin.pluginType()), subType)
+                         .toUtf8());
+    }
+    auto const properties = plugin.properties();
+    for (auto const& [key, value] : properties) {
+        if (json)
+            output.write(toLine({{"kind", "property"}, {"key", text(key)}, {"value", toJson(value)}}));
+        else
+            output.write("    " + key.toUtf8() + " = " + toLine(toJson(value)));
+    }
+}
+
+void showCommand(ICommand const& command, bool json, Output& output)
+{
+    auto const arguments = command.commandArguments();
+    QString const stop = command.stopCommandName();
+    if (json) {
+        output.write(toLine({{"kind", "command"},
+                             {"name", text(command.commandName())},
+                             {"stop", stop.isEmpty() ? Json() : Json(text(stop))},
+                             {"description", text(command.description())},
+                             {"parameters", declarationsJson(arguments.parameters)},
+                             {"results", declarationsJson(arguments.results)}}));
+        return;
+    }
+    QString lines =
+        QStringLiteral("\nCommand %1%2\n    \"%3\"\n")
+            .arg(command.commandName(), stop.isEmpty() ? QString() : QStringLiteral(", stopped by ") + stop,
+                 command.description());
+    for (auto const& parameter : arguments.parameters)
+        lines += declarationText("parameter", parameter);
+    for (auto const& result : arguments.results)
+        lines += declarationText("result   ", result);
+    output.write(lines.toUtf8());
+}
+
+} // namespace
+
+int inspectCommand(InspectOptions const& options)
+{
+    Output output;
+    PluginLibrary library(options.plugin);
+    showLibrary(library, options.json, output);
+
+    Clock clock(Clock::Pace::Simulated);
+    RunEvents const events(clock);
+    Workstation workstation(clock, events);
+    Tool const tool(library.plugin(), QUuid(), workstation);
+    showPlugin(tool.plugin(), options.json, output);
+    auto const names = tool.plugin().commandNames();
+    for (auto const& name : names)
+        showCommand(*tool.plugin().commandPrototype(name), options.json, output);
+    output.close();
+    return 0;
+}

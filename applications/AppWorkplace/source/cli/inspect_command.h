@@ -1,0 +1,12 @@
+#pragma once
+
+#include <QString>
+
+struct InspectOptions
+{
+    QString plugin;
+    bool json = false;
+};
+
+/// `workplace inspect`: the program's exit code. InputError for bad input.
+int inspectCommand(InspectOptions const& options);

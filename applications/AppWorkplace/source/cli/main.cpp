@@ -1,0 +1,82 @@
+#include "inspect_command.h"
+#include "run_command.h"
+
+#include "input/input_error.h"
+
+#include <QCoreApplication>
+
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <cstdio>
+
+namespace
+{
+
+constexpr int c_badUsage = 2;
+
+int complain(std::string const& what)
+{
+    std::fprintf(stderr, "workplace: %s\n", what.c_str());
+    return c_badUsage;
+}
+
+QString defaultPlugin()
+{
+    return QCoreApplication::applicationDirPath()
+           + QStringLiteral("/" WORKPLACE_PLUGIN_DIR "/libp_tool_vesk_zrt.so");
+}
+
+/// Options arrive as bytes of the locale.
+CLI::Option* addText(CLI::App& app, std::string const& name, QString& value, std::string const& description)
+{
+    return app.add_option_function<std::string>(
+        name, [&value](std::string const& text) { value = QString::fromLocal8Bit(text.c_str()); },
+        description);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication const application(argc, argv);
+    // A reader that goes away is reported like any other failure to write.
+    std::signal(SIGPIPE, SIG_IGN);
+
+    CLI::App app("A small workstation for trying the ZRT tool plugin: real plugin, simulated controller.\n"
+                 "Exit codes: 0 as asked, 1 an order failed, 2 bad usage or input.",
+                 "workplace");
+    app.require_subcommand(1);
+
+    InspectOptions inspect;
+    inspect.plugin = defaultPlugin();
+    auto* const inspectVerb = app.add_subcommand("inspect", "Show what a plugin library is and offers");
+    addText(*inspectVerb, "--plugin", inspect.plugin, "the library, or the folder it is in")
+        ->type_name("FILE");
+    inspectVerb->add_flag("--json", inspect.json, "one JSON object a line, for programs");
+
+    RunOptions run;
+    run.plugin = defaultPlugin();
+    auto* const runVerb = app.add_subcommand("run", "Run a work sequence on a simulated controller");
+    addText(*runVerb, "SEQUENCE", run.sequence, "the work sequence, a JSON file")->required();
+    addText(*runVerb, "--plugin", run.plugin, "the library, or the folder it is in")->type_name("FILE");
+    addText(*runVerb, "--controller", run.controller, "the controller's set-up instead of the sequence's own")
+        ->type_name("FILE");
+    addText(*runVerb, "--trace", run.trace, "write down everything that happens, one JSON object a line")
+        ->type_name("FILE");
+    runVerb->add_flag("--json", run.json, "one JSON object a line, for programs");
+    runVerb->add_flag("--real-time", run.realTime, "take the time that the real thing takes");
+
+    try {
+        app.parse(argc, argv);
+        return *inspectVerb ? inspectCommand(inspect) : runCommand(run);
+    } catch (CLI::ParseError const& error) {
+        if (error.get_exit_code() == 0)
+            return app.exit(error); // --help
+        return complain(error.what());
+    } catch (InputError const& error) {
+        return complain(error.what());
+    } catch (std::exception const& error) {
+        return complain(error.what());
+    }
+}

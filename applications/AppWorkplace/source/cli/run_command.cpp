@@ -1,0 +1,83 @@
+#include "run_command.h"
+
+#include "output.h"
+#include "transcript.h"
+
+#include "controller/zrt_endpoint.h"
+#include "controller/zrt_setup.h"
+#include "host/clock.h"
+#include "host/log_tap.h"
+#include "host/plugin_library.h"
+#include "host/run_event.h"
+#include "host/tool.h"
+#include "host/workstation.h"
+#include "sequence/sequence_runner.h"
+#include "trace/trace_file.h"
+
+#include <plugin_management/d_abstract_plugin.h>
+#include <utilities/date_source.h>
+
+#include <memory>
+
+namespace
+{
+
+// The simulated tool's identity: the same in every run.
+QUuid toolUuid()
+{
+    return QUuid(QStringLiteral("{00000000-0000-4000-8000-000000000001}"));
+}
+
+// The log lines of a run are dated by its clock.
+class RunDates
+{
+public:
+    explicit RunDates(Clock const& clock)
+    {
+        setDateSource([&clock] { return clock.date(); });
+    }
+    ~RunDates() { setDateSource({}); }
+    RunDates(RunDates const&) = delete;
+    RunDates& operator=(RunDates const&) = delete;
+};
+
+} // namespace
+
+int runCommand(RunOptions const& options)
+{
+    // Everything that can be wrong with the input is found before anything runs.
+    PluginLibrary library(options.plugin);
+    Clock clock(options.realTime ? Clock::Pace::RealTime : Clock::Pace::Simulated);
+    RunEvents events(clock);
+    Workstation workstation(clock, events);
+    Tool tool(library.plugin(), toolUuid(), workstation);
+    Sequence const sequence = readSequence(options.sequence, tool.plugin());
+    QString const setupFile = options.controller.isEmpty() ? sequence.controllerFile : options.controller;
+    ZrtSetup const setup = setupFile.isEmpty() ? ZrtSetup() : readZrtSetup(setupFile);
+    std::unique_ptr<TraceFile> trace;
+    if (!options.trace.isEmpty())
+        trace = std::make_unique<TraceFile>(options.trace);
+
+    Output output;
+    events.listen([&output, &options](qint64 time, RunEvent const& event) {
+        output.write(options.json ? toJsonTranscript(time, event) : toTranscript(time, event));
+    });
+    if (trace)
+        events.listen([&trace](qint64 time, RunEvent const& event) { trace->write(time, event); });
+
+    ZrtController controller(setup.state);
+    ZrtEndpoint endpoint(controller, setup.replyTime, clock);
+    if (setup.isConnected)
+        workstation.connectEndpoint(QStringLiteral("device"), endpoint);
+
+    bool succeeded = false;
+    {
+        LogTap const logTap(events);
+        RunDates const dates(clock);
+        succeeded = SequenceRunner(tool, workstation, clock).run(sequence);
+    }
+    if (trace)
+        trace->close();
+    output.close();
+    return succeeded ? 0 : 1;
+}

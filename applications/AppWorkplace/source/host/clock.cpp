@@ -1,0 +1,52 @@
+#include "clock.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <algorithm>
+#include <chrono>
+
+namespace
+{
+
+QDateTime startOf(Clock::Pace pace)
+{
+    // A simulated run must not differ from the next one, so it does not ask what day it is.
+    return pace == Clock::Pace::RealTime ? QDateTime::currentDateTimeUtc()
+                                         : QDateTime(QDate(2000, 1, 1), QTime(0, 0), Qt::UTC);
+}
+
+void waitUntil(QDateTime const& date)
+{
+    // A timer may fire a little early.
+    for (qint64 left = 0; (left = QDateTime::currentDateTimeUtc().msecsTo(date)) > 0;) {
+        QEventLoop loop;
+        QTimer::singleShot(std::chrono::milliseconds(left), Qt::PreciseTimer, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+}
+
+} // namespace
+
+Clock::Clock(Pace pace) : m_pace(pace), m_start(startOf(pace)) {}
+
+void Clock::after(qint64 delay, std::function<void()> task)
+{
+    m_tasks.emplace(std::pair(m_now + std::max<qint64>(delay, 0), ++m_planned), std::move(task));
+}
+
+bool Clock::step()
+{
+    if (m_tasks.empty())
+        return false;
+    auto const next = m_tasks.extract(m_tasks.begin());
+    qint64 const due = next.key().first;
+    if (m_pace == Pace::RealTime)
+        waitUntil(m_start.addMSecs(due));
+    m_now = due;
+    next.mapped()();
+    // What the task left in Qt's queue belongs to the same moment.
+    QCoreApplication::sendPostedEvents();
+    return true;
+}

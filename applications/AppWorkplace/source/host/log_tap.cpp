@@ -1,0 +1,49 @@
+#include "log_tap.h"
+
+#include "run_event.h"
+
+#include <QRegularExpression>
+
+namespace
+{
+
+RunEvents const* s_events = nullptr;
+
+QString nameOf(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return QStringLiteral("debug");
+    case QtInfoMsg:
+        return QStringLiteral("info");
+    case QtWarningMsg:
+        return QStringLiteral("warning");
+    case QtCriticalMsg:
+        return QStringLiteral("critical");
+    case QtFatalMsg:
+        return QStringLiteral("fatal");
+    }
+    return QString();
+}
+
+void publish(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
+{
+    static QRegularExpression const address(QStringLiteral("0x[0-9a-f]+"));
+    QString stable = text;
+    stable.replace(address, QStringLiteral("0x.."));
+    s_events->publish(LogWritten{nameOf(type), stable});
+}
+
+} // namespace
+
+LogTap::LogTap(RunEvents const& events)
+{
+    s_events = &events;
+    m_former = qInstallMessageHandler(publish);
+}
+
+LogTap::~LogTap()
+{
+    qInstallMessageHandler(m_former);
+    s_events = nullptr;
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <plugin_management/d_order.h>
+
+#include <QString>
+#include <QVariant>
+
+#include <functional>
+#include <variant>
+#include <vector>
+
+class Clock;
+
+// What happens in a run, for whoever shows it or writes it down.
+
+struct OrderStarted
+{
+    quint64 order;
+    QString command;
+    QVariantMap parameters;
+};
+struct StopOrdered
+{
+    QString stopCommand;
+};
+struct InstructionPosted
+{
+    quint64 order;
+    quint64 instruction;
+    DInstruction content;
+};
+struct InstructionWithdrawn
+{
+    quint64 order;
+    quint64 instruction;
+};
+struct ReplyArrived
+{
+    quint64 order;
+    quint64 instruction;
+    QVariantMap reply;
+};
+/// The reply that arrived just before was not wanted any more.
+struct ReplyDropped
+{
+    quint64 order;
+    quint64 instruction;
+};
+struct ResultUpdated
+{
+    quint64 order;
+    QString key;
+    QVariant value;
+};
+struct OrderFinished
+{
+    quint64 order;
+    QString command;
+    bool success;
+    QString message; ///< why it failed
+};
+struct ExpectationMissed
+{
+    quint64 order;
+    QString key;
+    QVariant expected;
+    QVariant actual;
+};
+struct LogWritten
+{
+    QString level; ///< "debug", "info", "warning", "critical" or "fatal"
+    QString text;
+};
+struct RunFinished
+{
+    int succeeded;
+    int failed;
+    int notRun;
+    quint64 droppedReplies;
+};
+
+using RunEvent =
+    std::variant<OrderStarted, StopOrdered, InstructionPosted, InstructionWithdrawn, ReplyArrived,
+                 ReplyDropped, ResultUpdated, OrderFinished, ExpectationMissed, LogWritten, RunFinished>;
+
+/// Passes each event on to all listeners, with its time in milliseconds.
+class RunEvents
+{
+public:
+    using Listener = std::function<void(qint64 time, RunEvent const& event)>;
+
+    explicit RunEvents(Clock const& clock) : m_clock(clock) {}
+
+    void listen(Listener listener) { m_listeners.push_back(std::move(listener)); }
+    void publish(RunEvent const& event) const;
+
+private:
+    Clock const& m_clock;
+    std::vector<Listener> m_listeners;
+};

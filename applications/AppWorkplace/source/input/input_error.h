@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QString>
+
+#include <stdexcept>
+
+/// Something that was given to the program is not usable. The message is one line that says where and what.
+class InputError : public std::runtime_error
+{
+public:
+    explicit InputError(QString const& message) : std::runtime_error(message.toStdString()) {}
+
+    QString message() const { return QString::fromUtf8(what()); }
+};
