@@ -50,9 +50,8 @@ Json declarationsJson(QList<DDeclaration> const& declarations)
 
 QString declarationText(char const* kind, DDeclaration const& declaration)
 {
-    QString const defaultText = declaration.defaultValue.isValid()
-                                    ? QString::fromUtf8(toLine(toJson(declaration.defaultValue)).trimmed())
-                                    : QStringLiteral("none");
+    QString const defaultText =
+        declaration.defaultValue.isValid() ? toText(declaration.defaultValue) : QStringLiteral("none");
     return QStringLiteral("    %1 %2 (%3)  %4, default %5\n")
         .arg(QLatin1String(kind), declaration.key, declaration.typeTag, declaration.label, defaultText);
 }
@@ -96,7 +95,7 @@ void showPlugin(DAbstractPlugin const& plugin, bool json, Output& output)
         if (json)
             output.write(toLine({{"kind", "property"}, {"key", text(key)}, {"value", toJson(value)}}));
         else
-            output.write("    " + key.toUtf8() + " = " + toLine(toJson(value)));
+            output.write(QStringLiteral("    %1 = %2\n").arg(key, toText(value)).toUtf8());
     }
 }
 

@@ -1,8 +1,6 @@
 #include "inspect_command.h"
 #include "run_command.h"
 
-#include "input/input_error.h"
-
 #include <QCoreApplication>
 
 #include <CLI/CLI.hpp>
@@ -73,9 +71,7 @@ int main(int argc, char** argv)
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() == 0)
             return app.exit(error); // --help
-        return complain(error.what());
-    } catch (InputError const& error) {
-        return complain(error.what());
+        return complain(std::string(error.what()) + "; workplace --help shows what there is");
     } catch (std::exception const& error) {
         return complain(error.what());
     }

@@ -16,6 +16,7 @@
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/date_source.h>
+#include <utilities/utilities.h>
 
 #include <memory>
 
@@ -73,6 +74,8 @@ int runCommand(RunOptions const& options)
     bool succeeded = false;
     {
         LogTap const logTap(events);
+        events.publish(RunStarted{tool.plugin().pluginName(), versionToString(tool.plugin().pluginVersion()),
+                                  setup.state.model + QLatin1Char(' ') + setup.state.serialNumber});
         RunDates const dates(clock);
         succeeded = SequenceRunner(tool, workstation, clock).run(sequence);
     }

@@ -7,16 +7,11 @@
 namespace
 {
 
-QString valueText(QVariant const& value)
-{
-    return QString::fromUtf8(toLine(toJson(value)).trimmed());
-}
-
 QString mapText(QVariantMap const& map)
 {
     QStringList entries;
     for (auto it = map.cbegin(); it != map.cend(); ++it)
-        entries += it.key() + QStringLiteral(" = ") + valueText(it.value());
+        entries += it.key() + QStringLiteral(" = ") + toText(it.value());
     return entries.join(QStringLiteral(", "));
 }
 
@@ -26,8 +21,18 @@ QString about(quint64 order, QString const& what)
     return QStringLiteral("#%1  %2").arg(order, -3).arg(what);
 }
 
+QString aside(QString const& what)
+{
+    return QStringLiteral("      ") + what;
+}
+
 struct ToText
 {
+    QString operator()(RunStarted const& event) const
+    {
+        return aside(QStringLiteral("%1 %2, simulated controller %3")
+                         .arg(event.plugin, event.version, event.controller));
+    }
     QString operator()(OrderStarted const& event) const
     {
         return about(event.order, event.command)
@@ -35,7 +40,10 @@ struct ToText
     }
     QString operator()(StopOrdered const& event) const
     {
-        return QStringLiteral("      ") + event.stopCommand;
+        return aside(event.stopCommand
+                     + (event.running > 0
+                            ? QString()
+                            : QStringLiteral("  FAILED: no running command stops by that name")));
     }
     QString operator()(InstructionPosted const&) const { return {}; }
     QString operator()(InstructionWithdrawn const&) const { return {}; }
@@ -43,7 +51,7 @@ struct ToText
     QString operator()(ReplyDropped const&) const { return {}; }
     QString operator()(ResultUpdated const& event) const
     {
-        return about(event.order, QStringLiteral("  %1 = %2").arg(event.key, valueText(event.value)));
+        return about(event.order, QStringLiteral("  %1 = %2").arg(event.key, toText(event.value)));
     }
     QString operator()(OrderFinished const& event) const
     {
@@ -53,21 +61,21 @@ struct ToText
     QString operator()(ExpectationMissed const& event) const
     {
         return about(event.order, QStringLiteral("NOT AS EXPECTED: %1 is %2, expected was %3")
-                                      .arg(event.key, valueText(event.actual), valueText(event.expected)));
+                                      .arg(event.key, toText(event.actual), toText(event.expected)));
     }
     QString operator()(LogWritten const& event) const
     {
-        return QStringLiteral("      %1: %2").arg(event.level, event.text.trimmed());
+        return aside(event.level + QStringLiteral(": ") + event.text.trimmed());
     }
     QString operator()(RunFinished const& event) const
     {
-        QString text =
-            QStringLiteral("      %1 steps done, %2 failed").arg(event.succeeded).arg(event.failed);
-        if (event.notRun > 0)
-            text += QStringLiteral(", %1 not run").arg(event.notRun);
+        int const steps = event.done + event.failed + event.notRun;
+        QString text = QStringLiteral("%1 of %2 steps done").arg(event.done).arg(steps);
+        if (event.failed > 0)
+            text += QStringLiteral(", %1 FAILED, %2 not run").arg(event.failed).arg(event.notRun);
         if (event.droppedReplies > 0)
             text += QStringLiteral(", %1 late replies dropped").arg(event.droppedReplies);
-        return text;
+        return aside(text);
     }
 };
 

@@ -44,6 +44,8 @@ QString findLibrary(QString const& path)
     QFileInfo const info(path);
     if (info.isDir())
         return findIn(QDir(path));
+    if (info.exists() && !info.isFile())
+        throw InputError(QStringLiteral("%1: neither a file nor a folder").arg(path));
     // Qt's loader would try other spellings of the name, or look elsewhere; and it says less.
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))

@@ -13,6 +13,12 @@ class Clock;
 
 // What happens in a run, for whoever shows it or writes it down.
 
+struct RunStarted
+{
+    QString plugin;
+    QString version;
+    QString controller; ///< model and serial number
+};
 struct OrderStarted
 {
     quint64 order;
@@ -22,6 +28,7 @@ struct OrderStarted
 struct StopOrdered
 {
     QString stopCommand;
+    int running; ///< how many running commands it ends
 };
 struct InstructionPosted
 {
@@ -73,14 +80,14 @@ struct LogWritten
 };
 struct RunFinished
 {
-    int succeeded;
+    int done;
     int failed;
     int notRun;
     quint64 droppedReplies;
 };
 
 using RunEvent =
-    std::variant<OrderStarted, StopOrdered, InstructionPosted, InstructionWithdrawn, ReplyArrived,
+    std::variant<RunStarted, OrderStarted, StopOrdered, InstructionPosted, InstructionWithdrawn, ReplyArrived,
                  ReplyDropped, ResultUpdated, OrderFinished, ExpectationMissed, LogWritten, RunFinished>;
 
 /// Passes each event on to all listeners, with its time in milliseconds.

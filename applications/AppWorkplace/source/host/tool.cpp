@@ -46,27 +46,31 @@ Order& Tool::order(QString const& command, QVariantMap const& parameters)
     return started;
 }
 
-template <class Condition> int Tool::stopWhere(Condition const& condition)
+template <class Condition> std::vector<Order*> Tool::runningWhere(Condition const& condition) const
 {
-    int stopped = 0;
+    std::vector<Order*> found;
     for (auto const& order : m_orders) {
-        if (order->state() == Order::State::Running && condition(order->command().stopCommandName())) {
-            order->stop();
-            ++stopped;
-        }
+        if (order->state() == Order::State::Running && condition(order->command().stopCommandName()))
+            found.push_back(order.get());
     }
-    return stopped;
+    return found;
 }
 
 int Tool::stop(QString const& stopCommand)
 {
-    m_workstation.events().publish(StopOrdered{stopCommand});
-    return stopWhere([&stopCommand](QString const& name) { return name == stopCommand; });
+    auto const orders = runningWhere([&stopCommand](QString const& name) { return name == stopCommand; });
+    auto const count = static_cast<int>(orders.size());
+    m_workstation.events().publish(StopOrdered{stopCommand, count});
+    for (auto* const order : orders)
+        order->stop();
+    return count;
 }
 
-int Tool::stopAll()
+void Tool::stopAll()
 {
-    return stopWhere([](QString const& name) { return !name.isEmpty(); });
+    auto const orders = runningWhere([](QString const& name) { return !name.isEmpty(); });
+    for (auto* const order : orders)
+        order->stop();
 }
 
 void Tool::releaseOrders()

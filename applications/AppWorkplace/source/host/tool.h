@@ -34,15 +34,15 @@ public:
 
     /// Ends every running command that reports this stop name; answers how many there were.
     int stop(QString const& stopCommand);
-    /// Ends every listening command; answers how many there were.
-    int stopAll();
+    /// Ends every listening command.
+    void stopAll();
 
     /// Forgets the orders that are over.
     void releaseOrders();
     bool hasOrders() const { return !m_orders.empty(); }
 
 private:
-    template <class Condition> int stopWhere(Condition const& condition);
+    template <class Condition> std::vector<Order*> runningWhere(Condition const& condition) const;
 
     Workstation& m_workstation;
     std::unique_ptr<DAbstractPlugin> m_plugin;

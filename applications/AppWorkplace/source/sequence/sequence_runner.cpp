@@ -8,8 +8,6 @@
 
 #include <plugin_management/d_abstract_plugin.h>
 
-#include <cmath>
-
 SequenceRunner::SequenceRunner(Tool& tool, Workstation const& workstation, Clock& clock)
     : m_tool(tool)
     , m_workstation(workstation)
@@ -28,7 +26,7 @@ bool SequenceRunner::run(Sequence const& sequence)
             ++outcome.failed;
             break;
         }
-        ++outcome.succeeded;
+        ++outcome.done;
     }
     finishListeners();
     outcome.droppedReplies = m_workstation.droppedReplies();

@@ -11,40 +11,54 @@ using Json = nlohmann::ordered_json;
 
 constexpr int c_maximalDepth = 64;
 
-Json toJson(QVariant const& value, int depth);
+// Whether values of types that JSON does not have keep the name of their type.
+enum class Types
+{
+    Kept,
+    Dropped,
+};
+
+Json toJson(QVariant const& value, Types types, int depth);
 
 std::string text(QString const& string)
 {
     return string.toStdString();
 }
 
-Json listToJson(QVariantList const& list, int depth)
+Json listToJson(QVariantList const& list, Types types, int depth)
 {
     Json items = Json::array();
     for (auto const& item : list)
-        items.push_back(toJson(item, depth + 1));
+        items.push_back(toJson(item, types, depth + 1));
     return items;
 }
 
-// Filled key by key through the array of pairs that it is: the map has no key twice, so none needs looking
-// for.
-Json mapToJson(QVariantMap const& map, int depth)
+// Filled through the array of pairs that it is: a map has no key twice, so none needs looking for.
+Json mapToJson(QVariantMap const& map, Types types, int depth)
 {
     Json::object_t members;
     for (auto it = map.cbegin(); it != map.cend(); ++it)
-        members.push_back({text(it.key()), toJson(it.value(), depth + 1)});
+        members.push_back({text(it.key()), toJson(it.value(), types, depth + 1)});
     return members;
 }
 
-Json typed(QVariant const& value)
+// A value of a type that JSON does not have, as what is nearest to it.
+Json nearest(QVariant const& value, Types types, int depth)
 {
-    Json json{{"@type", value.typeName()}};
-    if (value.canConvert<QString>())
-        json["@text"] = text(value.toString());
-    return json;
+    switch (value.userType()) {
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+        return value.toULongLong();
+    case QMetaType::LongLong:
+        return value.toLongLong();
+    case QMetaType::QStringList:
+        return listToJson(value.toList(), types, depth);
+    default:
+        return value.canConvert<QString>() ? Json(text(value.toString())) : Json();
+    }
 }
 
-Json toJson(QVariant const& value, int depth)
+Json toJson(QVariant const& value, Types types, int depth)
 {
     if (depth > c_maximalDepth)
         return "...";
@@ -56,30 +70,41 @@ Json toJson(QVariant const& value, int depth)
     case QMetaType::Int:
         return value.toInt();
     case QMetaType::Double:
-        return std::isfinite(value.toDouble()) ? Json(value.toDouble()) : typed(value);
+        if (std::isfinite(value.toDouble()))
+            return value.toDouble();
+        break;
     case QMetaType::QString:
         return text(value.toString());
     case QMetaType::QVariantList:
-        return listToJson(value.toList(), depth);
+        return listToJson(value.toList(), types, depth);
     case QMetaType::QVariantMap:
-        return mapToJson(value.toMap(), depth);
+        return mapToJson(value.toMap(), types, depth);
     default:
-        return typed(value);
+        break;
     }
+    Json const content = nearest(value, types, depth);
+    return types == Types::Dropped ? content : Json{{"@type", value.typeName()}, {"@value", content}};
 }
 
 struct ToJson
 {
+    Json operator()(RunStarted const& event) const
+    {
+        return {{"event", "begin"},
+                {"plugin", text(event.plugin)},
+                {"version", text(event.version)},
+                {"controller", text(event.controller)}};
+    }
     Json operator()(OrderStarted const& event) const
     {
         return {{"event", "order"},
                 {"order", event.order},
                 {"command", text(event.command)},
-                {"parameters", toJson(event.parameters, 0)}};
+                {"parameters", toJson(event.parameters)}};
     }
     Json operator()(StopOrdered const& event) const
     {
-        return {{"event", "stop"}, {"command", text(event.stopCommand)}};
+        return {{"event", "stop"}, {"command", text(event.stopCommand)}, {"running", event.running}};
     }
     Json operator()(InstructionPosted const& event) const
     {
@@ -88,7 +113,7 @@ struct ToJson
                 {"instruction", event.instruction},
                 {"target", text(event.content.target)},
                 {"name", text(event.content.name)},
-                {"arguments", toJson(event.content.arguments, 0)},
+                {"arguments", toJson(event.content.arguments)},
                 {"timeAllowance", event.content.timeAllowance}};
     }
     Json operator()(InstructionWithdrawn const& event) const
@@ -100,7 +125,7 @@ struct ToJson
         return {{"event", "reply"},
                 {"order", event.order},
                 {"instruction", event.instruction},
-                {"reply", toJson(event.reply, 0)}};
+                {"reply", toJson(event.reply)}};
     }
     Json operator()(ReplyDropped const& event) const
     {
@@ -111,7 +136,7 @@ struct ToJson
         return {{"event", "result"},
                 {"order", event.order},
                 {"key", text(event.key)},
-                {"value", toJson(event.value, 0)}};
+                {"value", toJson(event.value)}};
     }
     Json operator()(OrderFinished const& event) const
     {
@@ -128,8 +153,8 @@ struct ToJson
         return {{"event", "unexpected"},
                 {"order", event.order},
                 {"key", text(event.key)},
-                {"expected", toJson(event.expected, 0)},
-                {"actual", toJson(event.actual, 0)}};
+                {"expected", toJson(event.expected)},
+                {"actual", toJson(event.actual)}};
     }
     Json operator()(LogWritten const& event) const
     {
@@ -138,7 +163,7 @@ struct ToJson
     Json operator()(RunFinished const& event) const
     {
         return {{"event", "end"},
-                {"succeeded", event.succeeded},
+                {"done", event.done},
                 {"failed", event.failed},
                 {"notRun", event.notRun},
                 {"droppedReplies", event.droppedReplies}};
@@ -149,7 +174,13 @@ struct ToJson
 
 Json toJson(QVariant const& value)
 {
-    return toJson(value, 0);
+    return toJson(value, Types::Kept, 0);
+}
+
+QString toText(QVariant const& value)
+{
+    return QString::fromStdString(
+        toJson(value, Types::Dropped, 0).dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 Json toJson(qint64 time, RunEvent const& event)
