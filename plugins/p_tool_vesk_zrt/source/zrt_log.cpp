@@ -14,10 +14,12 @@ QDebug errorLine(QObject const& origin, char const* file, int line)
 {
     constexpr char const* separator = ";\t";
     QObject const* const thread = QThread::currentThread();
-    QDebug stream = QMessageLogger().critical();
-    stream << "\n"
-           << getDate() << separator << "Thread =" << thread << separator << "This =" << &origin << separator
-           << file << separator << line << separator;
+    // The line says itself where it comes from; the logger's own context names no place.
+    QDebug stream = QMessageLogger(nullptr, 0, nullptr).critical();
+    stream << "\n" << getDate() << separator;
+    stream << "Thread =" << thread << separator;
+    stream << "This =" << &origin << separator;
+    stream << file << separator << line << separator;
     return stream;
 }
 

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "recording_order.h"
+
+#include <plugin_management/d_abstract_command.h>
+#include <plugin_management/d_abstract_plugin.h>
+
+#include <QPluginLoader>
+#include <QSharedPointer>
+#include <QString>
+#include <QUuid>
+
+#include <memory>
+
+/// The plugin library as it is delivered, loaded and used the way a host does it.
+class ShippedPlugin
+{
+public:
+    ShippedPlugin() : m_loader(QStringLiteral(ZRT_PLUGIN_FILE)) {}
+
+    QPluginLoader& loader() { return m_loader; }
+    DAbstractPlugin* root() { return qobject_cast<DAbstractPlugin*>(m_loader.instance()); }
+
+    /// A working instance without its commands; belongs to the caller.
+    std::unique_ptr<DAbstractPlugin> makeInstance(QUuid const& objectUuid)
+    {
+        IPlugin* const made = root()->createInstance(objectUuid);
+        return std::unique_ptr<DAbstractPlugin>(dynamic_cast<DAbstractPlugin*>(made));
+    }
+
+private:
+    QPluginLoader m_loader;
+};
+
+/// A working command of the shipped plugin, linked to an order that records; cloned from its prototype in a
+/// plugin instance of its own. The members are in the order in which a host must let go of them, last first.
+class WorkingCommand
+{
+public:
+    explicit WorkingCommand(QString const& name, QMap<QString, QVariant> const& parameters = {})
+        : instance(ShippedPlugin().makeInstance(QUuid::createUuid()))
+    {
+        instance->initPluginCommands();
+        command = instance->commandPrototype(name)->createCommand(parameters);
+    }
+
+    /// Links the command to its order and executes it, as a host does.
+    bool execute() { return order.execute(*command); }
+
+    /// Replies to the last instruction that was posted.
+    bool reply(QMap<QString, QVariant> const& map) { return command->setReply(order.posted.last().id, map); }
+
+    QVariant result(QString const& key) const { return command.dynamicCast<DAbstractCommand>()->result(key); }
+
+    std::unique_ptr<DAbstractPlugin> instance;
+    RecordingOrder order;
+    QSharedPointer<ICommand> command;
+};

@@ -1,0 +1,371 @@
+#include "message_capture.h"
+#include "shipped_plugin.h"
+
+#include <utilities/date_source.h>
+#include <utilities/utilities.h>
+
+#include <QDebug>
+#include <QJsonValue>
+#include <QTest>
+#include <QThread>
+
+#include <memory>
+
+/// The command "init" of the shipped library, driven through the host's doors.
+class TestCmdInit : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void identity();
+    void declarations();
+    void prototypeIsNotExecuted();
+
+    void cloneIsIndependent();
+    void clonesReadTheirOwnParameters();
+    void cloneIsReleasedOnce();
+
+    void firstInstruction();
+    void chainWaitsForEachReply();
+    void everyInstructionGoesToTheDevice();
+    void argumentsOfTheLock();
+
+    void earlyRepliesAreNotExamined_data();
+    void earlyRepliesAreNotExamined();
+
+    void doneOkIsConverted_data();
+    void doneOkIsConverted();
+
+    void missingDoneOk_data();
+    void missingDoneOk();
+    void errorLine();
+    void errorLineNamesItsCommand();
+
+    void secondExecution();
+};
+
+namespace
+{
+
+QString const c_name = QStringLiteral("init");
+QString const c_doneOk = QStringLiteral("doneOk");
+
+QMap<QString, QVariant> map(QString const& key, QVariant const& value)
+{
+    return {{key, value}};
+}
+
+// Up to the point where the confirmation of the screen lock is waited for.
+void executeUpToScreenLock(WorkingCommand& init)
+{
+    QVERIFY(init.execute());
+    QVERIFY(init.reply({}));
+    QVERIFY(init.reply({}));
+    QCOMPARE(init.order.posted.last().instruction.name, QStringLiteral("setLockScreen"));
+}
+
+QString shown(QObject const* object)
+{
+    QString text;
+    QDebug(&text).nospace() << object;
+    return text;
+}
+
+} // namespace
+
+void TestCmdInit::identity()
+{
+    WorkingCommand const init(c_name);
+    QCOMPARE(init.command->commandName(), QStringLiteral("init"));
+    QCOMPARE(init.command->stopCommandName(), QString());
+    QCOMPARE(init.command->description(), QStringLiteral("Init zrt"));
+    QVERIFY(!init.command->isRecurrent());
+    auto const* const object = dynamic_cast<QObject const*>(init.command.data());
+    QVERIFY(object);
+    QCOMPARE(object->metaObject()->className(), "DCmdInitZrt");
+    QCOMPARE(object->metaObject()->superClass(), &DAbstractCommand::staticMetaObject);
+    // Nothing of its own is open to scripts or to connections by name.
+    QCOMPARE(object->metaObject()->methodCount(), DAbstractCommand::staticMetaObject.methodCount());
+    QCOMPARE(object->metaObject()->propertyCount(), DAbstractCommand::staticMetaObject.propertyCount());
+}
+
+void TestCmdInit::declarations()
+{
+    WorkingCommand const init(c_name);
+    auto const arguments = init.command->commandArguments();
+    QCOMPARE(arguments.parameters.size(), 0);
+    QCOMPARE(arguments.results.size(), 1);
+    QCOMPARE(arguments.results[0].key, QStringLiteral("doneOk"));
+    QCOMPARE(arguments.results[0].typeTag, QStringLiteral("bool"));
+    QCOMPARE(arguments.results[0].label, QStringLiteral("Job done"));
+    QCOMPARE(arguments.results[0].defaultValue.userType(), int(QMetaType::Bool));
+    QCOMPARE(arguments.results[0].defaultValue.toBool(), false);
+    QCOMPARE(init.result(c_doneOk), QVariant(false));
+}
+
+void TestCmdInit::prototypeIsNotExecuted()
+{
+    WorkingCommand const init(c_name);
+    // Linked to no order, it refuses and sends nothing.
+    auto const unlinked = init.command->createCommand({});
+    QVERIFY(!unlinked->commandExecute());
+    QCOMPARE(init.order.posted.size(), 0);
+
+    // Nor once its order is gone.
+    auto passing = std::make_unique<RecordingOrder>();
+    unlinked->linkWithItsOrder(passing.get());
+    passing.reset();
+    QVERIFY(!unlinked->commandExecute());
+}
+
+void TestCmdInit::cloneIsIndependent()
+{
+    WorkingCommand init(c_name);
+    auto const* const prototype =
+        dynamic_cast<DAbstractCommand const*>(init.instance->commandPrototype(c_name));
+    auto const clone = init.command.dynamicCast<DAbstractCommand>();
+    QVERIFY(clone);
+    QVERIFY(clone.data() != prototype);
+    QCOMPARE(clone->metaObject(), prototype->metaObject());
+    QCOMPARE(clone->parent(), prototype->parent());
+    QCOMPARE(clone->parent(), init.instance.get());
+
+    executeUpToScreenLock(init);
+    QVERIFY(init.reply(map(c_doneOk, true)));
+    QCOMPARE(clone->result(c_doneOk), QVariant(true));
+    QCOMPARE(prototype->result(c_doneOk), QVariant(false));
+
+    // A clone can be cloned again.
+    auto const second = init.command->createCommand({}).dynamicCast<DAbstractCommand>();
+    QCOMPARE(second->parent(), init.instance.get());
+    QCOMPARE(second->result(c_doneOk), QVariant(false));
+}
+
+void TestCmdInit::clonesReadTheirOwnParameters()
+{
+    WorkingCommand const first(c_name, map(QStringLiteral("orderId"), 11));
+    auto const second = first.command->createCommand(map(QStringLiteral("orderId"), 12));
+    QCOMPARE(first.command->getParameterOrderId(), quint64(11));
+    QCOMPARE(second->getParameterOrderId(), quint64(12));
+    QCOMPARE(first.instance->commandPrototype(c_name)->getParameterOrderId(), quint64(0));
+}
+
+void TestCmdInit::cloneIsReleasedOnce()
+{
+    WorkingCommand init(c_name);
+    QWeakPointer<QObject> const tracked = init.command.dynamicCast<QObject>();
+    QPointer<QObject> const watched = tracked.toStrongRef().data();
+    QSharedPointer<ICommand> const other = init.command;
+    init.command.reset();
+    QVERIFY(watched);
+    QVERIFY(tracked.toStrongRef());
+    const_cast<QSharedPointer<ICommand>&>(other).reset();
+    QVERIFY(!watched);
+    QVERIFY(!tracked.toStrongRef());
+    // It is no child of the plugin instance any more, which would delete it again.
+    QCOMPARE(init.instance->findChildren<DAbstractCommand*>().size(), init.instance->commandNames().size());
+}
+
+void TestCmdInit::firstInstruction()
+{
+    WorkingCommand init(c_name);
+    QVERIFY(init.execute());
+    QCOMPARE(init.order.names(), QStringList{QStringLiteral("getInfo")});
+    QCOMPARE(init.order.finishes.size(), 0);
+}
+
+void TestCmdInit::chainWaitsForEachReply()
+{
+    WorkingCommand init(c_name);
+    QVERIFY(init.execute());
+    QCOMPARE(init.order.names(), QStringList{QStringLiteral("getInfo")});
+    QVERIFY(init.reply({}));
+    QCOMPARE(init.order.names(), (QStringList{QStringLiteral("getInfo"), QStringLiteral("setLock")}));
+    QVERIFY(init.reply({}));
+    QCOMPARE(init.order.names(), (QStringList{QStringLiteral("getInfo"), QStringLiteral("setLock"),
+                                              QStringLiteral("setLockScreen")}));
+    QCOMPARE(init.order.results.size(), 0);
+    QCOMPARE(init.order.finishes.size(), 0);
+
+    QVERIFY(init.reply(map(c_doneOk, true)));
+    QCOMPARE(init.order.posted.size(), 3);
+    QCOMPARE(init.order.results.size(), 1);
+    QCOMPARE(init.order.finishes.size(), 1);
+    QVERIFY(init.order.finishes[0].success);
+}
+
+void TestCmdInit::everyInstructionGoesToTheDevice()
+{
+    WorkingCommand init(c_name, map(QStringLiteral("lock"), 2));
+    executeUpToScreenLock(init);
+    for (auto const& posted : init.order.posted) {
+        QCOMPARE(posted.instruction.target, QStringLiteral("device"));
+        QCOMPARE(posted.instruction.timeAllowance, 4000);
+    }
+}
+
+void TestCmdInit::argumentsOfTheLock()
+{
+    WorkingCommand init(c_name, map(QStringLiteral("lock"), 2));
+    executeUpToScreenLock(init);
+    QCOMPARE(init.order.posted[0].instruction.arguments.size(), 0);
+    auto const lock = init.order.posted[1].instruction.arguments;
+    QCOMPARE(lock.keys(), QStringList{QStringLiteral("lock")});
+    QCOMPARE(lock.first().userType(), int(QMetaType::Int));
+    QCOMPARE(lock.first().toInt(), 1);
+    QCOMPARE(init.order.posted[2].instruction.arguments.size(), 0);
+}
+
+void TestCmdInit::earlyRepliesAreNotExamined_data()
+{
+    QTest::addColumn<QVariantMap>("reply");
+    QTest::newRow("empty") << QVariantMap();
+    QTest::newRow("error") << map(QStringLiteral("error"), QStringLiteral("no"));
+    QTest::newRow("not done") << map(c_doneOk, false);
+    QTest::newRow("not locked") << map(QStringLiteral("lockStatus"), 0);
+    QTest::newRow("unrelated") << map(QStringLiteral("x"), QVariantList{1, 2});
+}
+
+void TestCmdInit::earlyRepliesAreNotExamined()
+{
+    QFETCH(QVariantMap, reply);
+    MessageCapture const messages;
+    WorkingCommand init(c_name);
+    QVERIFY(init.execute());
+    QVERIFY(init.reply(reply));
+    QVERIFY(init.reply(reply));
+    QCOMPARE(init.order.results.size(), 0);
+    QCOMPARE(init.order.posted.last().instruction.name, QStringLiteral("setLockScreen"));
+    QVERIFY(init.reply(map(c_doneOk, true)));
+    QCOMPARE(init.result(c_doneOk), QVariant(true));
+    QCOMPARE(messages.of(QtCriticalMsg).size(), 0);
+}
+
+void TestCmdInit::doneOkIsConverted_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("expected");
+    QTest::newRow("true") << QVariant(true) << true;
+    QTest::newRow("false") << QVariant(false) << false;
+    QTest::newRow("int 1") << QVariant(1) << true;
+    QTest::newRow("int -3") << QVariant(-3) << true;
+    QTest::newRow("int 0") << QVariant(0) << false;
+    QTest::newRow("uint 7") << QVariant(7U) << true;
+    QTest::newRow("qlonglong") << QVariant(Q_INT64_C(1) << 40) << true;
+    QTest::newRow("double 0.0") << QVariant(0.0) << false;
+    QTest::newRow("double 2.0") << QVariant(2.0) << true;
+    QTest::newRow("text true") << QVariant(QStringLiteral("true")) << true;
+    QTest::newRow("text 1") << QVariant(QStringLiteral("1")) << true;
+    QTest::newRow("text false") << QVariant(QStringLiteral("False")) << false;
+    QTest::newRow("text 0") << QVariant(QStringLiteral("0")) << false;
+    QTest::newRow("empty text") << QVariant(QString()) << false;
+    QTest::newRow("bytes 1") << QVariant(QByteArray("1")) << true;
+    QTest::newRow("invalid value") << QVariant() << false;
+    QTest::newRow("list") << QVariant(QVariantList{true}) << false;
+    QTest::newRow("map") << QVariant(QVariantMap{{c_doneOk, true}}) << false;
+    QTest::newRow("JSON value") << QVariant(QJsonValue(true)) << true;
+}
+
+void TestCmdInit::doneOkIsConverted()
+{
+    QFETCH(QVariant, value);
+    QFETCH(bool, expected);
+    MessageCapture const messages;
+    WorkingCommand init(c_name);
+    executeUpToScreenLock(init);
+    QVERIFY(init.reply({{c_doneOk, value}, {QStringLiteral("more"), 1}}));
+
+    QCOMPARE(init.order.results.size(), 1);
+    QCOMPARE(init.order.results[0].first, c_doneOk);
+    QCOMPARE(init.order.results[0].second.userType(), int(QMetaType::Bool));
+    QCOMPARE(init.order.results[0].second.toBool(), expected);
+    QCOMPARE(init.result(c_doneOk), QVariant(expected));
+    QCOMPARE(init.order.finishes.size(), 1);
+    QVERIFY(init.order.finishes[0].success);
+    QCOMPARE(messages.of(QtCriticalMsg).size(), 0);
+}
+
+void TestCmdInit::missingDoneOk_data()
+{
+    QTest::addColumn<QVariantMap>("reply");
+    QTest::newRow("empty") << QVariantMap();
+    QTest::newRow("other key") << map(QStringLiteral("done"), true);
+    QTest::newRow("other case") << map(QStringLiteral("doneOK"), true);
+    QTest::newRow("nested") << map(QStringLiteral("values"), QVariantMap{{c_doneOk, true}});
+}
+
+void TestCmdInit::missingDoneOk()
+{
+    QFETCH(QVariantMap, reply);
+    MessageCapture const messages;
+    WorkingCommand init(c_name);
+    executeUpToScreenLock(init);
+    QVERIFY(!init.reply(reply));
+
+    QCOMPARE(messages.of(QtCriticalMsg).size(), 1);
+    QVERIFY(messages.of(QtCriticalMsg)[0].text.endsWith(QStringLiteral(";\t ERROR: Invalid reply format")));
+    QCOMPARE(init.order.results.size(), 0);
+    QCOMPARE(init.result(c_doneOk), QVariant(false));
+    QCOMPARE(init.order.posted.size(), 3);
+    QCOMPARE(init.order.finishes.size(), 1);
+    QVERIFY(!init.order.finishes[0].success);
+}
+
+void TestCmdInit::errorLine()
+{
+    setDateSource([] { return QDateTime(QDate(2026, 3, 9), QTime(14, 5, 59, 120)); });
+    WorkingCommand init(c_name);
+    executeUpToScreenLock(init);
+    MessageCapture const messages;
+    QVERIFY(!init.reply({}));
+    setDateSource({});
+
+    auto const errors = messages.of(QtCriticalMsg);
+    QCOMPARE(errors.size(), 1);
+    auto const& error = errors[0];
+    QCOMPARE(error.category, QByteArray("default"));
+    QVERIFY(error.file.isNull());
+    QVERIFY(error.function.isNull());
+    QCOMPARE(error.line, 0);
+
+    // The source path begins where the library was built; the rest of the line is laid down to the blank.
+    QString const tail = QStringLiteral("plugins/p_tool_vesk_zrt/source/d_cmd_init_zrt.cpp");
+    QString const head =
+        QStringLiteral("\n \"2026-03-09 14:05:59.120\" ;\t Thread = %1 ;\t This = %2 ;\t ")
+            .arg(shown(QThread::currentThread()), shown(init.command.dynamicCast<QObject>().data()));
+    QVERIFY2(error.text.startsWith(head), qPrintable(error.text));
+    QString const rest = error.text.mid(head.size());
+    QString const place = rest.section(QLatin1String(" ;\t "), 0, 0);
+    QVERIFY2(place.endsWith(QLatin1Char('/') + tail) || place == tail, qPrintable(place));
+    QCOMPARE(rest.mid(place.size()), QStringLiteral(" ;\t 81 ;\t ERROR: Invalid reply format"));
+}
+
+void TestCmdInit::errorLineNamesItsCommand()
+{
+    MessageCapture const messages;
+    WorkingCommand first(c_name);
+    WorkingCommand second(c_name);
+    executeUpToScreenLock(first);
+    executeUpToScreenLock(second);
+    first.reply({});
+    second.reply({});
+    auto const errors = messages.of(QtCriticalMsg);
+    QCOMPARE(errors.size(), 2);
+    QVERIFY(errors[0].text.contains(shown(first.command.dynamicCast<QObject>().data())));
+    QVERIFY(errors[1].text.contains(shown(second.command.dynamicCast<QObject>().data())));
+}
+
+void TestCmdInit::secondExecution()
+{
+    WorkingCommand init(c_name);
+    executeUpToScreenLock(init);
+    QVERIFY(init.reply(map(c_doneOk, true)));
+    executeUpToScreenLock(init);
+    QCOMPARE(init.order.posted.size(), 6);
+    QVERIFY(init.reply(map(c_doneOk, false)));
+    QCOMPARE(init.result(c_doneOk), QVariant(false));
+    QCOMPARE(init.order.finishes.size(), 2);
+}
+
+QTEST_GUILESS_MAIN(TestCmdInit)
+#include "tst_cmd_init.moc"

@@ -1,0 +1,172 @@
+#include "shipped_plugin.h"
+
+#include <plugin_management/d_abstract_tightening_tool.h>
+#include <utilities/utilities.h>
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+
+/// The plugin object of the shipped library, as a host meets it.
+class TestToolPlugin : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void metaData();
+    void architectureByte();
+    void rootObject();
+    void identity_data();
+    void identity();
+    void instances();
+    void properties();
+    void baseClasses();
+    void catalogue();
+    void prototypes();
+    void announcement();
+};
+
+namespace
+{
+
+QUuid const c_kind(QStringLiteral("{fe68f24c-ac43-4833-abc7-7d9f33744448}"));
+QUuid const c_object(QStringLiteral("{11111111-2222-4333-8444-555555555555}"));
+
+} // namespace
+
+void TestToolPlugin::metaData()
+{
+    ShippedPlugin shipped;
+    auto const metaData = shipped.loader().metaData();
+    QCOMPARE(metaData.value(QStringLiteral("className")).toString(), QStringLiteral("PToolVeskZrt"));
+    QString const identifier = metaData.value(QStringLiteral("IID")).toString();
+    QVERIFY2(identifier.endsWith(QStringLiteral(".rd.box.PToolVeskZrt")), qPrintable(identifier));
+    QVERIFY(metaData.value(QStringLiteral("MetaData")).toObject().isEmpty());
+}
+
+void TestToolPlugin::architectureByte()
+{
+    QFile file(QStringLiteral(ZRT_PLUGIN_FILE));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QByteArray const content = file.readAll();
+    QByteArray const magic("QTMETADATA !");
+    QCOMPARE(content.count(magic), 1);
+    QByteArray const header = content.mid(content.indexOf(magic) + magic.size(), 4);
+#ifdef QT_NO_DEBUG
+    QCOMPARE(header, QByteArray("\x00\x05\x0f\x00", 4));
+#else
+    // The lowest bit tells a debug build.
+    QCOMPARE(header, QByteArray("\x00\x05\x0f\x01", 4));
+#endif
+}
+
+void TestToolPlugin::rootObject()
+{
+    ShippedPlugin shipped;
+    QVERIFY2(shipped.root(), qPrintable(shipped.loader().errorString()));
+    QCOMPARE(shipped.root(), ShippedPlugin().root());
+    QVERIFY(shipped.root()->objectUuid().isNull());
+    QVERIFY(!shipped.root()->parent());
+}
+
+void TestToolPlugin::identity_data()
+{
+    QTest::addColumn<QUuid>("objectUuid");
+    QTest::newRow("a tool") << c_object;
+    QTest::newRow("null") << QUuid();
+}
+
+void TestToolPlugin::identity()
+{
+    QFETCH(QUuid, objectUuid);
+    auto const instance = ShippedPlugin().makeInstance(objectUuid);
+    QVERIFY(instance);
+    QCOMPARE(instance->objectUuid(), objectUuid);
+    QCOMPARE(instance->pluginUuid(), c_kind);
+    QCOMPARE(instance->pluginName(), QStringLiteral("Plugin Tool ZRT"));
+    QCOMPARE(instance->pluginVersion(), versionFromString(QStringLiteral("1.0"), nullptr, QLatin1Char('.')));
+    QCOMPARE(versionToString(instance->pluginVersion()), QStringLiteral("1.0"));
+    QCOMPARE(instance->pluginType(), quint32(0x546F6F6C));
+    QCOMPARE(instance->pluginSubTypeName(), "tightening");
+    QCOMPARE(static_cast<IPlugin const&>(*instance).pluginSubTypeName(), "tightening");
+}
+
+void TestToolPlugin::instances()
+{
+    ShippedPlugin shipped;
+    auto const first = shipped.makeInstance(c_object);
+    auto const second = std::unique_ptr<IPlugin>(first->createInstance(QUuid()));
+    QVERIFY(!first->parent());
+    QVERIFY(second->objectUuid().isNull());
+    // A new instance copies nothing from the one it was asked on.
+    first->setObjectName(QStringLiteral("left bench"));
+    first->initPluginCommands();
+    auto const third = std::unique_ptr<IPlugin>(first->createInstance(c_object));
+    QCOMPARE(third->getName(), QString());
+    QCOMPARE(third->getFunctions(true), QStringList());
+    QVERIFY(dynamic_cast<DAbstractTighteningTool*>(third.get()));
+}
+
+void TestToolPlugin::properties()
+{
+    auto const instance = ShippedPlugin().makeInstance(c_object);
+    auto const published = instance->properties();
+    QCOMPARE(published.size(), 3);
+    QCOMPARE(published[0].first, QStringLiteral("toolType"));
+    QCOMPARE(published[0].second.userType(), int(QMetaType::Int));
+    QCOMPARE(published[0].second.toInt(), 0);
+    QCOMPARE(published[1].first, QStringLiteral("features"));
+    QCOMPARE(published[1].second.userType(), int(QMetaType::QStringList));
+    QCOMPARE(published[1].second.toStringList(), QStringList{QStringLiteral("allow_loosening")});
+    QCOMPARE(published[2].first, QStringLiteral("typeName"));
+    QCOMPARE(published[2].second.userType(), int(QMetaType::QString));
+    QCOMPARE(published[2].second.toString(), QStringLiteral("tightening"));
+}
+
+void TestToolPlugin::baseClasses()
+{
+    auto const instance = ShippedPlugin().makeInstance(c_object);
+    QCOMPARE(instance->metaObject()->className(), "PToolVeskZrt");
+    QCOMPARE(instance->metaObject()->superClass(), &DAbstractTighteningTool::staticMetaObject);
+    // Nothing of its own stands in the meta-object.
+    QCOMPARE(instance->metaObject()->methodCount(), DAbstractTighteningTool::staticMetaObject.methodCount());
+    QCOMPARE(instance->metaObject()->propertyCount(),
+             DAbstractTighteningTool::staticMetaObject.propertyCount());
+    QCOMPARE(instance->metaObject()->classInfoCount(), 0);
+}
+
+void TestToolPlugin::catalogue()
+{
+    auto const instance = ShippedPlugin().makeInstance(c_object);
+    QCOMPARE(instance->commandNames(), QStringList());
+    instance->initPluginCommands();
+    QCOMPARE(instance->commandNames(), QStringList{QStringLiteral("init")});
+    QVERIFY(!instance->commandPrototype(QStringLiteral("Init")));
+}
+
+void TestToolPlugin::prototypes()
+{
+    auto const instance = ShippedPlugin().makeInstance(c_object);
+    instance->initPluginCommands();
+    auto const names = instance->commandNames();
+    for (auto const& name : names) {
+        auto const* const prototype = dynamic_cast<QObject const*>(instance->commandPrototype(name));
+        QVERIFY(prototype);
+        QCOMPARE(prototype->parent(), instance.get());
+        QCOMPARE(instance->commandPrototype(name)->getOrderId(), quint64(0));
+    }
+    QCOMPARE(instance->findChildren<DAbstractCommand*>().size(), names.size());
+}
+
+void TestToolPlugin::announcement()
+{
+    auto const instance = ShippedPlugin().makeInstance(c_object);
+    QSignalSpy const done(instance.get(), &DAbstractPlugin::sigCommandsInitDone);
+    instance->initPluginCommands();
+    QCOMPARE(done.size(), 1);
+    QCOMPARE(done[0][0].toUuid(), c_object);
+    QCOMPARE(done[0][1].toStringList(), instance->commandNames());
+}
+
+QTEST_GUILESS_MAIN(TestToolPlugin)
+#include "tst_tool_plugin.moc"
