@@ -11,12 +11,15 @@
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
+#include "input/input_error.h"
 #include "sequence/sequence_runner.h"
 #include "trace/trace_file.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/date_source.h>
 #include <utilities/utilities.h>
+
+#include <QFileInfo>
 
 #include <memory>
 
@@ -27,6 +30,15 @@ namespace
 QUuid toolUuid()
 {
     return QUuid(QStringLiteral("{00000000-0000-4000-8000-000000000001}"));
+}
+
+// A slip on the command line must not cost the user an input file.
+void refuseToOverwrite(QString const& trace, QStringList const& inputs)
+{
+    for (auto const& input : inputs) {
+        if (QFileInfo(trace).exists() && QFileInfo(trace) == QFileInfo(input))
+            throw InputError(QStringLiteral("%1: the trace would overwrite what the run needs").arg(trace));
+    }
 }
 
 // The log lines of a run are dated by its clock.
@@ -56,8 +68,10 @@ int runCommand(RunOptions const& options)
     QString const setupFile = options.controller.isEmpty() ? sequence.controllerFile : options.controller;
     ZrtSetup const setup = setupFile.isEmpty() ? ZrtSetup() : readZrtSetup(setupFile);
     std::unique_ptr<TraceFile> trace;
-    if (!options.trace.isEmpty())
+    if (!options.trace.isEmpty()) {
+        refuseToOverwrite(options.trace, {options.sequence, setupFile, library.fileName()});
         trace = std::make_unique<TraceFile>(options.trace);
+    }
 
     Output output;
     events.listen([&output, &options](qint64 time, RunEvent const& event) {

@@ -13,14 +13,14 @@ namespace
 QDateTime startOf(Clock::Pace pace)
 {
     // A simulated run must not differ from the next one, so it does not ask what day it is.
-    return pace == Clock::Pace::RealTime ? QDateTime::currentDateTimeUtc()
+    return pace == Clock::Pace::RealTime ? QDateTime::currentDateTime()
                                          : QDateTime(QDate(2000, 1, 1), QTime(0, 0), Qt::UTC);
 }
 
-void waitUntil(QDateTime const& date)
+void waitFor(QElapsedTimer const& timer, qint64 due)
 {
     // A timer may fire a little early.
-    for (qint64 left = 0; (left = QDateTime::currentDateTimeUtc().msecsTo(date)) > 0;) {
+    for (qint64 left = 0; (left = due - timer.elapsed()) > 0;) {
         QEventLoop loop;
         QTimer::singleShot(std::chrono::milliseconds(left), Qt::PreciseTimer, &loop, &QEventLoop::quit);
         loop.exec();
@@ -29,7 +29,10 @@ void waitUntil(QDateTime const& date)
 
 } // namespace
 
-Clock::Clock(Pace pace) : m_pace(pace), m_start(startOf(pace)) {}
+Clock::Clock(Pace pace) : m_pace(pace), m_start(startOf(pace))
+{
+    m_sinceStart.start();
+}
 
 void Clock::after(qint64 delay, std::function<void()> task)
 {
@@ -43,7 +46,7 @@ bool Clock::step()
     auto const next = m_tasks.extract(m_tasks.begin());
     qint64 const due = next.key().first;
     if (m_pace == Pace::RealTime)
-        waitUntil(m_start.addMSecs(due));
+        waitFor(m_sinceStart, due);
     m_now = due;
     next.mapped()();
     // What the task left in Qt's queue belongs to the same moment.

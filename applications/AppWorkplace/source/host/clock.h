@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QElapsedTimer>
 
 #include <functional>
 #include <map>
@@ -35,6 +36,7 @@ public:
 private:
     Pace const m_pace;
     QDateTime const m_start;
+    QElapsedTimer m_sinceStart;
     qint64 m_now = 0;
     quint64 m_planned = 0;
     std::map<std::pair<qint64, quint64>, std::function<void()>> m_tasks;
