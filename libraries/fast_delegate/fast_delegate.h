@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
 namespace fastdelegate
 {
@@ -36,7 +37,7 @@ public:
     /// Calls the function on the object; an empty delegate does nothing and returns a value-initialised R.
     R operator()(P1 first, P2 second) const
     {
-        return m_invoke ? m_invoke(*this, static_cast<P1>(first), static_cast<P2>(second)) : R();
+        return m_invoke ? m_invoke(*this, std::forward<P1>(first), std::forward<P2>(second)) : R();
     }
 
     bool empty() const { return m_invoke == nullptr; }
@@ -63,7 +64,7 @@ private:
             std::memcpy(&bound, &self.m_function, sizeof(bound));
             // A const member function was bound with a const object, any other with a mutable one.
             auto* const receiver = static_cast<Declaring*>(const_cast<void*>(self.m_object));
-            return (receiver->*bound)(static_cast<P1>(first), static_cast<P2>(second));
+            return (receiver->*bound)(std::forward<P1>(first), std::forward<P2>(second));
         };
     }
 

@@ -23,7 +23,7 @@ DAbstractCommand::~DAbstractCommand() = default;
 
 void DAbstractCommand::linkWithItsOrder(QObject* order)
 {
-    if (auto* const former = this->order())
+    if (auto* const former = this->order(); former && former->m_command == this)
         former->m_command = nullptr;
     m_order = order;
     if (auto* const host = this->order())
@@ -132,7 +132,7 @@ quint64 DAbstractCommand::addInstruction(
 {
     auto* const host = order();
     quint64 const id =
-        host ? host->instructionPosted({target, instruction, arguments, timeAllowance}) : ++m_lastId;
+        host ? host->instructionPosted({target, instruction, arguments, timeAllowance}) : nextOwnId();
     m_pending.insert(id, {instruction, timeAllowance, onReply, false});
     return id;
 }
@@ -192,10 +192,9 @@ bool DAbstractCommand::commandFinish(bool& success)
 
 void DAbstractCommand::stopTheInstruction(quint64 instructionId)
 {
-    if (m_pending.remove(instructionId) == 0)
-        return;
-    if (auto* const host = order())
-        host->instructionWithdrawn(instructionId);
+    // It may have been the last one that a one-shot command waited for.
+    Busy const busy(*this);
+    withdraw(instructionId);
 }
 
 DAbstractCommand::Busy::Busy(DAbstractCommand& command) : m_command(command)
@@ -208,6 +207,14 @@ DAbstractCommand::Busy::~Busy()
     if (--m_command.m_busy == 0 && m_command.m_isRunning && !m_command.isRecurrent()
         && m_command.m_pending.isEmpty())
         m_command.end(m_command.m_failure.isEmpty());
+}
+
+quint64 DAbstractCommand::nextOwnId()
+{
+    do
+        ++m_lastOwnId;
+    while (m_pending.contains(m_lastOwnId));
+    return m_lastOwnId;
 }
 
 DOrder* DAbstractCommand::order() const
@@ -224,10 +231,10 @@ bool DAbstractCommand::awaitsReplies() const
 void DAbstractCommand::allowancePassed(quint64 instructionId)
 {
     auto const it = m_pending.constFind(instructionId);
-    if (it == m_pending.cend() || it->isAnswered)
+    if (it == m_pending.cend())
         return;
     if (!m_isRunning)
-        stopTheInstruction(instructionId);
+        withdraw(instructionId);
     else if (!isRecurrent())
         fail(QStringLiteral("no reply to \"%1\" within %2 ms").arg(it->name).arg(it->timeAllowance));
 }
@@ -257,11 +264,19 @@ void DAbstractCommand::fail(QString const& message)
     end(false);
 }
 
+void DAbstractCommand::withdraw(quint64 instructionId)
+{
+    if (m_pending.remove(instructionId) == 0)
+        return;
+    if (auto* const host = order())
+        host->instructionWithdrawn(instructionId);
+}
+
 void DAbstractCommand::withdrawAll()
 {
     auto const ids = m_pending.keys();
     for (quint64 const id : ids)
-        stopTheInstruction(id);
+        withdraw(id);
 }
 
 void DAbstractCommand::end(bool success)
@@ -269,7 +284,7 @@ void DAbstractCommand::end(bool success)
     m_isRunning = false;
     for (auto it = m_pending.begin(); it != m_pending.end();)
         it = it->isAnswered ? m_pending.erase(it) : std::next(it);
-    auto* const host = order();
+    QPointer<DOrder> const host = order(); // who hears the signal may delete it
     QString const message = success ? QString() : m_failure;
     emit sigCommandFinished(success);
     if (host)

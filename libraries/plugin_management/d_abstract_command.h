@@ -102,7 +102,8 @@ protected:
     /// Stores the value of a declared result and reports it; false for a key that is not declared.
     bool commandUpdateResult(QString const& key, QVariant const& value);
     /// Ends the command with this success. Instructions that still wait for their first reply are not
-    /// withdrawn and get it. Answers false, and sets @p success to false, if the command is not running.
+    /// withdrawn and get it; those that have had one get no more. Answers false, and sets @p success to
+    /// false, if the command is not running.
     bool commandFinish(bool& success);
     /// Withdraws an instruction; no further reply to it is delivered. An unknown id is ignored.
     void stopTheInstruction(quint64 instructionId);
@@ -134,12 +135,15 @@ private:
         DAbstractCommand& m_command;
     };
 
+    /// An id where the order gives none.
+    quint64 nextOwnId();
     DOrder* order() const;
     void allowancePassed(quint64 instructionId);
     void instructionFailed(quint64 instructionId, QString const& reason);
     bool awaitsReplies() const;
     void noteFailure(QString const& message);
     void fail(QString const& message);
+    void withdraw(quint64 instructionId);
     void withdrawAll();
     void end(bool success);
 
@@ -152,7 +156,7 @@ private:
 
     QPointer<QObject> m_order;
     QMap<quint64, Pending> m_pending;
-    quint64 m_lastId = 0; // for an order that gives no ids
+    quint64 m_lastOwnId = 0;
     bool m_isRunning = false;
     QString m_failure; // empty as long as every handler answered true
     int m_busy = 0;

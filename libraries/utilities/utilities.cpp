@@ -17,9 +17,21 @@ constexpr int c_maximalDepth = 32;
 
 QString toText(QVariant const& value, int depth);
 
+// A line break in a value must not break the line.
+QString escaped(QString const& text)
+{
+    QString line;
+    for (QChar const c : text)
+        line += c.category() == QChar::Other_Control || c == QChar::LineSeparator
+                        || c == QChar::ParagraphSeparator
+                    ? QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'))
+                    : QString(c);
+    return line;
+}
+
 QString quoted(QString const& text)
 {
-    return QLatin1Char('"') + text + QLatin1Char('"');
+    return QLatin1Char('"') + escaped(text) + QLatin1Char('"');
 }
 
 QString mapToText(QVariantMap const& map, int depth)
@@ -61,7 +73,7 @@ QString toText(QVariant const& value, int depth)
     case QMetaType::QString:
         return quoted(value.toString());
     default:
-        return value.canConvert<QString>() ? value.toString()
+        return value.canConvert<QString>() ? escaped(value.toString())
                                            : QStringLiteral("<%1>").arg(QLatin1String(value.typeName()));
     }
 }

@@ -20,8 +20,10 @@ UTILITIES_EXPORT quint64 versionFromString(QString const& text, bool* ok = nullp
 UTILITIES_EXPORT QString versionToString(quint64 version);
 
 /// Renders a map for a trace on one line, keys in order, containers nested to a bounded depth:
-/// `{"doneOk": true, "values": {"count": 5}}`. A value that has no text is shown as `<type name>`.
+/// `{"doneOk": true, "values": {"count": 5}}`. Line breaks and other control characters are shown as \u000a,
+/// a value that has no text as `<type name>`.
 UTILITIES_EXPORT QString convVariantMapToString(QMap<QString, QVariant> const& map);
 
-/// The current date and time, "2026-03-09 14:05:59.120" (local time); the first field of every log line.
+/// The current date and time, "2026-03-09 14:05:59.120" in local time or as setDateSource() gives it; the
+/// first field of every log line.
 UTILITIES_EXPORT QString getDate();
