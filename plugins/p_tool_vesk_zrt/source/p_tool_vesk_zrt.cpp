@@ -1,6 +1,13 @@
 #include "p_tool_vesk_zrt.h"
 
+#include "d_cmd_eventListen.h"
+#include "d_cmd_getDirection.h"
+#include "d_cmd_getPresetInfo.h"
 #include "d_cmd_init_zrt.h"
+#include "d_cmd_restore.h"
+#include "d_cmd_startTightening.h"
+#include "d_cmd_stopTightening.h"
+#include "d_cmd_triggerListen.h"
 #include "zrt_log.h"
 
 #include <utilities/utilities.h>
@@ -49,7 +56,16 @@ quint32 PToolVeskZrt::getPluginType()
 
 void PToolVeskZrt::initPluginCommands()
 {
-    declareInstructionCommand(new DCmdInitZrt(QVariantMap(), this));
+    QMap<QString, QVariant> const none;
+    // The order in which the host receives the prototypes.
+    declareInstructionCommand(new DCmdStartTightening(none, this));
+    declareInstructionCommand(new DCmdStopTightening(none, this));
+    declareInstructionCommand(new DCmdEventListen(none, this));
+    declareInstructionCommand(new DCmdGetDirection(none, this));
+    declareInstructionCommand(new DCmdInitZrt(none, this));
+    declareInstructionCommand(new DCmdRestore(none, this));
+    declareInstructionCommand(new DCmdTriggerListen(none, this));
+    declareInstructionCommand(new DCmdGetPresetInfo(none, this));
 
     emit sigCommandsInitDone(objectUuid(), commandNames());
 }
