@@ -4,7 +4,6 @@
 #include <utilities/utilities.h>
 
 #include <QFile>
-#include <QSignalSpy>
 #include <QTest>
 
 /// The plugin object of the shipped library, as a host meets it.
@@ -21,9 +20,6 @@ private slots:
     void instances();
     void properties();
     void baseClasses();
-    void catalogue();
-    void prototypes();
-    void announcement();
 };
 
 namespace
@@ -133,39 +129,6 @@ void TestToolPlugin::baseClasses()
     QCOMPARE(instance->metaObject()->propertyCount(),
              DAbstractTighteningTool::staticMetaObject.propertyCount());
     QCOMPARE(instance->metaObject()->classInfoCount(), 0);
-}
-
-void TestToolPlugin::catalogue()
-{
-    auto const instance = ShippedPlugin().makeInstance(c_object);
-    QCOMPARE(instance->commandNames(), QStringList());
-    instance->initPluginCommands();
-    QCOMPARE(instance->commandNames(), QStringList{QStringLiteral("init")});
-    QVERIFY(!instance->commandPrototype(QStringLiteral("Init")));
-}
-
-void TestToolPlugin::prototypes()
-{
-    auto const instance = ShippedPlugin().makeInstance(c_object);
-    instance->initPluginCommands();
-    auto const names = instance->commandNames();
-    for (auto const& name : names) {
-        auto const* const prototype = dynamic_cast<QObject const*>(instance->commandPrototype(name));
-        QVERIFY(prototype);
-        QCOMPARE(prototype->parent(), instance.get());
-        QCOMPARE(instance->commandPrototype(name)->getOrderId(), quint64(0));
-    }
-    QCOMPARE(instance->findChildren<DAbstractCommand*>().size(), names.size());
-}
-
-void TestToolPlugin::announcement()
-{
-    auto const instance = ShippedPlugin().makeInstance(c_object);
-    QSignalSpy const done(instance.get(), &DAbstractPlugin::sigCommandsInitDone);
-    instance->initPluginCommands();
-    QCOMPARE(done.size(), 1);
-    QCOMPARE(done[0][0].toUuid(), c_object);
-    QCOMPARE(done[0][1].toStringList(), instance->commandNames());
 }
 
 QTEST_GUILESS_MAIN(TestToolPlugin)
