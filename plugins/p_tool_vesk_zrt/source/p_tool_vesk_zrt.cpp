@@ -1,5 +1,6 @@
 #include "p_tool_vesk_zrt.h"
 
+#include "be_maintenance_plugin.h"
 #include "d_cmd_eventListen.h"
 #include "d_cmd_getDirection.h"
 #include "d_cmd_getPresetInfo.h"
@@ -8,18 +9,29 @@
 #include "d_cmd_startTightening.h"
 #include "d_cmd_stopTightening.h"
 #include "d_cmd_triggerListen.h"
+#include "d_zrt_tool_channel.h"
 #include "zrt_log.h"
 
 #include <utilities/utilities.h>
 
 #include <QStringList>
 #include <QVariant>
+#include <qqml.h>
 
 namespace
 {
 
 constexpr char const* c_version = "1.0";
 constexpr char const* c_subType = "tightening";
+
+// The types of the maintenance page. Every plugin object registers them; the engine takes the same ones
+// again.
+void registerQmlTypes()
+{
+    constexpr char const* module = "PlgLibToolZrt";
+    qmlRegisterType<BeMaintenanceToolZrt>(module, 1, 0, "BeMaintenanceToolZrt");
+    qmlRegisterType<DZrtToolChannel>(module, 1, 0, "DZrtToolChannel");
+}
 
 } // namespace
 
@@ -30,6 +42,7 @@ PToolVeskZrt::PToolVeskZrt(QUuid const& objectUuid, QObject* parent)
 {
     setProperty(QStringLiteral("toolType"), QVariant(0), false);
     setProperty(QStringLiteral("features"), QVariant(QStringList{QStringLiteral("allow_loosening")}), false);
+    registerQmlTypes();
     setProperty(QStringLiteral("typeName"), QVariant(QString::fromLatin1(c_subType)), false);
     zrt::traceLife(*this, "created");
 }

@@ -81,9 +81,10 @@ int runCommand(RunOptions const& options)
         events.listen([&trace](qint64 time, RunEvent const& event) { trace->write(time, event); });
 
     ZrtController controller(setup.state);
-    ZrtEndpoint endpoint(controller, setup.replyTime, clock);
-    if (setup.isConnected)
-        workstation.connectEndpoint(QStringLiteral("device"), endpoint);
+    ZrtFaults faults(setup.faults, setup.state.seed);
+    ZrtEndpoint endpoint(controller, faults, setup.times, clock);
+    endpoint.setConnected(setup.isConnected);
+    workstation.connectEndpoint(QStringLiteral("device"), endpoint);
 
     bool succeeded = false;
     {
