@@ -8,6 +8,7 @@
 #include "host/tool.h"
 #include "host/workstation.h"
 #include "trace/event_json.h"
+#include "json/variant_json.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/utilities.h>

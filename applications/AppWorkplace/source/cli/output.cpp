@@ -1,6 +1,6 @@
 #include "output.h"
 
-#include "input/input_error.h"
+#include "json/input_error.h"
 
 #include <cerrno>
 #include <cstdio>

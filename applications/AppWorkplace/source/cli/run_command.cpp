@@ -11,9 +11,9 @@
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
-#include "input/input_error.h"
 #include "sequence/sequence_runner.h"
 #include "trace/trace_file.h"
+#include "json/input_error.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/date_source.h>
@@ -92,7 +92,7 @@ int runCommand(RunOptions const& options)
         events.publish(RunStarted{tool.plugin().pluginName(), versionToString(tool.plugin().pluginVersion()),
                                   setup.state.model + QLatin1Char(' ') + setup.state.serialNumber});
         RunDates const dates(clock);
-        succeeded = SequenceRunner(tool, workstation, clock).run(sequence);
+        succeeded = SequenceRunner(tool, endpoint, workstation, clock).run(sequence);
     }
     if (trace)
         trace->close();

@@ -1,6 +1,7 @@
 #include "transcript.h"
 
 #include "trace/event_json.h"
+#include "json/variant_json.h"
 
 #include <QStringList>
 
@@ -57,6 +58,15 @@ struct ToText
     {
         return about(event.order,
                      event.success ? QStringLiteral("done") : QStringLiteral("FAILED: ") + event.message);
+    }
+    QString operator()(PersonActed const& event) const
+    {
+        return aside(QStringLiteral("operator: ") + event.what
+                     + (event.effect.isEmpty() ? QString() : QStringLiteral(", ") + event.effect));
+    }
+    QString operator()(WaitFailed const& event) const
+    {
+        return aside(QStringLiteral("FAILED: ") + event.message);
     }
     QString operator()(ExpectationMissed const& event) const
     {

@@ -1,7 +1,7 @@
 #include "zrt_endpoint.h"
 
 #include "host/clock.h"
-#include "input/input_error.h"
+#include "json/input_error.h"
 
 #include <algorithm>
 #include <limits>

@@ -1,6 +1,6 @@
 #include "zrt_setup.h"
 
-#include "input/json_input.h"
+#include "json/json_input.h"
 
 #include <limits>
 
