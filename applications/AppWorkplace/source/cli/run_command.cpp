@@ -74,8 +74,12 @@ int runCommand(RunOptions const& options)
     }
 
     Output output;
-    events.listen([&output, &options](qint64 time, RunEvent const& event) {
-        output.write(options.json ? toJsonTranscript(time, event) : toTranscript(time, event));
+    Transcript transcript(output, Output::isTerminal());
+    events.listen([&](qint64 time, RunEvent const& event) {
+        if (options.json)
+            output.write(toJsonTranscript(time, event));
+        else
+            transcript.show(time, event);
     });
     if (trace)
         events.listen([&trace](qint64 time, RunEvent const& event) { trace->write(time, event); });
