@@ -4,6 +4,8 @@
 #include <utilities/utilities.h>
 
 #include <QFile>
+#include <QQmlComponent>
+#include <QQmlEngine>
 #include <QTest>
 
 /// The plugin object of the shipped library, as a host meets it.
@@ -20,6 +22,8 @@ private slots:
     void instances();
     void properties();
     void baseClasses();
+    void qmlTypes_data();
+    void qmlTypes();
 };
 
 namespace
@@ -129,6 +133,29 @@ void TestToolPlugin::baseClasses()
     QCOMPARE(instance->metaObject()->propertyCount(),
              DAbstractTighteningTool::staticMetaObject.propertyCount());
     QCOMPARE(instance->metaObject()->classInfoCount(), 0);
+}
+
+void TestToolPlugin::qmlTypes_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("backend") << QStringLiteral("BeMaintenanceToolZrt");
+    QTest::newRow("channel") << QStringLiteral("DZrtToolChannel");
+}
+
+void TestToolPlugin::qmlTypes()
+{
+    QFETCH(QString, name);
+    ShippedPlugin shipped;
+    // Every plugin object registers the types, and the engine takes them.
+    auto const first = shipped.makeInstance(c_object);
+    auto const second = shipped.makeInstance(QUuid());
+    QQmlEngine engine;
+    QQmlComponent component(&engine);
+    component.setData("import PlgLibToolZrt 1.0\n" + name.toLatin1() + " {}", QUrl());
+    std::unique_ptr<QObject> const object(component.create());
+    QVERIFY2(object, qPrintable(component.errorString()));
+    QCOMPARE(QString::fromLatin1(object->metaObject()->className()), name);
+    QCOMPARE(component.errors().size(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestToolPlugin)

@@ -142,7 +142,7 @@ struct ToText
         if (event.failed > 0)
             text += QStringLiteral(", %1 FAILED, %2 not run").arg(event.failed).arg(event.notRun);
         if (event.droppedReplies > 0)
-            text += QStringLiteral(", %1 late replies dropped").arg(event.droppedReplies);
+            text += QStringLiteral(", dropped replies: %1").arg(event.droppedReplies);
         return aside(text);
     }
 };
