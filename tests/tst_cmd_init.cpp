@@ -9,25 +9,15 @@
 #include <QTest>
 #include <QThread>
 
-#include <memory>
-
 /// The command "init" of the shipped library, driven through the host's doors.
 class TestCmdInit : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void identity();
-    void declarations();
-    void prototypeIsNotExecuted();
-
-    void cloneIsIndependent();
-    void clonesReadTheirOwnParameters();
-    void cloneIsReleasedOnce();
 
     void firstInstruction();
     void chainWaitsForEachReply();
-    void everyInstructionGoesToTheDevice();
     void argumentsOfTheLock();
 
     void earlyRepliesAreNotExamined_data();
@@ -73,99 +63,6 @@ QString shown(QObject const* object)
 
 } // namespace
 
-void TestCmdInit::identity()
-{
-    WorkingCommand const init(c_name);
-    QCOMPARE(init.command->commandName(), QStringLiteral("init"));
-    QCOMPARE(init.command->stopCommandName(), QString());
-    QCOMPARE(init.command->description(), QStringLiteral("Init zrt"));
-    QVERIFY(!init.command->isRecurrent());
-    auto const* const object = dynamic_cast<QObject const*>(init.command.data());
-    QVERIFY(object);
-    QCOMPARE(object->metaObject()->className(), "DCmdInitZrt");
-    QCOMPARE(object->metaObject()->superClass(), &DAbstractCommand::staticMetaObject);
-    // Nothing of its own is open to scripts or to connections by name.
-    QCOMPARE(object->metaObject()->methodCount(), DAbstractCommand::staticMetaObject.methodCount());
-    QCOMPARE(object->metaObject()->propertyCount(), DAbstractCommand::staticMetaObject.propertyCount());
-}
-
-void TestCmdInit::declarations()
-{
-    WorkingCommand const init(c_name);
-    auto const arguments = init.command->commandArguments();
-    QCOMPARE(arguments.parameters.size(), 0);
-    QCOMPARE(arguments.results.size(), 1);
-    QCOMPARE(arguments.results[0].key, QStringLiteral("doneOk"));
-    QCOMPARE(arguments.results[0].typeTag, QStringLiteral("bool"));
-    QCOMPARE(arguments.results[0].label, QStringLiteral("Job done"));
-    QCOMPARE(arguments.results[0].defaultValue.userType(), int(QMetaType::Bool));
-    QCOMPARE(arguments.results[0].defaultValue.toBool(), false);
-    QCOMPARE(init.result(c_doneOk), QVariant(false));
-}
-
-void TestCmdInit::prototypeIsNotExecuted()
-{
-    WorkingCommand const init(c_name);
-    // Linked to no order, it refuses and sends nothing.
-    auto const unlinked = init.command->createCommand({});
-    QVERIFY(!unlinked->commandExecute());
-    QCOMPARE(init.order.posted.size(), 0);
-
-    // Nor once its order is gone.
-    auto passing = std::make_unique<RecordingOrder>();
-    unlinked->linkWithItsOrder(passing.get());
-    passing.reset();
-    QVERIFY(!unlinked->commandExecute());
-}
-
-void TestCmdInit::cloneIsIndependent()
-{
-    WorkingCommand init(c_name);
-    auto const* const prototype =
-        dynamic_cast<DAbstractCommand const*>(init.instance->commandPrototype(c_name));
-    auto const clone = init.command.dynamicCast<DAbstractCommand>();
-    QVERIFY(clone);
-    QVERIFY(clone.data() != prototype);
-    QCOMPARE(clone->metaObject(), prototype->metaObject());
-    QCOMPARE(clone->parent(), prototype->parent());
-    QCOMPARE(clone->parent(), init.instance.get());
-
-    executeUpToScreenLock(init);
-    QVERIFY(init.reply(map(c_doneOk, true)));
-    QCOMPARE(clone->result(c_doneOk), QVariant(true));
-    QCOMPARE(prototype->result(c_doneOk), QVariant(false));
-
-    // A clone can be cloned again.
-    auto const second = init.command->createCommand({}).dynamicCast<DAbstractCommand>();
-    QCOMPARE(second->parent(), init.instance.get());
-    QCOMPARE(second->result(c_doneOk), QVariant(false));
-}
-
-void TestCmdInit::clonesReadTheirOwnParameters()
-{
-    WorkingCommand const first(c_name, map(QStringLiteral("orderId"), 11));
-    auto const second = first.command->createCommand(map(QStringLiteral("orderId"), 12));
-    QCOMPARE(first.command->getParameterOrderId(), quint64(11));
-    QCOMPARE(second->getParameterOrderId(), quint64(12));
-    QCOMPARE(first.instance->commandPrototype(c_name)->getParameterOrderId(), quint64(0));
-}
-
-void TestCmdInit::cloneIsReleasedOnce()
-{
-    WorkingCommand init(c_name);
-    QWeakPointer<QObject> const tracked = init.command.dynamicCast<QObject>();
-    QPointer<QObject> const watched = tracked.toStrongRef().data();
-    QSharedPointer<ICommand> const other = init.command;
-    init.command.reset();
-    QVERIFY(watched);
-    QVERIFY(tracked.toStrongRef());
-    const_cast<QSharedPointer<ICommand>&>(other).reset();
-    QVERIFY(!watched);
-    QVERIFY(!tracked.toStrongRef());
-    // It is no child of the plugin instance any more, which would delete it again.
-    QCOMPARE(init.instance->findChildren<DAbstractCommand*>().size(), init.instance->commandNames().size());
-}
-
 void TestCmdInit::firstInstruction()
 {
     WorkingCommand init(c_name);
@@ -192,16 +89,6 @@ void TestCmdInit::chainWaitsForEachReply()
     QCOMPARE(init.order.results.size(), 1);
     QCOMPARE(init.order.finishes.size(), 1);
     QVERIFY(init.order.finishes[0].success);
-}
-
-void TestCmdInit::everyInstructionGoesToTheDevice()
-{
-    WorkingCommand init(c_name, map(QStringLiteral("lock"), 2));
-    executeUpToScreenLock(init);
-    for (auto const& posted : init.order.posted) {
-        QCOMPARE(posted.instruction.target, QStringLiteral("device"));
-        QCOMPARE(posted.instruction.timeAllowance, 4000);
-    }
 }
 
 void TestCmdInit::argumentsOfTheLock()

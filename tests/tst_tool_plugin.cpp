@@ -4,7 +4,8 @@
 #include <utilities/utilities.h>
 
 #include <QFile>
-#include <QSignalSpy>
+#include <QQmlComponent>
+#include <QQmlEngine>
 #include <QTest>
 
 /// The plugin object of the shipped library, as a host meets it.
@@ -21,9 +22,8 @@ private slots:
     void instances();
     void properties();
     void baseClasses();
-    void catalogue();
-    void prototypes();
-    void announcement();
+    void qmlTypes_data();
+    void qmlTypes();
 };
 
 namespace
@@ -135,37 +135,27 @@ void TestToolPlugin::baseClasses()
     QCOMPARE(instance->metaObject()->classInfoCount(), 0);
 }
 
-void TestToolPlugin::catalogue()
+void TestToolPlugin::qmlTypes_data()
 {
-    auto const instance = ShippedPlugin().makeInstance(c_object);
-    QCOMPARE(instance->commandNames(), QStringList());
-    instance->initPluginCommands();
-    QCOMPARE(instance->commandNames(), QStringList{QStringLiteral("init")});
-    QVERIFY(!instance->commandPrototype(QStringLiteral("Init")));
+    QTest::addColumn<QString>("name");
+    QTest::newRow("backend") << QStringLiteral("BeMaintenanceToolZrt");
+    QTest::newRow("channel") << QStringLiteral("DZrtToolChannel");
 }
 
-void TestToolPlugin::prototypes()
+void TestToolPlugin::qmlTypes()
 {
-    auto const instance = ShippedPlugin().makeInstance(c_object);
-    instance->initPluginCommands();
-    auto const names = instance->commandNames();
-    for (auto const& name : names) {
-        auto const* const prototype = dynamic_cast<QObject const*>(instance->commandPrototype(name));
-        QVERIFY(prototype);
-        QCOMPARE(prototype->parent(), instance.get());
-        QCOMPARE(instance->commandPrototype(name)->getOrderId(), quint64(0));
-    }
-    QCOMPARE(instance->findChildren<DAbstractCommand*>().size(), names.size());
-}
-
-void TestToolPlugin::announcement()
-{
-    auto const instance = ShippedPlugin().makeInstance(c_object);
-    QSignalSpy const done(instance.get(), &DAbstractPlugin::sigCommandsInitDone);
-    instance->initPluginCommands();
-    QCOMPARE(done.size(), 1);
-    QCOMPARE(done[0][0].toUuid(), c_object);
-    QCOMPARE(done[0][1].toStringList(), instance->commandNames());
+    QFETCH(QString, name);
+    ShippedPlugin shipped;
+    // Every plugin object registers the types, and the engine takes them.
+    auto const first = shipped.makeInstance(c_object);
+    auto const second = shipped.makeInstance(QUuid());
+    QQmlEngine engine;
+    QQmlComponent component(&engine);
+    component.setData("import PlgLibToolZrt 1.0\n" + name.toLatin1() + " {}", QUrl());
+    std::unique_ptr<QObject> const object(component.create());
+    QVERIFY2(object, qPrintable(component.errorString()));
+    QCOMPARE(QString::fromLatin1(object->metaObject()->className()), name);
+    QCOMPARE(component.errors().size(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestToolPlugin)

@@ -47,6 +47,16 @@ public:
     /// Links the command to its order and executes it, as a host does.
     bool execute() { return order.execute(*command); }
 
+    /// Replies to the last instruction of this name that was posted.
+    bool replyTo(QString const& instruction, QMap<QString, QVariant> const& map)
+    {
+        for (int i = order.posted.size() - 1; i >= 0; --i) {
+            if (order.posted[i].instruction.name == instruction)
+                return command->setReply(order.posted[i].id, map);
+        }
+        qFatal("no such instruction was posted: %s", qPrintable(instruction));
+    }
+
     /// Replies to the last instruction that was posted.
     bool reply(QMap<QString, QVariant> const& map) { return command->setReply(order.posted.last().id, map); }
 

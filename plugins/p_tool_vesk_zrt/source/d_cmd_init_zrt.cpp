@@ -55,7 +55,7 @@ bool DCmdInitZrt::onSetLockScreenReply(quint64 /*instructionId*/, QMap<QString, 
     zrt::traceReply(*this, "onSetLockScreenReply", reply);
     auto const doneOk = reply.constFind(QStringLiteral("doneOk"));
     if (doneOk == reply.constEnd()) {
-        zrt::errorLine(*this, __FILE__, c_invalidReplyLine) << "ERROR: Invalid reply format";
+        zrt::errorLine(*this, __FILE__, c_invalidReplyLine) << zrt::c_invalidReply;
         return false;
     }
     return commandUpdateResult(QStringLiteral("doneOk"), QVariant(doneOk->toBool()));

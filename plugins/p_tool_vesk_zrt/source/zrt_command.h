@@ -8,6 +8,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <optional>
+
 /// What all commands of the ZRT share.
 namespace zrt
 {
@@ -21,8 +23,36 @@ inline QString device()
 /// What every instruction carries as its time allowance; the host reads it as milliseconds.
 constexpr int c_timeAllowance = 4000;
 
+/// A reply lacks a key that it must have.
+constexpr char const* c_invalidReply = "ERROR: Invalid reply format";
+/// A reply has the key, but its value is of a type that the command does not handle.
+constexpr char const* c_unmanagedFormat = "ERROR: Reply data format not managed";
+
 /// A reply handler: takes the instruction's id and the reply, answers whether it took the reply.
 using OnReply = fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool>;
+
+/// A number of a reply as a whole number: a fraction is cut, not rounded. What is no number, or none that an
+/// int can hold, reads as 0.
+int toWhole(QVariant const& value);
+
+/// The lines under which a listening command reports an event message that it cannot read.
+struct EventLines
+{
+    int invalidReply;
+    int unmanagedFormat;
+};
+
+/// What an event message holds.
+struct EventValues
+{
+    std::optional<QMap<QString, QVariant>> values;
+    /// The handler's answer where there are no values: false if they are missing, true if they are no map.
+    bool answer = true;
+};
+
+/// Reads the "values" of an event message that reached @p command; what is wrong with it is logged.
+EventValues readEvent(QObject const& command, char const* file, EventLines lines,
+                      QMap<QString, QVariant> const& reply);
 
 /// A working command made from a prototype: of the same class and with the same parent, with the order's
 /// parameters.

@@ -23,6 +23,11 @@ QDebug errorLine(QObject const& origin, char const* file, int line)
     return stream;
 }
 
+QDebug infoLine()
+{
+    return QMessageLogger(nullptr, 0, nullptr).info();
+}
+
 #ifndef QT_NO_DEBUG
 
 namespace

@@ -19,6 +19,9 @@ namespace zrt
 ///     zrt::errorLine(*this, __FILE__, c_invalidReplyLine) << "ERROR: Invalid reply format";
 QDebug errorLine(QObject const& origin, char const* file, int line);
 
+/// Begins a line of information; what is streamed into it is the line.
+QDebug infoLine();
+
 /// Traces a reply as it reached @p handler. Release builds have no traces.
 #ifdef QT_NO_DEBUG
 inline void traceReply(QObject const&, char const*, QMap<QString, QVariant> const&) {}

@@ -8,6 +8,7 @@
 #include "host/tool.h"
 #include "host/workstation.h"
 #include "trace/event_json.h"
+#include "json/variant_json.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/utilities.h>
@@ -123,18 +124,69 @@ void showCommand(ICommand const& command, bool json, Output& output)
     output.write(lines.toUtf8());
 }
 
+// A table's cell; a bar in it would end it.
+QString cell(QString text)
+{
+    return text.replace(QLatin1Char('|'), QLatin1String("\\|"));
+}
+
+void writeTable(QString const& title, QList<DDeclaration> const& declarations, Output& output)
+{
+    if (declarations.isEmpty())
+        return;
+    QString lines = QStringLiteral("\n| %1 | type | label | default |\n|---|---|---|---|\n").arg(title);
+    for (auto const& declaration : declarations) {
+        QString const defaultText = declaration.defaultValue.isValid()
+                                        ? QStringLiteral("`%1` (%2)")
+                                              .arg(toText(declaration.defaultValue),
+                                                   QLatin1String(declaration.defaultValue.typeName()))
+                                        : QStringLiteral("none");
+        lines += QStringLiteral("| `%1` | %2 | %3 | %4 |\n")
+                     .arg(cell(declaration.key), cell(declaration.typeTag), cell(declaration.label),
+                          cell(defaultText));
+    }
+    output.write(lines.toUtf8());
+}
+
+void writeReference(DAbstractPlugin const& plugin, Output& output)
+{
+    output.write(QStringLiteral("# The commands of %1\n\n"
+                                "Written by `workplace inspect --markdown` from the library itself.\n")
+                     .arg(plugin.pluginName())
+                     .toUtf8());
+    auto const names = plugin.commandNames();
+    for (auto const& name : names) {
+        ICommand const& command = *plugin.commandPrototype(name);
+        QString const ending =
+            command.isRecurrent()
+                ? QStringLiteral("Runs until \"%1\" is ordered.").arg(command.stopCommandName())
+                : QStringLiteral("Ends by itself.");
+        output.write(QStringLiteral("\n## %1\n\nDescription: \"%2\". %3\n")
+                         .arg(name, command.description(), ending)
+                         .toUtf8());
+        writeTable(QStringLiteral("parameter"), command.commandArguments().parameters, output);
+        writeTable(QStringLiteral("result"), command.commandArguments().results, output);
+    }
+}
+
 } // namespace
 
 int inspectCommand(InspectOptions const& options)
 {
     Output output;
     PluginLibrary library(options.plugin);
-    showLibrary(library, options.json, output);
+    if (!options.markdown)
+        showLibrary(library, options.json, output);
 
     Clock clock(Clock::Pace::Simulated);
     RunEvents const events(clock);
     Workstation workstation(clock, events);
     Tool const tool(library.plugin(), QUuid(), workstation);
+    if (options.markdown) {
+        writeReference(tool.plugin(), output);
+        output.close();
+        return 0;
+    }
     showPlugin(tool.plugin(), options.json, output);
     auto const names = tool.plugin().commandNames();
     for (auto const& name : names)

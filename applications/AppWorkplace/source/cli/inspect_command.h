@@ -6,6 +6,7 @@ struct InspectOptions
 {
     QString plugin;
     bool json = false;
+    bool markdown = false;
 };
 
 /// `workplace inspect`: the program's exit code. InputError for bad input.

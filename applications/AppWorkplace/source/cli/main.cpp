@@ -51,7 +51,12 @@ int main(int argc, char** argv)
     auto* const inspectVerb = app.add_subcommand("inspect", "Show what a plugin library is and offers");
     addText(*inspectVerb, "--plugin", inspect.plugin, "the library, or the folder it is in")
         ->type_name("FILE");
-    inspectVerb->add_flag("--json", inspect.json, "one JSON object a line, for programs");
+    auto* const inspectJson =
+        inspectVerb->add_flag("--json", inspect.json, "one JSON object a line, for programs");
+    inspectVerb
+        ->add_flag("--markdown", inspect.markdown,
+                   "the reference of the commands, as docs/commands.md has it")
+        ->excludes(inspectJson);
 
     RunOptions run;
     run.plugin = defaultPlugin();

@@ -1,6 +1,8 @@
 #include "output.h"
 
-#include "input/input_error.h"
+#include "json/input_error.h"
+
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +13,11 @@ void Output::write(QByteArray const& text)
     auto const size = static_cast<std::size_t>(text.size());
     if (m_error == 0 && (std::fwrite(text.constData(), 1, size, stdout) != size || std::fflush(stdout) != 0))
         m_error = errno;
+}
+
+bool Output::isTerminal()
+{
+    return isatty(STDOUT_FILENO) != 0;
 }
 
 void Output::close() const

@@ -8,6 +8,8 @@ class Output
 {
 public:
     void write(QByteArray const& text);
+    /// Whether a person is likely to watch.
+    static bool isTerminal();
     /// InputError if not everything could be written.
     void close() const;
 

@@ -11,9 +11,9 @@
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
-#include "input/input_error.h"
 #include "sequence/sequence_runner.h"
 #include "trace/trace_file.h"
+#include "json/input_error.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/date_source.h>
@@ -74,16 +74,21 @@ int runCommand(RunOptions const& options)
     }
 
     Output output;
-    events.listen([&output, &options](qint64 time, RunEvent const& event) {
-        output.write(options.json ? toJsonTranscript(time, event) : toTranscript(time, event));
+    Transcript transcript(output, Output::isTerminal());
+    events.listen([&](qint64 time, RunEvent const& event) {
+        if (options.json)
+            output.write(toJsonTranscript(time, event));
+        else
+            transcript.show(time, event);
     });
     if (trace)
         events.listen([&trace](qint64 time, RunEvent const& event) { trace->write(time, event); });
 
     ZrtController controller(setup.state);
-    ZrtEndpoint endpoint(controller, setup.replyTime, clock);
-    if (setup.isConnected)
-        workstation.connectEndpoint(QStringLiteral("device"), endpoint);
+    ZrtFaults faults(setup.faults, setup.state.seed);
+    ZrtEndpoint endpoint(controller, faults, setup.times, clock);
+    endpoint.setConnected(setup.isConnected);
+    workstation.connectEndpoint(QStringLiteral("device"), endpoint);
 
     bool succeeded = false;
     {
@@ -91,7 +96,7 @@ int runCommand(RunOptions const& options)
         events.publish(RunStarted{tool.plugin().pluginName(), versionToString(tool.plugin().pluginVersion()),
                                   setup.state.model + QLatin1Char(' ') + setup.state.serialNumber});
         RunDates const dates(clock);
-        succeeded = SequenceRunner(tool, workstation, clock).run(sequence);
+        succeeded = SequenceRunner(tool, endpoint, workstation, clock).run(sequence);
     }
     if (trace)
         trace->close();

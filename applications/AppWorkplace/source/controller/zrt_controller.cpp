@@ -1,6 +1,6 @@
 #include "zrt_controller.h"
 
-#include <QMap>
+#include <utility>
 
 namespace
 {
@@ -10,7 +10,22 @@ QVariantMap refused(QString const& why)
     return {{QStringLiteral("error"), why}};
 }
 
+QVariantMap done()
+{
+    return {{QStringLiteral("doneOk"), true}};
+}
+
+// A whole number of an argument, which may come signed, unsigned or as text.
+std::optional<int> number(QVariantMap const& arguments, char const* key)
+{
+    bool isNumber = false;
+    int const value = arguments.value(QString::fromLatin1(key)).toInt(&isNumber);
+    return isNumber ? std::optional(value) : std::nullopt;
+}
+
 } // namespace
+
+ZrtController::ZrtController(ZrtState state) : m_state(std::move(state)), m_random(m_state.seed) {}
 
 QVariantMap ZrtController::execute(QString const& instruction, QVariantMap const& arguments)
 {
@@ -19,10 +34,58 @@ QVariantMap ZrtController::execute(QString const& instruction, QVariantMap const
         {QStringLiteral("getInfo"), &ZrtController::getInfo},
         {QStringLiteral("setLock"), &ZrtController::setLock},
         {QStringLiteral("setLockScreen"), &ZrtController::setLockScreen},
+        {QStringLiteral("setProgram"), &ZrtController::setProgram},
+        {QStringLiteral("getPresetData"), &ZrtController::getPresetData},
+        {QStringLiteral("getRegister"), &ZrtController::getRegister},
+        {QStringLiteral("SetTriggerProgram"), &ZrtController::setTriggerProgram},
     };
     Handler const handler = handlers.value(instruction);
     return handler ? (this->*handler)(arguments)
                    : refused(QStringLiteral("unknown instruction \"%1\"").arg(instruction));
+}
+
+std::optional<ZrtRun> ZrtController::pullTrigger()
+{
+    bool const isLocked =
+        m_state.isReverse ? m_state.lock != ZrtState::Free : m_state.lock == ZrtState::AllLocked;
+    if (isLocked)
+        return std::nullopt;
+    ZrtPreset const preset = m_state.presets.value(m_state.program);
+    TighteningResult result;
+    if (m_state.isReverse) {
+        result = loosen(preset, m_random);
+    } else {
+        Screw const screw = m_state.screws.isEmpty() ? Screw::Good : m_state.screws.takeFirst();
+        result = tighten(preset, screw, m_random);
+    }
+    ++m_state.eventCount;
+    QString const good = m_state.isReverse ? QStringLiteral("loosened") : QStringLiteral("OK");
+    QVariantMap event{{QStringLiteral("eventCountNo"), m_state.eventCount},
+                      {QStringLiteral("program"), m_state.program},
+                      {QStringLiteral("status"), result.error == 0 ? good : QStringLiteral("NOK")},
+                      {QStringLiteral("torque"), result.torque},
+                      {QStringLiteral("angle"), result.angle},
+                      {QStringLiteral("speed"), result.speed},
+                      {QStringLiteral("time"), result.time},
+                      {QStringLiteral("direction"), m_state.isReverse ? 1 : 0}};
+    if (result.error != 0)
+        event.insert(QStringLiteral("error"), result.error);
+    return ZrtRun{result.time, event};
+}
+
+void ZrtController::pressReverse()
+{
+    m_state.isReverse = !m_state.isReverse;
+}
+
+void ZrtController::restore(ZrtBackup const& backup, int first, int last, bool withParameters)
+{
+    for (auto it = backup.presets.cbegin(); it != backup.presets.cend(); ++it) {
+        if (it.key() >= first && it.key() <= last)
+            m_state.presets.insert(it.key(), it.value());
+    }
+    if (withParameters)
+        m_state.parameters = backup.parameters;
 }
 
 QVariantMap ZrtController::getInfo(QVariantMap const& /*arguments*/)
@@ -34,18 +97,55 @@ QVariantMap ZrtController::getInfo(QVariantMap const& /*arguments*/)
 
 QVariantMap ZrtController::setLock(QVariantMap const& arguments)
 {
-    bool isNumber = false;
-    int const lock = arguments.value(QStringLiteral("lock")).toInt(&isNumber);
-    if (!isNumber || lock < ZrtState::Free || lock > ZrtState::LooseningLocked)
+    auto const lock = number(arguments, "lock");
+    if (!lock || *lock < ZrtState::Free || *lock > ZrtState::LooseningLocked)
         return refused(QStringLiteral("\"lock\" must be 0 (free), 1 (all locked) or 2 (loosening locked)"));
-    m_state.lock = lock;
-    return {{QStringLiteral("lockStatus"), lock},
-            {QStringLiteral("fasteningLocked"), lock == ZrtState::AllLocked},
-            {QStringLiteral("looseningLocked"), lock != ZrtState::Free}};
+    m_state.lock = *lock;
+    return {{QStringLiteral("lockStatus"), m_state.lock},
+            {QStringLiteral("fasteningLocked"), m_state.lock == ZrtState::AllLocked},
+            {QStringLiteral("looseningLocked"), m_state.lock != ZrtState::Free}};
 }
 
 QVariantMap ZrtController::setLockScreen(QVariantMap const& /*arguments*/)
 {
     m_state.isScreenLocked = true;
-    return {{QStringLiteral("doneOk"), true}};
+    return done();
+}
+
+QVariantMap ZrtController::setProgram(QVariantMap const& arguments)
+{
+    auto const program = number(arguments, "program");
+    if (!program || !m_state.presets.contains(*program))
+        return refused(QStringLiteral("there is no such program"));
+    m_state.program = *program;
+    return {{QStringLiteral("doneOk"), true}, {QStringLiteral("program"), m_state.program}};
+}
+
+QVariantMap ZrtController::getPresetData(QVariantMap const& arguments)
+{
+    auto const preset = number(arguments, "preset");
+    if (!preset || !m_state.presets.contains(*preset))
+        return refused(QStringLiteral("there is no such preset"));
+    return {{QStringLiteral("presetData"), m_state.presets.value(*preset).toMap()}};
+}
+
+QVariantMap ZrtController::getRegister(QVariantMap const& arguments)
+{
+    QMap<QString, int> const registers{
+        {QStringLiteral("direction"), m_state.isReverse ? 1 : 0},
+        {QStringLiteral("eventCount"), m_state.eventCount},
+        {QStringLiteral("lock"), m_state.lock},
+        {QStringLiteral("program"), m_state.program},
+        {QStringLiteral("triggerMode"), m_state.isTriggerMode ? 1 : 0},
+    };
+    auto const it = registers.constFind(arguments.value(QStringLiteral("channel")).toString());
+    if (it == registers.constEnd())
+        return refused(QStringLiteral("there is no such channel"));
+    return {{QStringLiteral("channel"), it.key()}, {QStringLiteral("values"), QVariantList{*it}}};
+}
+
+QVariantMap ZrtController::setTriggerProgram(QVariantMap const& arguments)
+{
+    m_state.isTriggerMode = !arguments.value(QStringLiteral("resetMode")).toBool();
+    return done();
 }

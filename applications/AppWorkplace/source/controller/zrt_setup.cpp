@@ -1,57 +1,97 @@
 #include "zrt_setup.h"
 
-#include "input/json_input.h"
+#include "json/json_input.h"
+
+#include <limits>
 
 namespace
 {
 
-constexpr int c_longestReplyTime = 600'000;
+constexpr int c_longestTime = 600'000;
+constexpr int c_highestPreset = std::numeric_limits<quint16>::max();
 
-void readText(JsonInput const& object, QString const& key, QString& text)
+/// Reads an object's values, each if it is there, and in the end refuses what was not asked for.
+class Fields
 {
-    if (object.has(key))
-        text = object.at(key).toText();
-}
+public:
+    explicit Fields(JsonInput object) : m_object(std::move(object)) {}
 
-void readBool(JsonInput const& object, QString const& key, bool& value)
-{
-    if (object.has(key))
-        value = object.at(key).toBool();
-}
+    template <class Read> void read(char const* name, Read const& read)
+    {
+        QString const key = QString::fromLatin1(name);
+        m_known += key;
+        if (m_object.has(key))
+            read(m_object.at(key));
+    }
+    void text(char const* name, QString& value)
+    {
+        read(name, [&value](JsonInput const& input) { value = input.toText(); });
+    }
+    void boolean(char const* name, bool& value)
+    {
+        read(name, [&value](JsonInput const& input) { value = input.toBool(); });
+    }
+    template <class Number> void number(char const* name, Number& value, qint64 lowest, qint64 highest)
+    {
+        read(name,
+             [&](JsonInput const& input) { value = static_cast<Number>(input.toInteger(lowest, highest)); });
+    }
+    void end() const { m_object.allowKeys(m_known); }
 
-void readInteger(JsonInput const& object, QString const& key, int lowest, int highest, int& number)
+private:
+    JsonInput m_object;
+    QStringList m_known;
+};
+
+Screw readScrew(JsonInput const& input)
 {
-    if (object.has(key))
-        number = static_cast<int>(object.at(key).toInteger(lowest, highest));
+    auto const index = screwNames().indexOf(input.toText());
+    if (index < 0)
+        input.fail(QStringLiteral("unknown kind of screw, known are %1")
+                       .arg(screwNames().join(QStringLiteral(", "))));
+    return static_cast<Screw>(index);
 }
 
 } // namespace
 
 ZrtSetup readZrtSetup(QString const& fileName)
 {
-    QString const identity = QStringLiteral("identity");
-    QString const model = QStringLiteral("model");
-    QString const serialNumber = QStringLiteral("serialNumber");
-    QString const firmware = QStringLiteral("firmware");
-    QString const lock = QStringLiteral("lock");
-    QString const screenLocked = QStringLiteral("screenLocked");
-    QString const connected = QStringLiteral("connected");
-    QString const replyTime = QStringLiteral("replyTime");
-
-    auto const root = JsonInput::fromFile(fileName);
-    root.allowKeys({identity, lock, screenLocked, connected, replyTime});
-
     ZrtSetup setup;
-    if (root.has(identity)) {
-        auto const given = root.at(identity);
-        given.allowKeys({model, serialNumber, firmware});
-        readText(given, model, setup.state.model);
-        readText(given, serialNumber, setup.state.serialNumber);
-        readText(given, firmware, setup.state.firmware);
-    }
-    readInteger(root, lock, ZrtState::Free, ZrtState::LooseningLocked, setup.state.lock);
-    readBool(root, screenLocked, setup.state.isScreenLocked);
-    readBool(root, connected, setup.isConnected);
-    readInteger(root, replyTime, 0, c_longestReplyTime, setup.replyTime);
+    ZrtState& state = setup.state;
+    Fields root(JsonInput::fromFile(fileName));
+    root.read("identity", [&state](JsonInput const& input) {
+        Fields identity(input);
+        identity.text("model", state.model);
+        identity.text("serialNumber", state.serialNumber);
+        identity.text("firmware", state.firmware);
+        identity.end();
+    });
+    root.number("lock", state.lock, ZrtState::Free, ZrtState::LooseningLocked);
+    root.boolean("screenLocked", state.isScreenLocked);
+    root.read("presets", [&state](JsonInput const& input) { state.presets = readZrtPresets(input); });
+    root.read("unwritablePresets", [&state](JsonInput const& input) {
+        for (auto const& item : input.items())
+            state.unwritablePresets += static_cast<int>(item.toInteger(0, c_highestPreset));
+    });
+    root.read("parameters",
+              [&state](JsonInput const& input) { state.parameters = readZrtParameters(input); });
+    root.read("program", [&state](JsonInput const& input) {
+        state.program = static_cast<int>(input.toInteger(0, c_highestPreset));
+        if (!state.presets.contains(state.program))
+            input.fail(QStringLiteral("there is no preset of this number"));
+    });
+    root.boolean("triggerMode", state.isTriggerMode);
+    root.boolean("reverse", state.isReverse);
+    root.number("eventCount", state.eventCount, 0, std::numeric_limits<int>::max());
+    root.number("seed", state.seed, 0, std::numeric_limits<qint64>::max());
+    root.read("screws", [&state](JsonInput const& input) {
+        for (auto const& item : input.items())
+            state.screws += readScrew(item);
+    });
+    root.number("replyTime", setup.times.reply, 0, c_longestTime);
+    root.number("presetTime", setup.times.preset, 0, c_longestTime);
+    root.boolean("connected", setup.isConnected);
+    root.read("faults", [&setup](JsonInput const& input) { setup.faults = readZrtFaults(input); });
+    root.end();
     return setup;
 }

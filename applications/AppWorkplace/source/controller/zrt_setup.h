@@ -1,6 +1,8 @@
 #pragma once
 
 #include "zrt_controller.h"
+#include "zrt_endpoint.h"
+#include "zrt_faults.h"
 
 #include <QString>
 
@@ -8,9 +10,9 @@
 struct ZrtSetup
 {
     ZrtState state;
-    /// Milliseconds from an instruction to its reply.
-    int replyTime = 5;
+    ZrtTimes times;
     bool isConnected = true;
+    QList<ZrtFault> faults;
 };
 
 /// Reads a set-up file (docs/controller.md); what it does not mention keeps its default. InputError if it is

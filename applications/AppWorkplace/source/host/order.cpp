@@ -34,7 +34,7 @@ quint64 Order::instructionPosted(DInstruction const& instruction)
 
 void Order::instructionWithdrawn(quint64 instructionId)
 {
-    m_workstation.events().publish(InstructionWithdrawn{id(), instructionId});
+    m_workstation.withdraw(id(), instructionId);
 }
 
 void Order::resultUpdated(QString const& key, QVariant const& value)

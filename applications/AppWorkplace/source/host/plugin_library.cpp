@@ -1,6 +1,6 @@
 #include "plugin_library.h"
 
-#include "input/input_error.h"
+#include "json/input_error.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 

@@ -47,6 +47,11 @@ struct ReplyArrived
     quint64 instruction;
     QVariantMap reply;
 };
+/// What was waited for did not come in time.
+struct WaitFailed
+{
+    QString message;
+};
 /// The reply that arrived just before was not wanted any more.
 struct ReplyDropped
 {
@@ -65,6 +70,12 @@ struct OrderFinished
     QString command;
     bool success;
     QString message; ///< why it failed
+};
+/// A person did something at the tool.
+struct PersonActed
+{
+    QString what;
+    QString effect; ///< empty if what happens then is told by other events
 };
 struct ExpectationMissed
 {
@@ -86,9 +97,9 @@ struct RunFinished
     quint64 droppedReplies;
 };
 
-using RunEvent =
-    std::variant<RunStarted, OrderStarted, StopOrdered, InstructionPosted, InstructionWithdrawn, ReplyArrived,
-                 ReplyDropped, ResultUpdated, OrderFinished, ExpectationMissed, LogWritten, RunFinished>;
+using RunEvent = std::variant<RunStarted, OrderStarted, StopOrdered, InstructionPosted, InstructionWithdrawn,
+                              ReplyArrived, ReplyDropped, ResultUpdated, OrderFinished, PersonActed,
+                              WaitFailed, ExpectationMissed, LogWritten, RunFinished>;
 
 /// Passes each event on to all listeners, with its time in milliseconds.
 class RunEvents

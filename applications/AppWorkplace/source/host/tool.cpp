@@ -56,6 +56,14 @@ template <class Condition> std::vector<Order*> Tool::runningWhere(Condition cons
     return found;
 }
 
+Order const* Tool::running(QString const& command) const
+{
+    auto const it = std::find_if(m_orders.crbegin(), m_orders.crend(), [&command](auto const& order) {
+        return order->state() == Order::State::Running && order->command().commandName() == command;
+    });
+    return it == m_orders.crend() ? nullptr : it->get();
+}
+
 int Tool::stop(QString const& stopCommand)
 {
     auto const orders = runningWhere([&stopCommand](QString const& name) { return name == stopCommand; });

@@ -32,6 +32,9 @@ public:
     /// releaseOrders() finds it over.
     Order& order(QString const& command, QVariantMap const& parameters);
 
+    /// The running order for a command, the last one if there are several; null if there is none.
+    Order const* running(QString const& command) const;
+
     /// Ends every running command that reports this stop name; answers how many there were.
     int stop(QString const& stopCommand);
     /// Ends every listening command.

@@ -26,7 +26,7 @@ quint64 Workstation::carry(Order& order, DInstruction const& instruction)
     m_events.publish(InstructionPosted{orderId, id, instruction});
 
     Endpoint* const endpoint = m_endpoints.value(instruction.target);
-    if (!endpoint) {
+    if (!endpoint || !endpoint->isConnected()) {
         QString const reason = QStringLiteral("endpoint \"%1\" is gone").arg(instruction.target);
         m_clock.after(0, [target, id, reason] {
             if (target)
@@ -34,7 +34,7 @@ quint64 Workstation::carry(Order& order, DInstruction const& instruction)
         });
         return id;
     }
-    endpoint->post(instruction.name, instruction.arguments,
+    endpoint->post(id, instruction.name, instruction.arguments,
                    [this, target, orderId, id](QVariantMap const& reply) {
                        m_events.publish(ReplyArrived{orderId, id, reply});
                        if (target)
@@ -48,6 +48,13 @@ quint64 Workstation::carry(Order& order, DInstruction const& instruction)
             target->allowancePassed(id);
     });
     return id;
+}
+
+void Workstation::withdraw(quint64 order, quint64 instruction)
+{
+    m_events.publish(InstructionWithdrawn{order, instruction});
+    for (auto* const endpoint : qAsConst(m_endpoints))
+        endpoint->withdraw(instruction);
 }
 
 void Workstation::drop(quint64 order, quint64 instruction)

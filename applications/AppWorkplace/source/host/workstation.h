@@ -29,6 +29,9 @@ public:
     /// fails, once the order is through with what it is doing.
     quint64 carry(Order& order, DInstruction const& instruction);
 
+    /// Tells the endpoints that no further reply to an instruction is wanted.
+    void withdraw(quint64 order, quint64 instruction);
+
     /// Counts a reply that nobody waits for.
     void drop(quint64 order, quint64 instruction);
     quint64 droppedReplies() const { return m_droppedReplies; }

@@ -1,9 +1,10 @@
 #include "sequence.h"
 
-#include "input/json_input.h"
+#include "json/json_input.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 
+#include <QDir>
 #include <QFileInfo>
 
 #include <algorithm>
@@ -13,6 +14,8 @@ namespace
 {
 
 constexpr qint64 c_longestWait = 24 * 3600 * 1000;
+constexpr qint64 c_awaitTime = 10'000;
+constexpr int c_mostPulls = 10'000;
 
 QStringList keysOf(QList<DDeclaration> const& declarations)
 {
@@ -69,19 +72,12 @@ QVariantMap readExpected(JsonInput const& input, QList<DDeclaration> const& decl
     return input.toVariantMap();
 }
 
-std::variant<OrderStep, StopStep, WaitStep> readStep(JsonInput const& step, DAbstractPlugin const& plugin)
+Sequence::Step readOrder(JsonInput const& step, DAbstractPlugin const& plugin, QString const& folder)
 {
     QString const order = QStringLiteral("order");
     QString const parameters = QStringLiteral("parameters");
     QString const expect = QStringLiteral("expect");
-    QString const wait = QStringLiteral("wait");
-
-    if (step.has(wait)) {
-        step.allowKeys({wait});
-        return WaitStep{step.at(wait).toInteger(0, c_longestWait)};
-    }
-    if (!step.has(order))
-        step.fail(QStringLiteral("must have the key \"order\" or \"wait\""));
+    QString const fails = QStringLiteral("fails");
 
     QString const name = step.at(order).toText();
     ICommand const* const command = plugin.commandPrototype(name);
@@ -94,37 +90,110 @@ std::variant<OrderStep, StopStep, WaitStep> readStep(JsonInput const& step, DAbs
         return StopStep{name};
     }
 
-    step.allowKeys({order, parameters, expect});
+    step.allowKeys({order, parameters, expect, fails});
     auto const declared = command->commandArguments();
-    OrderStep read{name, {}, {}};
+    OrderStep read{name, {}, {}, step.has(fails) && step.at(fails).toBool()};
     if (step.has(parameters))
         read.parameters = readParameters(step.at(parameters), declared.parameters);
-    if (step.has(expect)) {
-        if (command->isRecurrent())
-            step.at(expect).fail(
-                QStringLiteral("\"%1\" runs until it is stopped and has no final results").arg(name));
-        read.expected = readExpected(step.at(expect), declared.results);
+    // Like the controller's set-up, a file is looked for beside the sequence, wherever the program was
+    // started.
+    QString const filePath = QStringLiteral("filePath");
+    if (read.parameters.contains(filePath))
+        read.parameters[filePath] = QDir(folder).filePath(read.parameters.value(filePath).toString());
+    for (auto const& key : {expect, fails}) {
+        if (step.has(key) && command->isRecurrent())
+            step.at(key).fail(QStringLiteral("\"%1\" runs until it is stopped; await its results").arg(name));
     }
+    if (step.has(expect))
+        read.expected = readExpected(step.at(expect), declared.results);
     return read;
+}
+
+Sequence::Step readAwait(JsonInput const& step, DAbstractPlugin const& plugin)
+{
+    QString const await = QStringLiteral("await");
+    QString const of = QStringLiteral("of");
+    QString const value = QStringLiteral("value");
+    QString const within = QStringLiteral("within");
+    step.allowKeys({await, of, value, within});
+    AwaitStep read{step.at(of).toText(), step.at(await).toText(), step.at(value).toVariant(), c_awaitTime};
+    ICommand const* const command = plugin.commandPrototype(read.command);
+    if (!command || !command->isRecurrent())
+        step.at(of).fail(
+            QStringLiteral("\"%1\" is no command that runs until it is stopped").arg(read.command));
+    auto const known = keysOf(command->commandArguments().results);
+    if (!known.contains(read.key))
+        step.at(await).fail(
+            QStringLiteral("unknown result, known are %1").arg(known.join(QStringLiteral(", "))));
+    if (step.has(within))
+        read.within = step.at(within).toInteger(0, c_longestWait);
+    return read;
+}
+
+Sequence::Step readTrigger(JsonInput const& step, QString const& key, bool mustFasten)
+{
+    step.allowKeys({key});
+    return TriggerStep{static_cast<int>(step.at(key).toInteger(1, c_mostPulls)), mustFasten};
+}
+
+Sequence::Step readStep(JsonInput const& step, DAbstractPlugin const& plugin, QString const& folder)
+{
+    QString const wait = QStringLiteral("wait");
+    QString const tighten = QStringLiteral("tighten");
+    QString const trigger = QStringLiteral("trigger");
+    QString const press = QStringLiteral("press");
+    if (step.has(QStringLiteral("order")))
+        return readOrder(step, plugin, folder);
+    if (step.has(QStringLiteral("await")))
+        return readAwait(step, plugin);
+    if (step.has(tighten))
+        return readTrigger(step, tighten, true);
+    if (step.has(trigger))
+        return readTrigger(step, trigger, false);
+    if (step.has(press)) {
+        step.allowKeys({press});
+        if (step.at(press).toText() != QLatin1String("reverse"))
+            step.at(press).fail(QStringLiteral("must be \"reverse\""));
+        return ReverseStep{};
+    }
+    if (!step.has(wait))
+        step.fail(QStringLiteral("must have one of the keys order, await, tighten, trigger, press, wait"));
+    step.allowKeys({wait});
+    return WaitStep{step.at(wait).toInteger(0, c_longestWait)};
+}
+
+QVariantMap readTool(JsonInput const& input)
+{
+    QStringList const keys{QStringLiteral("name"), QStringLiteral("serialNumber"),
+                           QStringLiteral("validityDate")};
+    input.allowKeys(keys);
+    QVariantMap tool;
+    for (auto const& key : keys) {
+        if (input.has(key))
+            tool.insert(key, input.at(key).toText());
+    }
+    return tool;
 }
 
 } // namespace
 
 Sequence readSequence(QString const& fileName, DAbstractPlugin const& plugin)
 {
+    QString const tool = QStringLiteral("tool");
     QString const controller = QStringLiteral("controller");
     QString const steps = QStringLiteral("steps");
 
     auto const root = JsonInput::fromFile(fileName);
-    root.allowKeys({controller, steps});
+    root.allowKeys({tool, controller, steps});
+    QString const folder = QFileInfo(fileName).path();
 
     Sequence sequence;
-    // Beside the sequence, wherever the program was started.
+    if (root.has(tool))
+        sequence.tool = readTool(root.at(tool));
     if (root.has(controller))
-        sequence.controllerFile =
-            QFileInfo(fileName).path() + QLatin1Char('/') + root.at(controller).toText();
+        sequence.controllerFile = QDir(folder).filePath(root.at(controller).toText());
     auto const list = root.at(steps).items();
     for (auto const& step : list)
-        sequence.steps.push_back(readStep(step, plugin));
+        sequence.steps.push_back(readStep(step, plugin, folder));
     return sequence;
 }

@@ -15,11 +15,32 @@ struct OrderStep
     QVariantMap parameters;
     /// The values that results must have when the command has succeeded.
     QVariantMap expected;
+    /// Whether the order must fail for the step to be done.
+    bool mustFail = false;
 };
 /// Orders the stop of every running command that reports this stop name.
 struct StopStep
 {
     QString stopCommand;
+};
+/// A person presses the direction switch at the tool.
+struct ReverseStep
+{
+};
+/// A person pulls the trigger, a number of times.
+struct TriggerStep
+{
+    int count = 1;
+    /// Whether the tool must be set to fasten.
+    bool mustFasten = false;
+};
+/// Waits until a result of a running command has a value. Of a map, the keys that are given count.
+struct AwaitStep
+{
+    QString command;
+    QString key;
+    QVariant value;
+    qint64 within = 0; ///< milliseconds
 };
 /// Lets time pass, in milliseconds.
 struct WaitStep
@@ -30,7 +51,11 @@ struct WaitStep
 /// What a work sequence does, one step after the other.
 struct Sequence
 {
-    std::vector<std::variant<OrderStep, StopStep, WaitStep>> steps;
+    using Step = std::variant<OrderStep, StopStep, ReverseStep, TriggerStep, AwaitStep, WaitStep>;
+
+    std::vector<Step> steps;
+    /// The tool's record: "name", "serialNumber", "validityDate". Every order gets it with its parameters.
+    QVariantMap tool;
     /// The controller's set-up file that the sequence asks for; empty if it asks for none.
     QString controllerFile;
 };

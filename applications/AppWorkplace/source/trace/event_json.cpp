@@ -1,89 +1,15 @@
 #include "event_json.h"
 
-#include <QStringList>
-
-#include <cmath>
+#include "json/variant_json.h"
 
 namespace
 {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int c_maximalDepth = 64;
-
-// Whether values of types that JSON does not have keep the name of their type.
-enum class Types
-{
-    Kept,
-    Dropped,
-};
-
-Json toJson(QVariant const& value, Types types, int depth);
-
 std::string text(QString const& string)
 {
     return string.toStdString();
-}
-
-Json listToJson(QVariantList const& list, Types types, int depth)
-{
-    Json items = Json::array();
-    for (auto const& item : list)
-        items.push_back(toJson(item, types, depth + 1));
-    return items;
-}
-
-// Filled through the array of pairs that it is: a map has no key twice, so none needs looking for.
-Json mapToJson(QVariantMap const& map, Types types, int depth)
-{
-    Json::object_t members;
-    for (auto it = map.cbegin(); it != map.cend(); ++it)
-        members.push_back({text(it.key()), toJson(it.value(), types, depth + 1)});
-    return members;
-}
-
-// A value of a type that JSON does not have, as what is nearest to it.
-Json nearest(QVariant const& value, Types types, int depth)
-{
-    switch (value.userType()) {
-    case QMetaType::UInt:
-    case QMetaType::ULongLong:
-        return value.toULongLong();
-    case QMetaType::LongLong:
-        return value.toLongLong();
-    case QMetaType::QStringList:
-        return listToJson(value.toList(), types, depth);
-    default:
-        return value.canConvert<QString>() ? Json(text(value.toString())) : Json();
-    }
-}
-
-Json toJson(QVariant const& value, Types types, int depth)
-{
-    if (depth > c_maximalDepth)
-        return "...";
-    switch (value.userType()) {
-    case QMetaType::UnknownType:
-        return nullptr;
-    case QMetaType::Bool:
-        return value.toBool();
-    case QMetaType::Int:
-        return value.toInt();
-    case QMetaType::Double:
-        if (std::isfinite(value.toDouble()))
-            return value.toDouble();
-        break;
-    case QMetaType::QString:
-        return text(value.toString());
-    case QMetaType::QVariantList:
-        return listToJson(value.toList(), types, depth);
-    case QMetaType::QVariantMap:
-        return mapToJson(value.toMap(), types, depth);
-    default:
-        break;
-    }
-    Json const content = nearest(value, types, depth);
-    return types == Types::Dropped ? content : Json{{"@type", value.typeName()}, {"@value", content}};
 }
 
 struct ToJson
@@ -148,6 +74,17 @@ struct ToJson
             json["message"] = text(event.message);
         return json;
     }
+    Json operator()(PersonActed const& event) const
+    {
+        Json json{{"event", "person"}, {"action", text(event.what)}};
+        if (!event.effect.isEmpty())
+            json["effect"] = text(event.effect);
+        return json;
+    }
+    Json operator()(WaitFailed const& event) const
+    {
+        return {{"event", "waitFailed"}, {"message", text(event.message)}};
+    }
     Json operator()(ExpectationMissed const& event) const
     {
         return {{"event", "unexpected"},
@@ -171,17 +108,6 @@ struct ToJson
 };
 
 } // namespace
-
-Json toJson(QVariant const& value)
-{
-    return toJson(value, Types::Kept, 0);
-}
-
-QString toText(QVariant const& value)
-{
-    return QString::fromStdString(
-        toJson(value, Types::Dropped, 0).dump(-1, ' ', false, Json::error_handler_t::replace));
-}
 
 Json toJson(qint64 time, RunEvent const& event)
 {

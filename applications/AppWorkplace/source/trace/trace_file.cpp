@@ -1,7 +1,7 @@
 #include "trace_file.h"
 
 #include "event_json.h"
-#include "input/input_error.h"
+#include "json/input_error.h"
 
 #include <QFile>
 #include <QFileInfo>

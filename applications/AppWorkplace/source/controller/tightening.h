@@ -1,0 +1,43 @@
+#pragma once
+
+#include "zrt_preset.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <random>
+
+/// What a screw does when it is tightened.
+enum class Screw
+{
+    Good,
+    CrossThreaded, ///< binds as soon as it turns
+    Stripped,      ///< gives way before the torque is reached
+    Missing,       ///< the bit turns freely
+    Soft,          ///< takes too much angle to reach the torque
+    Blocked,       ///< hits something while it runs down
+    ReleasedEarly, ///< a good one, but the operator lets go of the trigger
+};
+
+/// The names of the kinds as set-up files have them, in the order of the enumeration.
+QStringList screwNames();
+
+/// How a tightening ended. All values are those at its end.
+struct TighteningResult
+{
+    /// 0, or what went wrong: 300 run time limit, 311 screw missing, 330 min angle, 332 angle over,
+    /// 333 no torque complete, 336 over torque, 337 torque up at free speed.
+    int error = 0;
+    int torque = 0; ///< hundredths of a newton metre
+    int angle = 0;  ///< degrees from snug; of all turns if snug was not reached
+    int speed = 0;  ///< revolutions a minute
+    int time = 0;   ///< milliseconds from the pull of the trigger
+};
+
+/// Tightens one screw: run-down, snug, tightening up to the preset's target, millisecond by millisecond. The
+/// screw's course is drawn from @p random; the controller's side sees torque and angle alone and judges by
+/// them.
+TighteningResult tighten(ZrtPreset const& preset, Screw screw, std::mt19937_64& random);
+
+/// Turns one screw out.
+TighteningResult loosen(ZrtPreset const& preset, std::mt19937_64& random);

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "zrt_preset.h"
+
+#include <QMap>
+#include <QString>
+
+/// A controller's backup file: presets by their numbers, and the controller's own parameters.
+struct ZrtBackup
+{
+    QMap<int, ZrtPreset> presets;
+    QMap<QString, int> parameters;
+};
+
+/// Reads and checks the whole of a backup file. InputError if it is not right.
+ZrtBackup readZrtBackup(QString const& fileName);
+
+/// Reads the controller's parameters, whole numbers by their names.
+QMap<QString, int> readZrtParameters(JsonInput const& input);

@@ -1,0 +1,78 @@
+#include "zrt_preset.h"
+
+#include "json/json_input.h"
+
+#include <limits>
+
+namespace
+{
+
+struct Field
+{
+    char const* key;
+    int ZrtPreset::*member;
+    int lowest;
+    int highest;
+};
+
+constexpr Field c_fields[] = {
+    {"tcamActm", &ZrtPreset::control, ZrtPreset::Torque, ZrtPreset::Angle},
+    {"torque", &ZrtPreset::torque, 1, 100'000},
+    {"maxTorque", &ZrtPreset::maxTorque, 1, 100'000},
+    {"snugTorque", &ZrtPreset::snugTorque, 1, 100'000},
+    {"targetAngle", &ZrtPreset::targetAngle, 1, 100'000},
+    {"minAngle", &ZrtPreset::minAngle, 0, 100'000},
+    {"maxAngle", &ZrtPreset::maxAngle, 1, 100'000},
+    {"speed", &ZrtPreset::speed, 1, 10'000},
+    {"freeSpeed", &ZrtPreset::freeSpeed, 1, 10'000},
+    {"maxTime", &ZrtPreset::maxTime, 1, 60'000},
+};
+
+} // namespace
+
+QVariantMap ZrtPreset::toMap() const
+{
+    QVariantMap map;
+    for (auto const& field : c_fields)
+        map.insert(QString::fromLatin1(field.key), this->*field.member);
+    return map;
+}
+
+ZrtPreset readZrtPreset(JsonInput const& input)
+{
+    QStringList keys;
+    for (auto const& field : c_fields)
+        keys += QString::fromLatin1(field.key);
+    input.allowKeys(keys);
+
+    ZrtPreset preset;
+    for (auto const& field : c_fields) {
+        QString const key = QString::fromLatin1(field.key);
+        if (input.has(key))
+            preset.*field.member = static_cast<int>(input.at(key).toInteger(field.lowest, field.highest));
+    }
+    if (preset.snugTorque >= preset.torque)
+        input.fail(QStringLiteral("\"snugTorque\" must be less than \"torque\""));
+    if (preset.maxTorque <= preset.torque)
+        input.fail(QStringLiteral("\"maxTorque\" must be more than \"torque\""));
+    if (preset.minAngle >= preset.maxAngle)
+        input.fail(QStringLiteral("\"minAngle\" must be less than \"maxAngle\""));
+    if (preset.control == ZrtPreset::Angle && preset.targetAngle > preset.maxAngle)
+        input.fail(QStringLiteral("\"targetAngle\" must not be more than \"maxAngle\""));
+    return preset;
+}
+
+QMap<int, ZrtPreset> readZrtPresets(JsonInput const& input)
+{
+    QMap<int, ZrtPreset> presets;
+    auto const keys = input.keys();
+    for (auto const& key : keys) {
+        bool isNumber = false;
+        int const number = key.toUShort(&isNumber);
+        if (!isNumber || key != QString::number(number))
+            input.at(key).fail(QStringLiteral("a preset's key must be its number, 0 to %1")
+                                   .arg(std::numeric_limits<quint16>::max()));
+        presets.insert(number, readZrtPreset(input.at(key)));
+    }
+    return presets;
+}

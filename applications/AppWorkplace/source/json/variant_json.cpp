@@ -1,0 +1,114 @@
+#include "variant_json.h"
+
+#include <QStringList>
+
+#include <cmath>
+
+namespace
+{
+
+using Json = nlohmann::ordered_json;
+
+constexpr int c_maximalDepth = 64;
+
+// Whether values of types that JSON does not have keep the name of their type.
+enum class Types
+{
+    Kept,
+    Dropped,
+};
+
+Json toJson(QVariant const& value, Types types, int depth);
+
+std::string text(QString const& string)
+{
+    return string.toStdString();
+}
+
+Json listToJson(QVariantList const& list, Types types, int depth)
+{
+    Json items = Json::array();
+    for (auto const& item : list)
+        items.push_back(toJson(item, types, depth + 1));
+    return items;
+}
+
+// Filled through the array of pairs that it is: a map has no key twice, so none needs looking for.
+Json mapToJson(QVariantMap const& map, Types types, int depth)
+{
+    Json::object_t members;
+    for (auto it = map.cbegin(); it != map.cend(); ++it)
+        members.push_back({text(it.key()), toJson(it.value(), types, depth + 1)});
+    return members;
+}
+
+// A value of a type that JSON does not have, as what is nearest to it.
+Json nearest(QVariant const& value, Types types, int depth)
+{
+    switch (value.userType()) {
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+        return value.toULongLong();
+    case QMetaType::LongLong:
+        return value.toLongLong();
+    case QMetaType::QStringList:
+        return listToJson(value.toList(), types, depth);
+    default:
+        return value.canConvert<QString>() ? Json(text(value.toString())) : Json();
+    }
+}
+
+Json toJson(QVariant const& value, Types types, int depth)
+{
+    if (depth > c_maximalDepth)
+        return "...";
+    switch (value.userType()) {
+    case QMetaType::UnknownType:
+        return nullptr;
+    case QMetaType::Bool:
+        return value.toBool();
+    case QMetaType::Int:
+        return value.toInt();
+    case QMetaType::Double:
+        if (std::isfinite(value.toDouble()))
+            return value.toDouble();
+        break;
+    case QMetaType::QString:
+        return text(value.toString());
+    case QMetaType::QVariantList:
+        return listToJson(value.toList(), types, depth);
+    case QMetaType::QVariantMap:
+        return mapToJson(value.toMap(), types, depth);
+    default:
+        break;
+    }
+    Json const content = nearest(value, types, depth);
+    return types == Types::Dropped ? content : Json{{"@type", value.typeName()}, {"@value", content}};
+}
+
+} // namespace
+
+Json toJson(QVariant const& value)
+{
+    return toJson(value, Types::Kept, 0);
+}
+
+QString toText(QVariant const& value)
+{
+    return QString::fromStdString(
+        toJson(value, Types::Dropped, 0).dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+bool matches(QVariant const& actual, QVariant const& expected)
+{
+    if (expected.type() == QVariant::Map && actual.type() == QVariant::Map) {
+        auto const wanted = expected.toMap();
+        auto const given = actual.toMap();
+        for (auto it = wanted.cbegin(); it != wanted.cend(); ++it) {
+            if (!given.contains(it.key()) || !matches(given.value(it.key()), it.value()))
+                return false;
+        }
+        return true;
+    }
+    return toJson(actual, Types::Dropped, 0) == toJson(expected, Types::Dropped, 0);
+}

@@ -1,0 +1,43 @@
+#include "zrt_command.h"
+
+#include "zrt_log.h"
+
+#include <cmath>
+#include <limits>
+
+namespace zrt
+{
+
+int toWhole(QVariant const& value)
+{
+    constexpr int lowest = std::numeric_limits<int>::min();
+    constexpr int highest = std::numeric_limits<int>::max();
+    // QVariant::toInt() would round a fraction, and cut the upper bits off a number that is too large.
+    if (value.userType() == QMetaType::Double || value.userType() == QMetaType::Float) {
+        double const number = std::trunc(value.toDouble());
+        return number >= lowest && number <= highest ? static_cast<int>(number) : 0;
+    }
+    if (value.userType() == QMetaType::ULongLong && value.toULongLong() > static_cast<qulonglong>(highest))
+        return 0;
+    qlonglong const number = value.toLongLong();
+    return number >= lowest && number <= highest ? static_cast<int>(number) : 0;
+}
+
+EventValues readEvent(QObject const& command, char const* file, EventLines lines,
+                      QMap<QString, QVariant> const& reply)
+{
+    auto const values = reply.constFind(QStringLiteral("values"));
+    if (values == reply.constEnd()) {
+        errorLine(command, file, lines.invalidReply) << c_invalidReply;
+        return {std::nullopt, false};
+    }
+    if (values->type() != QVariant::Map) {
+        errorLine(command, file, lines.unmanagedFormat)
+            << "ERROR: Reply data format not managed, received type :" << values->typeName()
+            << ", values =" << *values;
+        return {std::nullopt, true};
+    }
+    return {values->toMap(), true};
+}
+
+} // namespace zrt

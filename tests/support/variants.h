@@ -1,0 +1,68 @@
+#pragma once
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QObject>
+#include <QPair>
+#include <QString>
+#include <QUrl>
+#include <QUuid>
+#include <QVariant>
+#include <QVector>
+
+/// Whether two values are the same in type as well; QVariant's own comparison takes 1 and true for equal.
+inline bool isSame(QVariant const& a, QVariant const& b)
+{
+    return a.userType() == b.userType() && a == b;
+}
+
+/// A value of each kind that a reply may hold by mistake, maps and lists of unusual size included.
+inline QVector<QPair<QByteArray, QVariant>> everyKindOfValue()
+{
+    QVariant nested = 1;
+    for (int i = 0; i < 1000; ++i)
+        nested = i % 2 == 0 ? QVariant(QVariantList{nested})
+                            : QVariant(QVariantMap{{QStringLiteral("x"), nested}});
+    QVariantMap large;
+    for (int i = 0; i < 100'000; ++i)
+        large.insert(QString::number(i), i);
+    return {
+        {"invalid", QVariant()},
+        {"null text", QVariant(QString())},
+        {"null int", QVariant(QVariant::Int)},
+        {"null pointer", QVariant::fromValue(nullptr)},
+        {"bool", true},
+        {"int", -7},
+        {"uint", 7U},
+        {"qlonglong", Q_INT64_C(-5'000'000'000)},
+        {"qulonglong", Q_UINT64_C(18'446'744'073'709'551'615)},
+        {"double", 2.5},
+        {"NaN", qQNaN()},
+        {"infinity", qInf()},
+        {"float", 2.5F},
+        {"char", QVariant(QLatin1Char('x'))},
+        {"text", QStringLiteral("text")},
+        {"text with zero", QString(QChar(QChar::Null))},
+        {"half a character", QString(QChar(0xD800))},
+        {"bytes", QByteArray("\xff\x00\x01", 3)},
+        {"empty list", QVariantList()},
+        {"list", QVariantList{1, QStringLiteral("a")}},
+        {"text list", QStringList{QStringLiteral("a"), QStringLiteral("b")}},
+        {"empty map", QVariantMap()},
+        {"map", QVariantMap{{QStringLiteral("a"), 1}}},
+        {"hash", QVariantHash{{QStringLiteral("a"), 1}}},
+        {"JSON object", QVariant(QJsonObject{{QStringLiteral("a"), 1}})},
+        {"JSON array", QVariant(QJsonArray{1, 2})},
+        {"JSON value", QVariant(QJsonValue(true))},
+        {"date", QDate(2026, 3, 9)},
+        {"date and time", QDateTime(QDate(2026, 3, 9), QTime(14, 5), Qt::UTC)},
+        {"url", QUrl(QStringLiteral("https://example.org/"))},
+        {"uuid", QUuid(QStringLiteral("{11111111-2222-4333-8444-555555555555}"))},
+        {"object pointer", QVariant::fromValue<QObject*>(nullptr)},
+        {"void pointer", QVariant::fromValue<void*>(nullptr)},
+        {"nested 1000 deep", nested},
+        {"map of 100000 entries", large},
+    };
+}
