@@ -16,7 +16,10 @@ bool DOrder::execute(ICommand& command)
     if (!m_command)
         return command.commandExecute();
     DAbstractCommand::Busy const busy(*m_command);
-    return command.commandExecute();
+    bool const accepted = command.commandExecute();
+    if (!accepted && m_command->m_isRunning)
+        m_command->fail(QStringLiteral("the command refused to start"));
+    return accepted;
 }
 
 void DOrder::allowancePassed(quint64 instructionId)

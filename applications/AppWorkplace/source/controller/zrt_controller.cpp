@@ -1,5 +1,6 @@
 #include "zrt_controller.h"
 
+#include <limits>
 #include <utility>
 
 namespace
@@ -15,12 +16,21 @@ QVariantMap done()
     return {{QStringLiteral("doneOk"), true}};
 }
 
-// A whole number of an argument, which may come signed, unsigned or as text.
+// A whole number of an argument, which may come signed or unsigned.
 std::optional<int> number(QVariantMap const& arguments, char const* key)
 {
-    bool isNumber = false;
-    int const value = arguments.value(QString::fromLatin1(key)).toInt(&isNumber);
-    return isNumber ? std::optional(value) : std::nullopt;
+    QVariant const value = arguments.value(QString::fromLatin1(key));
+    switch (value.userType()) {
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong: {
+        qlonglong const whole = value.toLongLong();
+        constexpr qlonglong highest = std::numeric_limits<int>::max();
+        return whole >= 0 && whole <= highest ? std::optional(static_cast<int>(whole)) : std::nullopt;
+    }
+    default:
+        return std::nullopt;
+    }
 }
 
 } // namespace

@@ -22,6 +22,26 @@ bool fits(QJsonObject const& metaData)
     return identifierIn(metaData).endsWith(PluginLibrary::interfaceSuffix());
 }
 
+// 0x050f00 for Qt 5.15.
+int qtNumber(QJsonObject const& metaData)
+{
+    return metaData.value(QLatin1String("version")).toInt();
+}
+
+/// While it lives Qt's own warnings are not printed: what a library lacks is reported here, in one line.
+class QuietQt
+{
+public:
+    QuietQt() : m_former(qInstallMessageHandler([](QtMsgType, QMessageLogContext const&, QString const&) {}))
+    {}
+    ~QuietQt() { qInstallMessageHandler(m_former); }
+    QuietQt(QuietQt const&) = delete;
+    QuietQt& operator=(QuietQt const&) = delete;
+
+private:
+    QtMessageHandler m_former;
+};
+
 QString findIn(QDir const& folder)
 {
     QStringList found;
@@ -61,14 +81,22 @@ QString PluginLibrary::interfaceSuffix()
 }
 
 PluginLibrary::PluginLibrary(QString const& path)
-    : m_loader(findLibrary(path))
-    , m_metaData(m_loader.metaData())
 {
+    {
+        QuietQt const quiet;
+        m_loader.setFileName(findLibrary(path));
+        m_metaData = m_loader.metaData();
+    }
     if (m_metaData.isEmpty())
         throw InputError(QStringLiteral("%1: not a Qt plugin").arg(path));
     if (!fits(m_metaData))
         throw InputError(QStringLiteral("%1: its interface is \"%2\", wanted is \"*%3\"")
                              .arg(path, interfaceIdentifier(), interfaceSuffix()));
+    int const major = qtNumber(m_metaData) >> 16;
+    int const minor = (qtNumber(m_metaData) >> 8) & 0xff;
+    if (major != QT_VERSION_MAJOR || minor > QT_VERSION_MINOR)
+        throw InputError(QStringLiteral("%1: built for Qt %2, this is Qt %3")
+                             .arg(path, qtVersion(), QString::fromLatin1(qVersion())));
 }
 
 PluginLibrary::~PluginLibrary()
@@ -88,7 +116,7 @@ QString PluginLibrary::className() const
 
 QString PluginLibrary::qtVersion() const
 {
-    int const version = m_metaData.value(QLatin1String("version")).toInt();
+    int const version = qtNumber(m_metaData);
     return QStringLiteral("%1.%2").arg(version >> 16).arg((version >> 8) & 0xff);
 }
 

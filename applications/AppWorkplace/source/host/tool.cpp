@@ -66,7 +66,8 @@ Order const* Tool::running(QString const& command) const
 
 int Tool::stop(QString const& stopCommand)
 {
-    auto const orders = runningWhere([&stopCommand](QString const& name) { return name == stopCommand; });
+    auto const orders =
+        runningWhere([&stopCommand](QString const& name) { return !name.isEmpty() && name == stopCommand; });
     auto const count = static_cast<int>(orders.size());
     m_workstation.events().publish(StopOrdered{stopCommand, count});
     for (auto* const order : orders)

@@ -12,3 +12,7 @@ public:
 
     QString message() const { return QString::fromUtf8(what()); }
 };
+
+/// A text from a file as a message shows it: on one line, control characters as \n or \u001b, and not too
+/// long.
+QString shown(QString const& text);

@@ -23,11 +23,21 @@ struct JsonInput::Node
 namespace
 {
 
-constexpr int c_longestComplaint = 200;
-
 // Counts lines while the parser reads on.
 struct LineCounter
 {
+    explicit LineCounter(QByteArray const& whole) : text(whole) {}
+
+    /// The parser takes a NUL byte for the end of the file; nothing else does.
+    bool isAtNul() const { return read > 0 && text[read - 1] == '\0'; }
+    QString nulPlace() const
+    {
+        return QStringLiteral("%1:%2").arg(QString::number(line),
+                                           QString::number(read - 1 - text.lastIndexOf('\n', read - 1)));
+    }
+
+    QByteArray const& text;
+    int read = 0; ///< characters
     int line = 1;
     /// Before the last character that was read: a number ends only with the character behind it.
     int previous = 1;
@@ -47,6 +57,7 @@ public:
     reference operator*() const { return *m_position; }
     CountingIterator& operator++()
     {
+        ++m_counter->read;
         m_counter->previous = m_counter->line;
         m_counter->line += *m_position == '\n' ? 1 : 0;
         ++m_position;
@@ -69,17 +80,20 @@ private:
     LineCounter* m_counter;
 };
 
-QString shortened(QString text)
-{
-    if (text.size() > c_longestComplaint)
-        text = text.left(c_longestComplaint) + QStringLiteral("...");
-    return text;
-}
-
 QString located(QString const& fileName, int line, QString const& path, QString const& what)
 {
-    QString const place = QStringLiteral("%1:%2: ").arg(fileName).arg(line);
-    return place + (path.isEmpty() ? what : shortened(path) + QStringLiteral(": ") + what);
+    QString const place = QStringLiteral("%1:%2: ").arg(fileName, QString::number(line));
+    return place + (path.isEmpty() ? what : shown(path) + QStringLiteral(": ") + what);
+}
+
+QString memberPath(QString const& parent, QString const& key)
+{
+    return parent.isEmpty() ? key : parent + QLatin1Char('.') + key;
+}
+
+QString itemPath(QString const& parent, std::size_t index)
+{
+    return QStringLiteral("%1[%2]").arg(parent, QString::number(index));
 }
 
 char const* kindOf(QVariant const& value)
@@ -113,6 +127,11 @@ public:
 
     Node root;
 
+    [[noreturn]] void refuseNul() const
+    {
+        throw InputError(QStringLiteral("%1:%2: not JSON: NUL byte").arg(m_fileName, m_counter.nulPlace()));
+    }
+
     bool null() override { return add({}, m_counter.line); }
     bool boolean(bool value) override { return add(value, m_counter.line); }
     bool number_integer(number_integer_t value) override
@@ -140,12 +159,11 @@ public:
 
     bool key(string_t& value) override
     {
-        Node& object = *m_open.back();
         m_key = QString::fromStdString(value);
-        if (object.members.count(m_key) != 0)
+        if (m_open.back().node->members.count(m_key) != 0)
             throw InputError(
-                located(m_fileName, m_counter.line, {},
-                        QStringLiteral("the key \"%1\" stands twice in one object").arg(shortened(m_key))));
+                located(m_fileName, m_counter.line, m_open.back().path,
+                        QStringLiteral("the key \"%1\" stands twice in one object").arg(shown(m_key))));
         return true;
     }
 
@@ -154,14 +172,20 @@ public:
     {
         static QRegularExpression const placed(QStringLiteral(R"(line (\d+), column (\d+): (.*)$)"));
         QString const text = QString::fromUtf8(error.what());
+        if (m_counter.isAtNul() && text.contains(QLatin1String("unexpected end of input")))
+            refuseNul();
         auto const match = placed.match(text);
         if (!match.hasMatch()) // a number too large for a double has no place
-            throw InputError(located(m_fileName, m_counter.line, {},
-                                     QStringLiteral("not usable JSON: ")
-                                         + shortened(text.section(QLatin1String("] "), 1))));
+            throw InputError(
+                located(m_fileName, m_counter.previous, {},
+                        QStringLiteral("not usable JSON: ") + shown(text.section(QLatin1String("] "), 1))));
+        if (match.captured(2)
+            == QLatin1String("0")) // a line break where none may be: at the end of the line before
+            throw InputError(located(m_fileName, m_counter.previous, {},
+                                     QStringLiteral("not JSON: ") + shown(match.captured(3))));
         throw InputError(
             QStringLiteral("%1:%2:%3: not JSON: %4")
-                .arg(m_fileName, match.captured(1), match.captured(2), shortened(match.captured(3))));
+                .arg(m_fileName, match.captured(1), match.captured(2), shown(match.captured(3))));
     }
 
 private:
@@ -174,7 +198,7 @@ private:
             root = std::move(node);
             return &root;
         }
-        Node& parent = *m_open.back();
+        Node& parent = *m_open.back().node;
         if (parent.value.type() == QVariant::Map)
             return &(parent.members[m_key] = std::move(node));
         parent.items.push_back(std::move(node));
@@ -188,9 +212,16 @@ private:
     bool open(QVariant const& empty)
     {
         if (static_cast<int>(m_open.size()) == c_maximalDepth)
-            throw InputError(located(m_fileName, m_counter.line, {},
+            throw InputError(located(m_fileName, m_counter.line, m_open.front().path,
                                      QStringLiteral("nested deeper than %1 levels").arg(c_maximalDepth)));
-        m_open.push_back(place(empty, m_counter.line));
+        QString path;
+        if (!m_open.empty()) {
+            Open const& parent = m_open.back();
+            path = parent.node->value.type() == QVariant::Map
+                       ? memberPath(parent.path, m_key)
+                       : itemPath(parent.path, parent.node->items.size());
+        }
+        m_open.push_back({place(empty, m_counter.line), path});
         return true;
     }
     bool close()
@@ -201,7 +232,12 @@ private:
 
     QString m_fileName;
     LineCounter const& m_counter;
-    std::vector<Node*> m_open; // the chain of lists and objects being read; a parent does not grow meanwhile
+    struct Open
+    {
+        Node* node;
+        QString path;
+    };
+    std::vector<Open> m_open; // the chain of lists and objects being read; a parent does not grow meanwhile
     QString m_key;
 };
 
@@ -221,12 +257,15 @@ JsonInput JsonInput::fromFile(QString const& fileName)
     if (file.error() != QFileDevice::NoError)
         throw InputError(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
     if (text.size() > c_maximalSize)
-        throw InputError(QStringLiteral("%1: larger than %2 MiB").arg(fileName).arg(c_maximalSize >> 20));
+        throw InputError(
+            QStringLiteral("%1: larger than %2 MiB").arg(fileName, QString::number(c_maximalSize >> 20)));
 
-    LineCounter counter;
+    LineCounter counter(text);
     Builder builder(fileName, counter);
     nlohmann::json::sax_parse(CountingIterator(text.cbegin(), &counter),
                               CountingIterator(text.cend(), &counter), &builder);
+    if (counter.isAtNul())
+        builder.refuseNul();
     auto const root = std::make_shared<Node const>(std::move(builder.root));
     return {root, root.get(), fileName, QString()};
 }
@@ -237,7 +276,7 @@ void JsonInput::allowKeys(QStringList const& keys) const
         if (!keys.contains(key))
             JsonInput(m_root, &node, m_fileName, m_path)
                 .fail(QStringLiteral("unknown key \"%1\", known are %2")
-                          .arg(shortened(key), keys.join(QStringLiteral(", "))));
+                          .arg(shown(key), keys.join(QStringLiteral(", "))));
     }
 }
 
@@ -252,7 +291,7 @@ JsonInput JsonInput::at(QString const& key) const
     auto const it = members.find(key);
     if (it == members.end())
         fail(QStringLiteral("the key \"%1\" is missing").arg(key));
-    return {m_root, &it->second, m_fileName, m_path.isEmpty() ? key : m_path + QLatin1Char('.') + key};
+    return {m_root, &it->second, m_fileName, memberPath(m_path, key)};
 }
 
 QStringList JsonInput::keys() const
@@ -267,8 +306,7 @@ std::vector<JsonInput> JsonInput::items() const
 {
     std::vector<JsonInput> list;
     for (auto const& item : ofKind(QVariant::List, "a list").items)
-        list.push_back(
-            JsonInput(m_root, &item, m_fileName, QStringLiteral("%1[%2]").arg(m_path).arg(list.size())));
+        list.push_back(JsonInput(m_root, &item, m_fileName, itemPath(m_path, list.size())));
     return list;
 }
 

@@ -42,15 +42,34 @@ Json mapToJson(QVariantMap const& map, Types types, int depth)
     return members;
 }
 
+// A hash has no order of its own; as a map, the same content always gives the same text.
+QVariantMap sorted(QVariantHash const& hash)
+{
+    QVariantMap map;
+    for (auto it = hash.cbegin(); it != hash.cend(); ++it)
+        map.insert(it.key(), it.value());
+    return map;
+}
+
 // A value of a type that JSON does not have, as what is nearest to it.
 Json nearest(QVariant const& value, Types types, int depth)
 {
     switch (value.userType()) {
     case QMetaType::UInt:
+    case QMetaType::ULong:
     case QMetaType::ULongLong:
+    case QMetaType::UShort:
+    case QMetaType::UChar:
         return value.toULongLong();
+    case QMetaType::Long:
     case QMetaType::LongLong:
+    case QMetaType::Short:
+    case QMetaType::SChar:
         return value.toLongLong();
+    case QMetaType::Float:
+        return std::isfinite(value.toDouble()) ? Json(value.toDouble()) : Json(text(value.toString()));
+    case QMetaType::QVariantHash:
+        return mapToJson(sorted(value.toHash()), types, depth);
     case QMetaType::QStringList:
         return listToJson(value.toList(), types, depth);
     default:

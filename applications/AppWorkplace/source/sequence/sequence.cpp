@@ -1,5 +1,6 @@
 #include "sequence.h"
 
+#include "json/input_error.h"
 #include "json/json_input.h"
 
 #include <plugin_management/d_abstract_plugin.h>
@@ -67,7 +68,9 @@ QVariantMap readExpected(JsonInput const& input, QList<DDeclaration> const& decl
     for (auto const& key : keys) {
         if (!known.contains(key))
             input.at(key).fail(
-                QStringLiteral("unknown result, known are %1").arg(known.join(QStringLiteral(", "))));
+                known.isEmpty()
+                    ? QStringLiteral("the command has no results")
+                    : QStringLiteral("unknown result, known are %1").arg(known.join(QStringLiteral(", "))));
     }
     return input.toVariantMap();
 }
@@ -85,7 +88,7 @@ Sequence::Step readOrder(JsonInput const& step, DAbstractPlugin const& plugin, Q
         auto const known = plugin.getFunctions(true);
         if (!known.contains(name))
             step.at(order).fail(QStringLiteral("unknown order \"%1\", known are %2")
-                                    .arg(name, known.join(QStringLiteral(", "))));
+                                    .arg(shown(name), known.join(QStringLiteral(", "))));
         step.allowKeys({order});
         return StopStep{name};
     }
@@ -102,7 +105,8 @@ Sequence::Step readOrder(JsonInput const& step, DAbstractPlugin const& plugin, Q
         read.parameters[filePath] = QDir(folder).filePath(read.parameters.value(filePath).toString());
     for (auto const& key : {expect, fails}) {
         if (step.has(key) && command->isRecurrent())
-            step.at(key).fail(QStringLiteral("\"%1\" runs until it is stopped; await its results").arg(name));
+            step.at(key).fail(
+                QStringLiteral("\"%1\" runs until it is stopped; await its results").arg(shown(name)));
     }
     if (step.has(expect))
         read.expected = readExpected(step.at(expect), declared.results);
@@ -120,7 +124,7 @@ Sequence::Step readAwait(JsonInput const& step, DAbstractPlugin const& plugin)
     ICommand const* const command = plugin.commandPrototype(read.command);
     if (!command || !command->isRecurrent())
         step.at(of).fail(
-            QStringLiteral("\"%1\" is no command that runs until it is stopped").arg(read.command));
+            QStringLiteral("\"%1\" is no command that runs until it is stopped").arg(shown(read.command)));
     auto const known = keysOf(command->commandArguments().results);
     if (!known.contains(read.key))
         step.at(await).fail(

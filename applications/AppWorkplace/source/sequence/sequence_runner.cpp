@@ -58,8 +58,10 @@ bool SequenceRunner::perform(OrderStep const& step)
         return order.state() != Order::State::Failed;
     while (order.state() == Order::State::Running && m_clock.step()) {
     }
-    bool const isAsAsked = (order.state() == Order::State::Failed) == step.mustFail;
-    if (!isAsAsked && step.mustFail)
+    bool const isAsAsked = order.state() == (step.mustFail ? Order::State::Failed : Order::State::Succeeded);
+    if (order.state() == Order::State::Running)
+        m_events.publish(WaitFailed{QStringLiteral("the order does not end")});
+    else if (!isAsAsked && step.mustFail)
         m_events.publish(WaitFailed{QStringLiteral("the order succeeded, but should have failed")});
     return isAsAsked && meetsExpectations(order, step.expected);
 }

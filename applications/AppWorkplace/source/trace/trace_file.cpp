@@ -37,10 +37,16 @@ void TraceFile::write(qint64 time, RunEvent const& event)
 
 void TraceFile::close()
 {
-    bool written = m_file->flush() && m_file->error() == QFileDevice::NoError;
-    if (auto* const saved = qobject_cast<QSaveFile*>(m_file.get()))
-        written = saved->commit() && written;
-    if (!written)
-        throw InputError(
-            QStringLiteral("%1: the trace could not be written: %2").arg(m_fileName, m_file->errorString()));
+    bool isWhole = m_file->error() == QFileDevice::NoError && m_file->flush();
+    // A disk that fills up takes a part first; it says why only when it is asked for the rest.
+    if (!isWhole)
+        m_file->flush();
+    QString const reason = m_file->errorString();
+    auto* const saved = qobject_cast<QSaveFile*>(m_file.get());
+    if (isWhole && (!saved || saved->commit()))
+        return;
+    if (saved && !isWhole)
+        saved->cancelWriting();
+    throw InputError(QStringLiteral("%1: the trace could not be written: %2")
+                         .arg(m_fileName, isWhole ? m_file->errorString() : reason));
 }
