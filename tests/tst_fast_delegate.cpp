@@ -164,7 +164,7 @@ struct Receiver
         seen = &traveller;
         ++count;
     }
-    void byValue(int, Traveller traveller)
+    void byValue(int, Traveller traveller) // NOLINT(performance-unnecessary-value-param)
     {
         arrived.copies = traveller.copies;
         arrived.moves = traveller.moves;
@@ -443,8 +443,9 @@ void TestFastDelegate::passesReferencesThrough()
 
     receiver.seen = nullptr;
     FastDelegate2<Traveller&&, int> const byRvalue(&receiver, &Receiver::byRvalue);
+    void const* const address = &traveller;
     byRvalue(std::move(traveller), 1);
-    QCOMPARE(receiver.seen, static_cast<void const*>(&traveller));
+    QCOMPARE(receiver.seen, address);
 }
 
 void TestFastDelegate::copiesValueOnce()

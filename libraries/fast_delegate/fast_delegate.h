@@ -20,7 +20,8 @@ template <class P1, class P2, class R = void> class FastDelegate2
 {
 public:
     FastDelegate2() = default;
-    FastDelegate2(std::nullptr_t) {}
+    // As good as an empty one, wherever a delegate is wanted.
+    FastDelegate2(std::nullptr_t) {} // NOLINT(google-explicit-constructor)
 
     /// Binds @p object to @p function, which may be declared in @p object's class or in any base of it.
     template <class Object, class Declaring> FastDelegate2(Object* object, R (Declaring::*function)(P1, P2))

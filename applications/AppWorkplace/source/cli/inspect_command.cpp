@@ -1,5 +1,6 @@
 #include "inspect_command.h"
 
+#include "make_tool.h"
 #include "output.h"
 
 #include "host/clock.h"
@@ -181,16 +182,16 @@ int inspectCommand(InspectOptions const& options)
     Clock clock(Clock::Pace::Simulated);
     RunEvents const events(clock);
     Workstation workstation(clock, events);
-    Tool const tool(library.plugin(), QUuid(), workstation);
+    auto const tool = makeTool(library, QUuid(), workstation);
     if (options.markdown) {
-        writeReference(tool.plugin(), output);
+        writeReference(tool->plugin(), output);
         output.close();
         return 0;
     }
-    showPlugin(tool.plugin(), options.json, output);
-    auto const names = tool.plugin().commandNames();
+    showPlugin(tool->plugin(), options.json, output);
+    auto const names = tool->plugin().commandNames();
     for (auto const& name : names)
-        showCommand(*tool.plugin().commandPrototype(name), options.json, output);
+        showCommand(*tool->plugin().commandPrototype(name), options.json, output);
     output.close();
     return 0;
 }

@@ -16,9 +16,9 @@ namespace
 
 constexpr int c_badUsage = 2;
 
-int complain(std::string const& what)
+int complain(char const* what, char const* hint = "")
 {
-    std::fprintf(stderr, "workplace: %s\n", what.c_str());
+    std::fprintf(stderr, "workplace: %s%s\n", what, hint);
     return c_badUsage;
 }
 
@@ -105,7 +105,7 @@ int main(int argc, char** argv)
     try {
         return run(argc, argv);
     } catch (CLI::ParseError const& error) {
-        return complain(std::string(error.what()) + "; workplace --help shows what there is");
+        return complain(error.what(), "; workplace --help shows what there is");
     } catch (std::exception const& error) {
         return complain(error.what());
     }

@@ -1,5 +1,6 @@
 #include "run_command.h"
 
+#include "make_tool.h"
 #include "output.h"
 #include "transcript.h"
 
@@ -36,7 +37,7 @@ QUuid toolUuid()
 void refuseToOverwrite(QString const& trace, QStringList const& inputs)
 {
     for (auto const& input : inputs) {
-        if (QFileInfo(trace).exists() && QFileInfo(trace) == QFileInfo(input))
+        if (QFileInfo::exists(trace) && QFileInfo(trace) == QFileInfo(input))
             throw InputError(QStringLiteral("%1: the trace would overwrite what the run needs").arg(trace));
     }
 }
@@ -63,8 +64,8 @@ int runCommand(RunOptions const& options)
     Clock clock(options.realTime ? Clock::Pace::RealTime : Clock::Pace::Simulated);
     RunEvents events(clock);
     Workstation workstation(clock, events);
-    Tool tool(library.plugin(), toolUuid(), workstation);
-    Sequence const sequence = readSequence(options.sequence, tool.plugin());
+    auto const tool = makeTool(library, toolUuid(), workstation);
+    Sequence const sequence = readSequence(options.sequence, tool->plugin());
     QString const setupFile = options.controller.isEmpty() ? sequence.controllerFile : options.controller;
     ZrtSetup const setup = setupFile.isEmpty() ? ZrtSetup() : readZrtSetup(setupFile);
     std::unique_ptr<TraceFile> trace;
@@ -93,10 +94,11 @@ int runCommand(RunOptions const& options)
     bool succeeded = false;
     {
         LogTap const logTap(events);
-        events.publish(RunStarted{tool.plugin().pluginName(), versionToString(tool.plugin().pluginVersion()),
+        events.publish(RunStarted{tool->plugin().pluginName(),
+                                  versionToString(tool->plugin().pluginVersion()),
                                   setup.state.model + QLatin1Char(' ') + setup.state.serialNumber});
         RunDates const dates(clock);
-        succeeded = SequenceRunner(tool, endpoint, workstation, clock).run(sequence);
+        succeeded = SequenceRunner(*tool, endpoint, workstation, clock).run(sequence);
     }
     if (trace)
         trace->close();

@@ -7,7 +7,8 @@
 namespace
 {
 
-constexpr double c_step = 0.1;                               // milliseconds
+constexpr int c_stepsPerMillisecond = 10;
+constexpr double c_step = 1.0 / c_stepsPerMillisecond;       // milliseconds
 constexpr double c_degreesPerMillisecond = 360.0 / 60'000.0; // at one revolution a minute
 constexpr double c_never = std::numeric_limits<double>::infinity();
 
@@ -91,15 +92,17 @@ TighteningResult tighten(ZrtPreset const& preset, Screw screw, std::mt19937_64& 
     double angle = 0;
     double snugAt = c_never;
     double torque = 0;
-    double time = 0;
+    int step = 0;
     auto const ended = [&](int error) {
         double const turned = snugAt < c_never ? angle - snugAt : angle;
-        return TighteningResult{
-            error, static_cast<int>(std::lround(torque)), static_cast<int>(std::lround(turned)),
-            snugAt < c_never ? preset.speed : preset.freeSpeed, static_cast<int>(std::ceil(time))};
+        return TighteningResult{error, static_cast<int>(std::lround(torque)),
+                                static_cast<int>(std::lround(turned)),
+                                snugAt < c_never ? preset.speed : preset.freeSpeed,
+                                (step + c_stepsPerMillisecond - 1) / c_stepsPerMillisecond};
     };
 
-    for (time = c_step; time <= preset.maxTime; time += c_step) {
+    while (step < preset.maxTime * c_stepsPerMillisecond) {
+        ++step;
         bool isSnug = snugAt < c_never;
         angle += (isSnug ? preset.speed : preset.freeSpeed) * c_degreesPerMillisecond * c_step;
 

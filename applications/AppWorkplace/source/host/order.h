@@ -32,6 +32,8 @@ public:
     bool isOver() const { return m_state != State::Running && !awaitsReplies(); }
 
     void start();
+    /// Gives up an order whose command does not end.
+    void abandon(QString const& why) { commandFinished(false, why); }
     /// Ends a listening command.
     void stop();
 

@@ -18,7 +18,7 @@ std::unique_ptr<DAbstractPlugin> makeInstance(IPlugin const& plugin, QUuid const
     auto* const instance = dynamic_cast<DAbstractPlugin*>(made.get());
     if (!instance)
         throw std::runtime_error("the plugin's instances are no plugin objects");
-    made.release();
+    static_cast<void>(made.release());
     return std::unique_ptr<DAbstractPlugin>(instance);
 }
 

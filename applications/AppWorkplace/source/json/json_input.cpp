@@ -344,7 +344,8 @@ QVariant JsonInput::toVariant() const
 QVariantMap JsonInput::toVariantMap() const
 {
     QVariantMap map;
-    for (auto const& key : keys())
+    auto const names = keys();
+    for (auto const& key : names)
         map.insert(key, at(key).toVariant());
     return map;
 }

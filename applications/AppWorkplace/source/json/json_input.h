@@ -18,7 +18,7 @@ class JsonInput
 {
 public:
     /// Larger files and deeper nesting are refused; nothing that a person writes comes near.
-    static constexpr qint64 c_maximalSize = 4 * 1024 * 1024;
+    static constexpr qint64 c_maximalSize = 4LL * 1024 * 1024;
     static constexpr int c_maximalDepth = 32;
 
     /// Reads a whole file. Not JSON, a key that stands twice in one object, and a file beyond the limits are

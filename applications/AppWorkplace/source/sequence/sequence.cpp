@@ -14,7 +14,7 @@
 namespace
 {
 
-constexpr qint64 c_longestWait = 24 * 3600 * 1000;
+constexpr qint64 c_longestWait = 24LL * 3600 * 1000;
 constexpr qint64 c_awaitTime = 10'000;
 constexpr int c_mostPulls = 10'000;
 

@@ -53,15 +53,15 @@ bool SequenceRunner::perform(OrderStep const& step)
     auto parameters = m_record;
     for (auto it = step.parameters.cbegin(); it != step.parameters.cend(); ++it)
         parameters.insert(it.key(), it.value());
-    Order const& order = m_tool.order(step.command, parameters);
+    Order& order = m_tool.order(step.command, parameters);
     if (order.command().isRecurrent())
         return order.state() != Order::State::Failed;
     while (order.state() == Order::State::Running && m_clock.step()) {
     }
-    bool const isAsAsked = order.state() == (step.mustFail ? Order::State::Failed : Order::State::Succeeded);
     if (order.state() == Order::State::Running)
-        m_events.publish(WaitFailed{QStringLiteral("the order does not end")});
-    else if (!isAsAsked && step.mustFail)
+        order.abandon(QStringLiteral("the command waits for nothing and does not end"));
+    bool const isAsAsked = order.state() == (step.mustFail ? Order::State::Failed : Order::State::Succeeded);
+    if (!isAsAsked && step.mustFail)
         m_events.publish(WaitFailed{QStringLiteral("the order succeeded, but should have failed")});
     return isAsAsked && meetsExpectations(order, step.expected);
 }

@@ -1,0 +1,17 @@
+#include "make_tool.h"
+
+#include "host/plugin_library.h"
+#include "host/tool.h"
+#include "json/input_error.h"
+
+#include <plugin_management/d_abstract_plugin.h>
+
+std::unique_ptr<Tool> makeTool(PluginLibrary& library, QUuid const& objectUuid, Workstation& workstation)
+{
+    DAbstractPlugin const& plugin = library.plugin();
+    try {
+        return std::make_unique<Tool>(plugin, objectUuid, workstation);
+    } catch (std::runtime_error const& error) {
+        throw InputError(QStringLiteral("%1: %2").arg(library.fileName(), QString::fromUtf8(error.what())));
+    }
+}
