@@ -121,6 +121,11 @@ void TestCmdGetPresetInfo::torque_data()
     QTest::newRow("too large an integer") << QVariant(Q_INT64_C(4294967297)) << 0.0;
     QTest::newRow("too large an unsigned") << QVariant(4294967295U) << 0.0;
     QTest::newRow("largest unsigned") << QVariant(std::numeric_limits<qulonglong>::max()) << 0.0;
+    QTest::newRow("unsigned long") << QVariant::fromValue<ulong>(250) << 2.5;
+    QTest::newRow("largest unsigned long") << QVariant::fromValue(std::numeric_limits<ulong>::max()) << 0.0;
+    QTest::newRow("JSON number") << QVariant(QJsonValue(1234.7)) << 12.34;
+    QTest::newRow("JSON text") << QVariant(QJsonValue(QStringLiteral("1234"))) << 12.34;
+    QTest::newRow("JSON number too large") << QVariant(QJsonValue(1e300)) << 0.0;
     QTest::newRow("too large a text") << QVariant(QStringLiteral("4294967297")) << 0.0;
     QTest::newRow("NaN") << QVariant(qQNaN()) << 0.0;
     QTest::newRow("infinity") << QVariant(qInf()) << 0.0;

@@ -1,6 +1,7 @@
 #include "message_capture.h"
 #include "shipped_plugin.h"
 
+#include <QFile>
 #include <QProcess>
 #include <QTest>
 
@@ -10,6 +11,7 @@ class TestPluginTraces : public QObject
     Q_OBJECT
 
 private slots:
+    void unloads(); // first, while nothing else has loaded the library
     void goodRun();
     void badRun();
     void renderingIsCompiledIn();
@@ -42,6 +44,23 @@ void runInit(QVariantMap const& lastReply, QString* pluginAddress, QString* comm
 }
 
 } // namespace
+
+void TestPluginTraces::unloads()
+{
+    auto const isMapped = [] {
+        QFile maps(QStringLiteral("/proc/self/maps"));
+        return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libp_tool_vesk_zrt.so");
+    };
+    QVERIFY(!isMapped());
+    QPluginLoader loader(QStringLiteral(ZRT_PLUGIN_FILE));
+    loader.setLoadHints({}); // Qt keeps a library by default
+    auto* const root = qobject_cast<DAbstractPlugin*>(loader.instance());
+    QVERIFY2(root, qPrintable(loader.errorString()));
+    std::unique_ptr<IPlugin>(root->createInstance(QUuid())).reset();
+    QVERIFY(isMapped());
+    QVERIFY(loader.unload());
+    QVERIFY(!isMapped());
+}
 
 void TestPluginTraces::goodRun()
 {

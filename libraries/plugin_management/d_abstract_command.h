@@ -19,9 +19,8 @@ class DOrder;
 ///
 /// - A one-shot command finishes when none of its instructions is outstanding; it succeeded when every reply
 ///   handler answered true. Each of its instructions takes one reply.
-/// - A command with a stop name listens: its instructions take any number of replies until it is finished
-/// with
-///   finishTheCommand(), which the host calls when the stop command is ordered.
+/// - A command with a stop name listens: its instructions take any number of replies until the host finishes
+///   it with finishTheCommand(), because the stop command was ordered.
 ///
 /// A reply for an instruction that was withdrawn or needs no further reply is dropped, never delivered. A
 /// command must not be destroyed from within one of its own operations. Everything happens on the thread that

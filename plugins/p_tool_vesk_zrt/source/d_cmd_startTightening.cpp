@@ -31,8 +31,7 @@ bool DCmdStartTightening::commandExecute()
 {
     if (!DAbstractCommand::commandExecute())
         return false;
-    // The program is selected by its number, but its preset is asked for with the value as the order gives
-    // it.
+    // The program is selected by its number, its preset is asked for with the value as it was given.
     QVariant const program = getParameterValue(QStringLiteral("program"), QVariant());
     QVariant const locking = getParameterValue(QStringLiteral("locking"), QVariant());
     addInstruction(zrt::device(), QStringLiteral("setProgram"),

@@ -2,6 +2,8 @@
 
 #include "zrt_log.h"
 
+#include <QJsonValue>
+
 #include <cmath>
 #include <limits>
 
@@ -13,14 +15,25 @@ int toWhole(QVariant const& value)
     constexpr int lowest = std::numeric_limits<int>::min();
     constexpr int highest = std::numeric_limits<int>::max();
     // QVariant::toInt() would round a fraction, and cut the upper bits off a number that is too large.
-    if (value.userType() == QMetaType::Double || value.userType() == QMetaType::Float) {
-        double const number = std::trunc(value.toDouble());
+    switch (value.userType()) {
+    case QMetaType::Double:
+    case QMetaType::Float:
+    case QMetaType::QJsonValue: {
+        double const number =
+            std::trunc(value.userType() == QMetaType::QJsonValue ? value.toJsonValue().toVariant().toDouble()
+                                                                 : value.toDouble());
         return number >= lowest && number <= highest ? static_cast<int>(number) : 0;
     }
-    if (value.userType() == QMetaType::ULongLong && value.toULongLong() > static_cast<qulonglong>(highest))
-        return 0;
-    qlonglong const number = value.toLongLong();
-    return number >= lowest && number <= highest ? static_cast<int>(number) : 0;
+    case QMetaType::ULong:
+    case QMetaType::ULongLong: {
+        qulonglong const number = value.toULongLong();
+        return number <= static_cast<qulonglong>(highest) ? static_cast<int>(number) : 0;
+    }
+    default: {
+        qlonglong const number = value.toLongLong();
+        return number >= lowest && number <= highest ? static_cast<int>(number) : 0;
+    }
+    }
 }
 
 EventValues readEvent(QObject const& command, char const* file, EventLines lines,

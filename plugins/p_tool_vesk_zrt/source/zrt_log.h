@@ -8,8 +8,8 @@
 class DAbstractPlugin;
 class QObject;
 
-/// The plugin's log lines. Field support files problems under the file and the line that an error names, so a
-/// line that has been given out stays with its error when the code moves.
+/// The plugin's log lines. Field support files problems under the file and the line that an error names. Where
+/// such a line has been laid down it is a constant that stays with its error when the code moves.
 namespace zrt
 {
 
@@ -22,17 +22,15 @@ QDebug errorLine(QObject const& origin, char const* file, int line);
 /// Begins a line of information; what is streamed into it is the line.
 QDebug infoLine();
 
-/// Traces a reply as it reached @p handler. Release builds have no traces.
+// Traces are for debug builds; in a release build they are nothing, and what they would render is not
+// rendered.
 #ifdef QT_NO_DEBUG
 inline void traceReply(QObject const&, char const*, QMap<QString, QVariant> const&) {}
-#else
-void traceReply(QObject const& origin, char const* handler, QMap<QString, QVariant> const& reply);
-#endif
-
-/// Traces the beginning or the end of a plugin object's life. Release builds have no traces.
-#ifdef QT_NO_DEBUG
 inline void traceLife(DAbstractPlugin const&, char const*) {}
 #else
+/// Traces a reply as it reached @p handler.
+void traceReply(QObject const& origin, char const* handler, QMap<QString, QVariant> const& reply);
+/// Traces the beginning or the end of a plugin object's life.
 void traceLife(DAbstractPlugin const& plugin, char const* event);
 #endif
 

@@ -2,6 +2,8 @@
 #include "output.h"
 #include "run_command.h"
 
+#include "json/input_error.h"
+
 #include <QCoreApplication>
 
 #include <CLI/CLI.hpp>
@@ -18,7 +20,7 @@ constexpr int c_badUsage = 2;
 
 int complain(char const* what, char const* hint = "")
 {
-    std::fprintf(stderr, "workplace: %s%s\n", what, hint);
+    std::fprintf(stderr, "workplace: %s%s\n", qUtf8Printable(onOneLine(QString::fromUtf8(what))), hint);
     return c_badUsage;
 }
 
@@ -100,8 +102,9 @@ int run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     QCoreApplication const application(argc, argv);
-    // A reader that goes away is reported like any other failure to write.
+    // A reader that goes away and a file that may not grow are reported like any other failure to write.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return run(argc, argv);
     } catch (CLI::ParseError const& error) {

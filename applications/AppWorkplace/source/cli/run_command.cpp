@@ -70,7 +70,8 @@ int runCommand(RunOptions const& options)
     ZrtSetup const setup = setupFile.isEmpty() ? ZrtSetup() : readZrtSetup(setupFile);
     std::unique_ptr<TraceFile> trace;
     if (!options.trace.isEmpty()) {
-        refuseToOverwrite(options.trace, {options.sequence, setupFile, library.fileName()});
+        refuseToOverwrite(options.trace,
+                          QStringList{options.sequence, setupFile, library.fileName()} + sequence.files);
         trace = std::make_unique<TraceFile>(options.trace);
     }
 

@@ -3,6 +3,7 @@
 #include "output.h"
 
 #include "trace/event_json.h"
+#include "json/input_error.h"
 #include "json/variant_json.h"
 
 #include <QStringList>
@@ -101,6 +102,10 @@ struct ToText
                             : QStringLiteral("  FAILED: no running command stops by that name")));
     }
     QString operator()(InstructionPosted const&) const { return {}; }
+    QString operator()(InstructionFailed const& event) const
+    {
+        return about(event.order, QStringLiteral("  %1 NOT DELIVERED: %2").arg(event.name, event.reason));
+    }
     QString operator()(InstructionWithdrawn const&) const { return {}; }
     QString operator()(ReplyArrived const&) const { return {}; }
     QString operator()(ReplyDropped const&) const { return {}; }
@@ -151,7 +156,7 @@ struct ToText
 
 void Transcript::show(qint64 time, RunEvent const& event)
 {
-    QString const text = std::visit(ToText(), event);
+    QString const text = onOneLine(std::visit(ToText(), event));
     if (text.isEmpty())
         return;
     constexpr double second = 1000.0;

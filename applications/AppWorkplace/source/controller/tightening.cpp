@@ -16,6 +16,7 @@ constexpr double c_never = std::numeric_limits<double>::infinity();
 enum Error
 {
     RunTimeLimit = 300,
+    RunTimeLimitReverse = 301,
     ScrewMissing = 311,
     MinAngle = 330,
     AngleOver = 332,
@@ -128,12 +129,13 @@ TighteningResult tighten(ZrtPreset const& preset, Screw screw, std::mt19937_64& 
         double const turned = angle - snugAt;
         if (turned >= joint.release)
             return ended(NoTorqueComplete);
+        if (torque > preset.maxTorque)
+            return ended(OverTorque);
         if (preset.control == ZrtPreset::Angle && turned >= preset.targetAngle)
             return ended(0);
         if (preset.control == ZrtPreset::Torque && torque >= preset.torque)
             return ended(turned < preset.minAngle ? MinAngle : 0);
-        if (torque > preset.maxTorque)
-            return ended(OverTorque);
+
         if (turned > preset.maxAngle)
             return ended(AngleOver);
     }
@@ -144,7 +146,12 @@ TighteningResult loosen(ZrtPreset const& preset, std::mt19937_64& random)
 {
     double const angle = uniform(random, 1500, 1800);
     double const breakaway = preset.torque * uniform(random, 0.7, 0.8);
-    double const time = angle / (preset.freeSpeed * c_degreesPerMillisecond);
+    double const degreesPerMillisecond = preset.freeSpeed * c_degreesPerMillisecond;
+    double const time = angle / degreesPerMillisecond;
+    if (time > preset.maxTime)
+        return {RunTimeLimitReverse, static_cast<int>(std::lround(breakaway)),
+                static_cast<int>(std::lround(preset.maxTime * degreesPerMillisecond)), preset.freeSpeed,
+                preset.maxTime};
     return {0, static_cast<int>(std::lround(breakaway)), static_cast<int>(std::lround(angle)),
             preset.freeSpeed, static_cast<int>(std::ceil(time))};
 }

@@ -16,31 +16,49 @@ QVariantMap done()
     return {{QStringLiteral("doneOk"), true}};
 }
 
-// A whole number of an argument, which may come signed or unsigned.
-std::optional<int> number(QVariantMap const& arguments, char const* key)
+} // namespace
+
+std::optional<int> wholeNumber(QVariantMap const& arguments, QString const& key)
 {
-    QVariant const value = arguments.value(QString::fromLatin1(key));
+    QVariant const value = arguments.value(key);
+    constexpr int highest = std::numeric_limits<int>::max();
     switch (value.userType()) {
-    case QMetaType::Int:
     case QMetaType::UInt:
-    case QMetaType::LongLong: {
-        qlonglong const whole = value.toLongLong();
-        constexpr qlonglong highest = std::numeric_limits<int>::max();
-        return whole >= 0 && whole <= highest ? std::optional(static_cast<int>(whole)) : std::nullopt;
-    }
+    case QMetaType::ULong:
+    case QMetaType::ULongLong:
+    case QMetaType::UShort:
+        return value.toULongLong() <= highest ? std::optional(value.toInt()) : std::nullopt;
+    case QMetaType::Int:
+    case QMetaType::Long:
+    case QMetaType::LongLong:
+    case QMetaType::Short:
+        return value.toLongLong() >= 0 && value.toLongLong() <= highest ? std::optional(value.toInt())
+                                                                        : std::nullopt;
     default:
         return std::nullopt;
     }
 }
 
-} // namespace
+QStringList ZrtController::instructions()
+{
+    QStringList names = handlers().keys();
+    names += {QStringLiteral("listenEventsData"), QStringLiteral("restoreBackup")};
+    names.sort();
+    return names;
+}
 
 ZrtController::ZrtController(ZrtState state) : m_state(std::move(state)), m_random(m_state.seed) {}
 
 QVariantMap ZrtController::execute(QString const& instruction, QVariantMap const& arguments)
 {
-    using Handler = QVariantMap (ZrtController::*)(QVariantMap const&);
-    static QMap<QString, Handler> const handlers = {
+    Handler const handler = handlers().value(instruction);
+    return handler ? (this->*handler)(arguments)
+                   : refused(QStringLiteral("unknown instruction \"%1\"").arg(instruction));
+}
+
+QMap<QString, ZrtController::Handler> const& ZrtController::handlers()
+{
+    static QMap<QString, Handler> const all = {
         {QStringLiteral("getInfo"), &ZrtController::getInfo},
         {QStringLiteral("setLock"), &ZrtController::setLock},
         {QStringLiteral("setLockScreen"), &ZrtController::setLockScreen},
@@ -49,9 +67,7 @@ QVariantMap ZrtController::execute(QString const& instruction, QVariantMap const
         {QStringLiteral("getRegister"), &ZrtController::getRegister},
         {QStringLiteral("SetTriggerProgram"), &ZrtController::setTriggerProgram},
     };
-    Handler const handler = handlers.value(instruction);
-    return handler ? (this->*handler)(arguments)
-                   : refused(QStringLiteral("unknown instruction \"%1\"").arg(instruction));
+    return all;
 }
 
 std::optional<ZrtRun> ZrtController::pullTrigger()
@@ -68,7 +84,7 @@ std::optional<ZrtRun> ZrtController::pullTrigger()
         Screw const screw = m_state.screws.isEmpty() ? Screw::Good : m_state.screws.takeFirst();
         result = tighten(preset, screw, m_random);
     }
-    ++m_state.eventCount;
+    m_state.eventCount = m_state.eventCount == std::numeric_limits<int>::max() ? 0 : m_state.eventCount + 1;
     QString const good = m_state.isReverse ? QStringLiteral("loosened") : QStringLiteral("OK");
     QVariantMap event{{QStringLiteral("eventCountNo"), m_state.eventCount},
                       {QStringLiteral("program"), m_state.program},
@@ -107,7 +123,7 @@ QVariantMap ZrtController::getInfo(QVariantMap const& /*arguments*/)
 
 QVariantMap ZrtController::setLock(QVariantMap const& arguments)
 {
-    auto const lock = number(arguments, "lock");
+    auto const lock = wholeNumber(arguments, QStringLiteral("lock"));
     if (!lock || *lock < ZrtState::Free || *lock > ZrtState::LooseningLocked)
         return refused(QStringLiteral("\"lock\" must be 0 (free), 1 (all locked) or 2 (loosening locked)"));
     m_state.lock = *lock;
@@ -124,7 +140,7 @@ QVariantMap ZrtController::setLockScreen(QVariantMap const& /*arguments*/)
 
 QVariantMap ZrtController::setProgram(QVariantMap const& arguments)
 {
-    auto const program = number(arguments, "program");
+    auto const program = wholeNumber(arguments, QStringLiteral("program"));
     if (!program || !m_state.presets.contains(*program))
         return refused(QStringLiteral("there is no such program"));
     m_state.program = *program;
@@ -133,7 +149,7 @@ QVariantMap ZrtController::setProgram(QVariantMap const& arguments)
 
 QVariantMap ZrtController::getPresetData(QVariantMap const& arguments)
 {
-    auto const preset = number(arguments, "preset");
+    auto const preset = wholeNumber(arguments, QStringLiteral("preset"));
     if (!preset || !m_state.presets.contains(*preset))
         return refused(QStringLiteral("there is no such preset"));
     return {{QStringLiteral("presetData"), m_state.presets.value(*preset).toMap()}};
@@ -156,6 +172,9 @@ QVariantMap ZrtController::getRegister(QVariantMap const& arguments)
 
 QVariantMap ZrtController::setTriggerProgram(QVariantMap const& arguments)
 {
-    m_state.isTriggerMode = !arguments.value(QStringLiteral("resetMode")).toBool();
+    QVariant const resetMode = arguments.value(QStringLiteral("resetMode"), false);
+    if (resetMode.userType() != QMetaType::Bool)
+        return refused(QStringLiteral("\"resetMode\" must be true or false"));
+    m_state.isTriggerMode = !resetMode.toBool();
     return done();
 }

@@ -7,6 +7,7 @@
 #include <QList>
 #include <QMap>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <optional>
@@ -49,6 +50,10 @@ struct ZrtRun
     QVariantMap event;
 };
 
+/// An argument that must be a whole number and not negative; it may come signed or unsigned. Nothing for any
+/// other.
+std::optional<int> wholeNumber(QVariantMap const& arguments, QString const& key);
+
 /// A simulated ZRT controller with its tool: carries out an instruction at once and answers with the reply.
 /// It knows nothing of time or of how instructions reach it; ZrtEndpoint does, and gives the instructions
 /// that take their time.
@@ -59,6 +64,9 @@ class ZrtController
 {
 public:
     explicit ZrtController(ZrtState state);
+
+    /// The names of all instructions, those that ZrtEndpoint carries out included.
+    static QStringList instructions();
 
     ZrtState const& state() const { return m_state; }
 
@@ -74,6 +82,9 @@ public:
     void restore(ZrtBackup const& backup, int first, int last, bool withParameters);
 
 private:
+    using Handler = QVariantMap (ZrtController::*)(QVariantMap const&);
+    static QMap<QString, Handler> const& handlers();
+
     QVariantMap getInfo(QVariantMap const& arguments);
     QVariantMap setLock(QVariantMap const& arguments);
     QVariantMap setLockScreen(QVariantMap const& arguments);

@@ -82,7 +82,7 @@ bool ZrtEndpoint::isReverse() const
 
 void ZrtEndpoint::send(Line const& line, QVariantMap reply)
 {
-    int delay = m_times.reply;
+    qint64 delay = m_times.reply;
     for (auto const& fault : line.faults) {
         if (fault.kind == ZrtFault::MissingKey)
             reply.remove(fault.key);
@@ -103,8 +103,14 @@ void ZrtEndpoint::startRestore(quint64 id, Line const& line, QVariantMap const& 
 {
     Restore restore;
     restore.line = line;
-    restore.first = arguments.value(QStringLiteral("startPreset")).toInt();
-    restore.last = arguments.value(QStringLiteral("endPreset")).toInt();
+    auto const first = wholeNumber(arguments, QStringLiteral("startPreset"));
+    auto const last = wholeNumber(arguments, QStringLiteral("endPreset"));
+    if (!first || !last) {
+        send(line, failed(QStringLiteral("\"startPreset\" and \"endPreset\" must be whole numbers")));
+        return;
+    }
+    restore.first = *first;
+    restore.last = *last;
     restore.withParameters = arguments.value(QStringLiteral("loadControllerParams")).toBool();
     // Nothing is touched before the whole file has been found right.
     try {

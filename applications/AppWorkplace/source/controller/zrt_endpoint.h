@@ -6,7 +6,6 @@
 #include "zrt_faults.h"
 
 #include <QMap>
-#include <QSet>
 
 class Clock;
 

@@ -1,5 +1,7 @@
 #include "zrt_faults.h"
 
+#include "zrt_controller.h"
+
 #include "json/json_input.h"
 
 #include <limits>
@@ -10,6 +12,7 @@ namespace
 
 constexpr int c_defaultDelay = 100;
 constexpr int c_defaultLateness = 5000;
+constexpr int c_leastLateness = 4000; // the time allowance of every instruction
 constexpr int c_longestDelay = 600'000;
 constexpr int c_percent = 100;
 
@@ -37,6 +40,10 @@ ZrtFault readFault(JsonInput const& input)
                                 .arg(kindNames().join(QStringLiteral(", "))));
     fault.kind = static_cast<ZrtFault::Kind>(index);
     fault.instruction = input.at(instruction).toText();
+    auto const known = ZrtController::instructions();
+    if (!known.contains(fault.instruction))
+        input.at(instruction)
+            .fail(QStringLiteral("unknown instruction, known are %1").arg(known.join(QStringLiteral(", "))));
 
     if (input.has(nth) == input.has(percent))
         input.fail(QStringLiteral("must have one of \"nth\" and \"percent\""));
@@ -49,7 +56,8 @@ ZrtFault readFault(JsonInput const& input)
     if (input.has(delay) && !takesDelay)
         input.at(delay).fail(QStringLiteral("goes with the kinds delay and late"));
     if (takesDelay)
-        fault.delay = input.has(delay) ? static_cast<int>(input.at(delay).toInteger(0, c_longestDelay))
+        fault.delay = input.has(delay)                ? static_cast<int>(input.at(delay).toInteger(
+                                         fault.kind == ZrtFault::Late ? c_leastLateness : 0, c_longestDelay))
                       : fault.kind == ZrtFault::Delay ? c_defaultDelay
                                                       : c_defaultLateness;
 

@@ -3,8 +3,6 @@
 #include <QList>
 #include <QMap>
 #include <QString>
-#include <QStringList>
-#include <QVariant>
 
 #include <random>
 

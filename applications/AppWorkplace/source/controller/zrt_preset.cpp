@@ -59,6 +59,8 @@ ZrtPreset readZrtPreset(JsonInput const& input)
         input.fail(QStringLiteral("\"minAngle\" must be less than \"maxAngle\""));
     if (preset.control == ZrtPreset::Angle && preset.targetAngle > preset.maxAngle)
         input.fail(QStringLiteral("\"targetAngle\" must not be more than \"maxAngle\""));
+    if (preset.control == ZrtPreset::Angle && preset.targetAngle < preset.minAngle)
+        input.fail(QStringLiteral("\"targetAngle\" must not be less than \"minAngle\""));
     return preset;
 }
 

@@ -58,7 +58,8 @@ ZrtSetup readZrtSetup(QString const& fileName)
 {
     ZrtSetup setup;
     ZrtState& state = setup.state;
-    Fields root(JsonInput::fromFile(fileName));
+    auto const file = JsonInput::fromFile(fileName);
+    Fields root(file);
     root.read("identity", [&state](JsonInput const& input) {
         Fields identity(input);
         identity.text("model", state.model);
@@ -93,5 +94,8 @@ ZrtSetup readZrtSetup(QString const& fileName)
     root.boolean("connected", setup.isConnected);
     root.read("faults", [&setup](JsonInput const& input) { setup.faults = readZrtFaults(input); });
     root.end();
+    if (!state.presets.contains(state.program))
+        file.fail(
+            QStringLiteral("there is no preset %1, so \"program\" must name another").arg(state.program));
     return setup;
 }

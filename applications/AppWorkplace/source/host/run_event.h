@@ -36,6 +36,14 @@ struct InstructionPosted
     quint64 instruction;
     DInstruction content;
 };
+/// An instruction of a command that goes on could not be delivered, and why.
+struct InstructionFailed
+{
+    quint64 order;
+    quint64 instruction;
+    QString name;
+    QString reason;
+};
 struct InstructionWithdrawn
 {
     quint64 order;
@@ -97,9 +105,9 @@ struct RunFinished
     quint64 droppedReplies;
 };
 
-using RunEvent = std::variant<RunStarted, OrderStarted, StopOrdered, InstructionPosted, InstructionWithdrawn,
-                              ReplyArrived, ReplyDropped, ResultUpdated, OrderFinished, PersonActed,
-                              WaitFailed, ExpectationMissed, LogWritten, RunFinished>;
+using RunEvent = std::variant<RunStarted, OrderStarted, StopOrdered, InstructionPosted, InstructionFailed,
+                              InstructionWithdrawn, ReplyArrived, ReplyDropped, ResultUpdated, OrderFinished,
+                              PersonActed, WaitFailed, ExpectationMissed, LogWritten, RunFinished>;
 
 /// Passes each event on to all listeners, with its time in milliseconds.
 class RunEvents

@@ -13,6 +13,8 @@ public:
     QString message() const { return QString::fromUtf8(what()); }
 };
 
-/// A text from a file as a message shows it: on one line, control characters as \n or \u001b, and not too
-/// long.
+/// A text on one line: line breaks and control characters, but for tabs, as \n or \u001b.
+QString onOneLine(QString const& text);
+
+/// A text from a file as a message shows it: on one line and not too long.
 QString shown(QString const& text);

@@ -101,8 +101,9 @@ Sequence::Step readOrder(JsonInput const& step, DAbstractPlugin const& plugin, Q
     // Like the controller's set-up, a file is looked for beside the sequence, wherever the program was
     // started.
     QString const filePath = QStringLiteral("filePath");
-    if (read.parameters.contains(filePath))
-        read.parameters[filePath] = QDir(folder).filePath(read.parameters.value(filePath).toString());
+    QString const given = read.parameters.value(filePath).toString();
+    if (!given.isEmpty())
+        read.parameters[filePath] = QDir(folder).filePath(given);
     for (auto const& key : {expect, fails}) {
         if (step.has(key) && command->isRecurrent())
             step.at(key).fail(
@@ -194,10 +195,17 @@ Sequence readSequence(QString const& fileName, DAbstractPlugin const& plugin)
     Sequence sequence;
     if (root.has(tool))
         sequence.tool = readTool(root.at(tool));
+    if (root.has(controller) && root.at(controller).toText().isEmpty())
+        root.at(controller).fail(QStringLiteral("no file name given"));
     if (root.has(controller))
         sequence.controllerFile = QDir(folder).filePath(root.at(controller).toText());
     auto const list = root.at(steps).items();
     for (auto const& step : list)
         sequence.steps.push_back(readStep(step, plugin, folder));
+    for (auto const& step : sequence.steps) {
+        auto const* const order = std::get_if<OrderStep>(&step);
+        if (order && order->parameters.contains(QStringLiteral("filePath")))
+            sequence.files += order->parameters.value(QStringLiteral("filePath")).toString();
+    }
     return sequence;
 }

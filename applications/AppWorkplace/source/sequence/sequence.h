@@ -56,6 +56,8 @@ struct Sequence
     std::vector<Step> steps;
     /// The tool's record: "name", "serialNumber", "validityDate". Every order gets it with its parameters.
     QVariantMap tool;
+    /// The files that its orders name.
+    QStringList files;
     /// The controller's set-up file that the sequence asks for; empty if it asks for none.
     QString controllerFile;
 };

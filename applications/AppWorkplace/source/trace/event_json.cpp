@@ -42,6 +42,14 @@ struct ToJson
                 {"arguments", toJson(event.content.arguments)},
                 {"timeAllowance", event.content.timeAllowance}};
     }
+    Json operator()(InstructionFailed const& event) const
+    {
+        return {{"event", "notDelivered"},
+                {"order", event.order},
+                {"instruction", event.instruction},
+                {"name", text(event.name)},
+                {"reason", text(event.reason)}};
+    }
     Json operator()(InstructionWithdrawn const& event) const
     {
         return {{"event", "withdrawn"}, {"order", event.order}, {"instruction", event.instruction}};

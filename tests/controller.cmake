@@ -1,0 +1,12 @@
+# Tests of the simulated controller, and of the examples as a user runs them.
+add_zrt_workplace_test(tightening)
+add_zrt_workplace_test(zrt_preset)
+add_zrt_workplace_test(zrt_faults)
+add_zrt_workplace_test(zrt_endpoint)
+add_zrt_workplace_test(examples
+    DEFINITIONS
+        WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
+        WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
+        COMMANDS_DOC="${PROJECT_SOURCE_DIR}/docs/commands.md"
+        TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data"
+    DEPENDS workplace p_tool_vesk_zrt)

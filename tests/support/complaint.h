@@ -1,0 +1,16 @@
+#pragma once
+
+#include "json/input_error.h"
+
+#include <QString>
+
+/// The message of the InputError that @p action ends with; "no complaint" if it ends well.
+template <class Action> QString complaintOf(Action const& action)
+{
+    try {
+        action();
+    } catch (InputError const& error) {
+        return error.message();
+    }
+    return QStringLiteral("no complaint");
+}

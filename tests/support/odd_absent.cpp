@@ -1,0 +1,6 @@
+__attribute__((visibility("default"))) int oddAbsent();
+
+int oddAbsent()
+{
+    return 1;
+}

@@ -1,0 +1,293 @@
+#include "host/clock.h"
+
+#include <QtTest>
+
+namespace
+{
+
+using Pace = Clock::Pace;
+
+class Notifier : public QObject
+{
+    Q_OBJECT
+
+signals:
+    void sigQueued();
+    void sigQueuedNext();
+};
+
+void addPaces()
+{
+    QTest::addColumn<Pace>("pace");
+    QTest::newRow("simulated") << Pace::Simulated;
+    QTest::newRow("real time") << Pace::RealTime;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Clock::Pace)
+
+/// The one source of time: which task runs when.
+class TstClock : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void startsAtZero_data() { addPaces(); }
+    void startsAtZero();
+    void stepWithoutTasksIsFalse_data() { addPaces(); }
+    void stepWithoutTasksIsFalse();
+    void oneStepRunsOneTask_data() { addPaces(); }
+    void oneStepRunsOneTask();
+    void orderOfTasks_data() { addPaces(); }
+    void orderOfTasks();
+    void tasksPlannedByTasks_data() { addPaces(); }
+    void tasksPlannedByTasks();
+    void delaysThatAreNone_data();
+    void delaysThatAreNone();
+    void farDelay();
+    void simulatedDate();
+    void realDate();
+    void waitsInRealTimeOnly_data() { addPaces(); }
+    void waitsInRealTimeOnly();
+    void queuedSignalsBelongToTheStep_data() { addPaces(); }
+    void queuedSignalsBelongToTheStep();
+    void queuedSignalsOfQueuedSignalsToo_data() { addPaces(); }
+    void queuedSignalsOfQueuedSignalsToo();
+    void queuedSignalsPlanAtTheSameTime_data() { addPaces(); }
+    void queuedSignalsPlanAtTheSameTime();
+    void deletedLater_data() { addPaces(); }
+    void deletedLater();
+    void plannedTasksGoWithTheClock();
+};
+
+void TstClock::startsAtZero()
+{
+    QFETCH(Pace, pace);
+    Clock const clock(pace);
+    QCOMPARE(clock.now(), qint64{0});
+    QCOMPARE(clock.pace(), pace);
+}
+
+void TstClock::stepWithoutTasksIsFalse()
+{
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    QVERIFY(!clock.step());
+    clock.after(3, [] {});
+    QVERIFY(clock.step());
+    QVERIFY(!clock.step());
+    QCOMPARE(clock.now(), qint64{3});
+}
+
+void TstClock::oneStepRunsOneTask()
+{
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    int runs = 0;
+    clock.after(2, [&runs] { ++runs; });
+    clock.after(2, [&runs] { ++runs; });
+    QVERIFY(clock.step());
+    QCOMPARE(runs, 1);
+    QVERIFY(clock.step());
+    QCOMPARE(runs, 2);
+}
+
+void TstClock::orderOfTasks()
+{
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    QStringList ran;
+    auto const plan = [&](qint64 delay, QString const& name) {
+        clock.after(delay,
+                    [&ran, &clock, name] { ran += QStringLiteral("%1@%2").arg(name).arg(clock.now()); });
+    };
+    plan(20, QStringLiteral("a"));
+    plan(5, QStringLiteral("b"));
+    plan(20, QStringLiteral("c"));
+    plan(0, QStringLiteral("d"));
+    plan(5, QStringLiteral("e"));
+    while (clock.step()) {
+    }
+    QCOMPARE(ran.join(QLatin1Char(' ')), QStringLiteral("d@0 b@5 e@5 a@20 c@20"));
+}
+
+void TstClock::tasksPlannedByTasks()
+{
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    QStringList ran;
+    auto const note = [&](char const* name) {
+        ran += QStringLiteral("%1@%2").arg(QLatin1String(name)).arg(clock.now());
+    };
+    clock.after(5, [&] {
+        note("first");
+        clock.after(0, [&] { note("at once"); });
+        clock.after(5, [&] { note("later"); });
+    });
+    clock.after(5, [&] { note("second"); });
+    clock.after(10, [&] { note("planned before"); });
+    while (clock.step()) {
+    }
+    QCOMPARE(ran.join(QLatin1Char(' ')),
+             QStringLiteral("first@5 second@5 at once@5 planned before@10 later@10"));
+}
+
+void TstClock::delaysThatAreNone_data()
+{
+    QTest::addColumn<qint64>("delay");
+    QTest::newRow("zero") << qint64{0};
+    QTest::newRow("minus one") << qint64{-1};
+    QTest::newRow("far back") << std::numeric_limits<qint64>::min();
+}
+
+void TstClock::delaysThatAreNone()
+{
+    QFETCH(qint64, delay);
+    Clock clock(Pace::Simulated);
+    QStringList ran;
+    clock.after(7, [&] {
+        clock.after(delay, [&ran, &clock] { ran += QStringLiteral("late %1").arg(clock.now()); });
+        ran += QStringLiteral("first %1").arg(clock.now());
+    });
+    clock.after(7, [&] { ran += QStringLiteral("planned before"); });
+    while (clock.step()) {
+    }
+    QCOMPARE(ran, QStringList({QStringLiteral("first 7"), QStringLiteral("planned before"),
+                               QStringLiteral("late 7")}));
+}
+
+void TstClock::farDelay()
+{
+    Clock clock(Pace::Simulated);
+    constexpr qint64 tenYears = 10LL * 365 * 24 * 3600 * 1000;
+    clock.after(tenYears, [] {});
+    QVERIFY(clock.step());
+    QCOMPARE(clock.now(), tenYears);
+}
+
+void TstClock::simulatedDate()
+{
+    Clock clock(Pace::Simulated);
+    QDateTime const start(QDate(2000, 1, 1), QTime(0, 0), Qt::UTC);
+    QCOMPARE(clock.date(), start);
+    QCOMPARE(clock.date().timeSpec(), Qt::UTC);
+    clock.after(61'250, [] {});
+    QCOMPARE(clock.date(), start); // planning is not passing
+    clock.step();
+    QCOMPARE(clock.date(), QDateTime(QDate(2000, 1, 1), QTime(0, 1, 1, 250), Qt::UTC));
+    QCOMPARE(Clock(Pace::Simulated).date(), start);
+}
+
+void TstClock::realDate()
+{
+    QDateTime const before = QDateTime::currentDateTime();
+    Clock clock(Pace::RealTime);
+    QDateTime const after = QDateTime::currentDateTime();
+    QDateTime const start = clock.date();
+    QVERIFY(before <= start && start <= after);
+    clock.after(5, [] {});
+    clock.step();
+    QCOMPARE(start.msecsTo(clock.date()), qint64{5});
+}
+
+void TstClock::waitsInRealTimeOnly()
+{
+    // While somebody waits, Qt's own timers go off.
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    QTimer timer;
+    QStringList ran;
+    connect(&timer, &QTimer::timeout, [&ran] { ran += QStringLiteral("timer"); });
+    timer.setSingleShot(true);
+    timer.start(1);
+    clock.after(30, [&ran] { ran += QStringLiteral("task"); });
+    clock.step();
+    QStringList expected{QStringLiteral("task")};
+    if (pace == Pace::RealTime)
+        expected.prepend(QStringLiteral("timer"));
+    QCOMPARE(ran, expected);
+}
+
+void TstClock::queuedSignalsBelongToTheStep()
+{
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    Notifier notifier;
+    QStringList heard;
+    connect(
+        &notifier, &Notifier::sigQueued, &notifier,
+        [&] { heard += QStringLiteral("signal@%1").arg(clock.now()); }, Qt::QueuedConnection);
+    clock.after(4, [&] {
+        emit notifier.sigQueued();
+        heard += QStringLiteral("task");
+    });
+    clock.after(9, [] {});
+    clock.step();
+    QCOMPARE(heard, QStringList({QStringLiteral("task"), QStringLiteral("signal@4")}));
+}
+
+void TstClock::queuedSignalsOfQueuedSignalsToo()
+{
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    Notifier notifier;
+    QStringList heard;
+    connect(&notifier, &Notifier::sigQueued, &notifier, &Notifier::sigQueuedNext, Qt::QueuedConnection);
+    connect(
+        &notifier, &Notifier::sigQueuedNext, &notifier,
+        [&] { heard += QStringLiteral("signal@%1").arg(clock.now()); }, Qt::QueuedConnection);
+    clock.after(4, [&] { emit notifier.sigQueued(); });
+    clock.after(9, [&] { heard += QStringLiteral("next task"); });
+    clock.step();
+    clock.step();
+    QCOMPARE(heard, QStringList({QStringLiteral("signal@4"), QStringLiteral("next task")}));
+}
+
+void TstClock::queuedSignalsPlanAtTheSameTime()
+{
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    Notifier notifier;
+    qint64 ran = -1;
+    connect(
+        &notifier, &Notifier::sigQueued, &notifier, [&] { clock.after(3, [&] { ran = clock.now(); }); },
+        Qt::QueuedConnection);
+    clock.after(4, [&] { emit notifier.sigQueued(); });
+    clock.after(20, [] {});
+    clock.step();
+    clock.step();
+    QCOMPARE(ran, qint64{7});
+}
+
+void TstClock::deletedLater()
+{
+    // An object that is to be deleted later is gone with the step, however fast time passes.
+    QFETCH(Pace, pace);
+    Clock clock(pace);
+    QPointer<QObject> const object = new QObject;
+    clock.after(1, [&] { object->deleteLater(); });
+    bool isThere = true;
+    clock.after(10, [&] { isThere = !object.isNull(); });
+    clock.step();
+    clock.step();
+    delete object;
+    QVERIFY(!isThere);
+}
+
+void TstClock::plannedTasksGoWithTheClock()
+{
+    auto const held = std::make_shared<int>(1);
+    {
+        Clock clock(Pace::Simulated);
+        clock.after(1, [held] {});
+        clock.after(2, [held] {});
+        QCOMPARE(held.use_count(), 3L);
+        clock.step();
+        QCOMPARE(held.use_count(), 2L); // a task that has run is gone
+    }
+    QCOMPARE(held.use_count(), 1L);
+}
+
+QTEST_GUILESS_MAIN(TstClock)
+#include "tst_clock.moc"

@@ -1,0 +1,471 @@
+#include "complaint.h"
+#include "scratch_folder.h"
+
+#include "controller/zrt_backup.h"
+#include "controller/zrt_setup.h"
+#include "json/json_input.h"
+
+#include <QtTest>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace
+{
+
+QString const examples = QStringLiteral(WORKPLACE_EXAMPLES);
+QString const faultExamples = QStringLiteral(WORKPLACE_EXAMPLES "/faults");
+QString const workingDay = QStringLiteral("working_day.json");
+
+struct Outcome
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+/// Runs the program in the folder of the examples.
+Outcome run(QStringList const& arguments)
+{
+    QProcess program;
+    program.setWorkingDirectory(examples);
+    program.start(QStringLiteral(WORKPLACE_PROGRAM), arguments);
+    if (!program.waitForFinished(60'000))
+        return {-2, QString(), QStringLiteral("it does not come back")};
+    return {program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -3,
+            QString::fromUtf8(program.readAllStandardOutput()),
+            QString::fromUtf8(program.readAllStandardError())};
+}
+
+/// What the program writes when its standard output is a terminal.
+class Terminal
+{
+public:
+    Terminal() : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK))
+    {
+        if (m_master < 0 || ::grantpt(m_master) != 0 || ::unlockpt(m_master) != 0)
+            qFatal("there is no terminal to be had");
+        m_name = QString::fromLocal8Bit(::ptsname(m_master));
+        m_slave =
+            ::open(::ptsname(m_master), O_RDWR | O_NOCTTY); // so that nothing is lost when the program ends
+    }
+    ~Terminal()
+    {
+        ::close(m_slave);
+        ::close(m_master);
+    }
+    Terminal(Terminal const&) = delete;
+    Terminal& operator=(Terminal const&) = delete;
+
+    QString run(QStringList const& arguments)
+    {
+        QProcess program;
+        program.setWorkingDirectory(examples);
+        program.setStandardOutputFile(m_name);
+        program.start(QStringLiteral(WORKPLACE_PROGRAM), arguments);
+        QByteArray text;
+        do
+            readInto(text);
+        while (!program.waitForFinished(20) && program.state() != QProcess::NotRunning);
+        readInto(text);
+        return QString::fromUtf8(text.replace("\r\n", "\n")); // the terminal's own line ends
+    }
+
+private:
+    void readInto(QByteArray& text) const
+    {
+        char buffer[4096];
+        for (ssize_t count = 0; (count = ::read(m_master, buffer, sizeof buffer)) > 0;)
+            text.append(buffer, static_cast<int>(count));
+    }
+
+    int const m_master;
+    int m_slave = -1;
+    QString m_name;
+};
+
+/// The work sequences in a folder, the set-up files left out.
+QStringList sequencesIn(QString const& folder)
+{
+    QStringList names;
+    auto const files = QDir(folder).entryList({QStringLiteral("*.json")}, QDir::Files, QDir::Name);
+    for (auto const& file : files) {
+        if (QJsonDocument::fromJson(contentOf(folder + QLatin1Char('/') + file))
+                .object()
+                .contains(QStringLiteral("steps")))
+            names += file;
+    }
+    return names;
+}
+
+/// What a fault does, as --json tells it: all lines but the first one and the log's, and how the log's end.
+struct FaultExample
+{
+    char const* name;
+    QStringList lines;
+    QStringList log;
+};
+
+QList<FaultExample> faultTable()
+{
+    // ' stands for a quoted quotation mark, which moc cannot read in a raw string.
+    auto const json = [](char const* line) {
+        return QString::fromUtf8(line).replace(QLatin1Char('\''), QStringLiteral("\\\""));
+    };
+    QString const init1 = json(R"({"time":0,"event":"order","order":1,"command":"init","parameters":{}})");
+    return {
+        {"chance.json", // all by chance, but at 100 percent
+         {json(R"({"time":0,"event":"order","order":1,"command":"getDirection","parameters":{}})"),
+          json(R"({"time":4000,"event":"finished","order":1,"command":"getDirection","success":false,)"
+               R"("message":"no reply to 'getInfo' within 4000 ms"})"),
+          json(R"({"time":4000,"event":"order","order":2,"command":"getDirection","parameters":{}})"),
+          json(R"({"time":8000,"event":"finished","order":2,"command":"getDirection","success":false,)"
+               R"("message":"no reply to 'getInfo' within 4000 ms"})"),
+          json(R"({"time":8000,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
+         {}},
+        {"delay.json", // 15 ms, and 300
+         {init1, json(R"({"time":315,"event":"result","order":1,"key":"doneOk","value":true})"),
+          json(R"({"time":315,"event":"finished","order":1,"command":"init","success":true})"),
+          json(R"({"time":315,"event":"end","done":1,"failed":0,"notRun":0,"droppedReplies":0})")},
+         {}},
+        {"disconnected.json", // first no reply, then nobody there
+         {init1,
+          json(R"({"time":4005,"event":"finished","order":1,"command":"init","success":false,)"
+               R"("message":"no reply to 'setLock' within 4000 ms"})"),
+          json(R"({"time":4005,"event":"order","order":2,"command":"getDirection","parameters":{}})"),
+          json(R"({"time":4005,"event":"finished","order":2,"command":"getDirection","success":false,)"
+               R"("message":"'getInfo': endpoint 'device' is gone"})"),
+          json(R"({"time":4005,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
+         {}},
+        {"duplicate.json", // the second reply is dropped, and counted
+         {init1, json(R"({"time":15,"event":"result","order":1,"key":"doneOk","value":true})"),
+          json(R"({"time":15,"event":"finished","order":1,"command":"init","success":true})"),
+          json(R"({"time":15,"event":"end","done":1,"failed":0,"notRun":0,"droppedReplies":1})")},
+         {}},
+        {"late.json", // failed before the reply is there, which is dropped then
+         {init1,
+          json(R"({"time":4000,"event":"finished","order":1,"command":"init","success":false,)"
+               R"("message":"no reply to 'getInfo' within 4000 ms"})"),
+          json(R"({"time":6000,"event":"order","order":2,"command":"init","parameters":{}})"),
+          json(R"({"time":6015,"event":"result","order":2,"key":"doneOk","value":true})"),
+          json(R"({"time":6015,"event":"finished","order":2,"command":"init","success":true})"),
+          json(R"({"time":6015,"event":"end","done":3,"failed":0,"notRun":0,"droppedReplies":1})")},
+         {}},
+        {"loss.json",
+         {init1,
+          json(R"({"time":4005,"event":"finished","order":1,"command":"init","success":false,)"
+               R"("message":"no reply to 'setLock' within 4000 ms"})"),
+          json(R"({"time":4005,"event":"order","order":2,"command":"init","parameters":{}})"),
+          json(R"({"time":4020,"event":"result","order":2,"key":"doneOk","value":true})"),
+          json(R"({"time":4020,"event":"finished","order":2,"command":"init","success":true})"),
+          json(R"({"time":4020,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
+         {}},
+        {"missing_key.json",
+         {init1,
+          json(R"({"time":15,"event":"finished","order":1,"command":"init","success":false,)"
+               R"("message":"the reply to 'setLockScreen' was not accepted"})"),
+          json(R"({"time":15,"event":"order","order":2,"command":"init","parameters":{}})"),
+          json(R"({"time":30,"event":"result","order":2,"key":"doneOk","value":true})"),
+          json(R"({"time":30,"event":"finished","order":2,"command":"init","success":true})"),
+          json(R"({"time":30,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
+         {json("d_cmd_init_zrt.cpp ;\t 81 ;\t ERROR: Invalid reply format")}},
+        {"refused.json", // not carried out: only the second order locks
+         {json(R"({"time":0,"event":"order","order":1,"command":"stopTightening","parameters":{}})"),
+          json(R"({"time":5,"event":"finished","order":1,"command":"stopTightening","success":false,)"
+               R"("message":"the reply to 'setLock' was not accepted"})"),
+          json(R"({"time":5,"event":"order","order":2,"command":"stopTightening","parameters":{}})"),
+          json(R"({"time":10,"event":"result","order":2,"key":"lockStatus","value":1})"),
+          json(R"({"time":10,"event":"finished","order":2,"command":"stopTightening","success":true})"),
+          json(R"({"time":10,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
+         {json("d_cmd_stopTightening.cpp ;\t 47 ;\t ERROR: Invalid reply format")}},
+        {"wrong_type.json",
+         {json(R"({"time":0,"event":"order","order":1,"command":"getPresetInfo","parameters":{"prog":1}})"),
+          json(R"({"time":5,"event":"finished","order":1,"command":"getPresetInfo","success":false,)"
+               R"("message":"the reply to 'getPresetData' was not accepted"})"),
+          json(R"({"time":5,"event":"order","order":2,"command":"getPresetInfo","parameters":{"prog":1}})"),
+          json(R"({"time":10,"event":"result","order":2,"key":"presetData","value":)"
+               R"({"GetPresetInfo_Control_Mode":"GetPresetInfo_Torque","GetPresetInfo_Target_Angle":90,)"
+               R"("GetPresetInfo_Target_torque":2.0}})"),
+          json(R"({"time":10,"event":"finished","order":2,"command":"getPresetInfo","success":true})"),
+          json(R"({"time":10,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
+         {json("d_cmd_getPresetInfo.cpp ;\t 52 ;\t ERROR: Reply data format not managed")}},
+    };
+}
+
+QStringList linesOf(QString const& text)
+{
+    return text.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
+
+QJsonObject objectOf(QString const& line)
+{
+    return QJsonDocument::fromJson(line.toUtf8()).object();
+}
+
+} // namespace
+
+/// The examples as a user runs them, and the command reference that the program writes.
+class TstExamples : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void everySequenceIsHere();
+    void workingDayTranscript();
+    void workingDayTwice();
+    void workingDayInShort();
+    void restoreWithoutATerminal();
+    void restoreAtATerminal();
+
+    void faults_data();
+    void faults();
+    void droppedRepliesInTheTrace_data();
+    void droppedRepliesInTheTrace();
+    void everyFaultHasAnExample();
+
+    void setups_data();
+    void setups();
+    void backup();
+
+    void commandReference();
+};
+
+void TstExamples::everySequenceIsHere()
+{
+    QCOMPARE(sequencesIn(examples), QStringList({QStringLiteral("init.json"), workingDay}));
+    QStringList known;
+    auto const table = faultTable();
+    for (auto const& one : table)
+        known += QString::fromLatin1(one.name);
+    QCOMPARE(sequencesIn(faultExamples), known);
+}
+
+void TstExamples::workingDayTranscript()
+{
+    Outcome const outcome = run({QStringLiteral("run"), workingDay});
+    QCOMPARE(outcome.err, QString());
+    QString const expected = QString::fromUtf8(contentOf(QStringLiteral(TEST_DATA "/working_day.txt")));
+    QVERIFY(!expected.isEmpty());
+    // Line by line first, for the sake of who reads what has changed.
+    QStringList const lines = linesOf(outcome.out);
+    QStringList const expectedLines = linesOf(expected);
+    for (int i = 0; i < qMin(lines.size(), expectedLines.size()); ++i)
+        QCOMPARE(lines[i], expectedLines[i]);
+    QCOMPARE(outcome.out, expected);
+    QCOMPARE(outcome.exitCode, 0);
+}
+
+void TstExamples::workingDayTwice()
+{
+    ScratchFolder const folder;
+    QStringList outs;
+    QList<QByteArray> traces;
+    for (int i = 0; i < 2; ++i) {
+        QString const trace = folder.filePath(QString::number(i));
+        Outcome const outcome = run(
+            {QStringLiteral("run"), QStringLiteral("--json"), QStringLiteral("--trace"), trace, workingDay});
+        QCOMPARE(outcome.err, QString());
+        QCOMPARE(outcome.exitCode, 0);
+        outs += outcome.out;
+        traces += contentOf(trace);
+    }
+    QVERIFY(linesOf(outs[0]).size() > 40);
+    QCOMPARE(outs[1], outs[0]);
+    QVERIFY(traces[0].count('\n') > outs[0].count(QLatin1Char('\n')));
+    QVERIFY(traces[1] == traces[0]);
+    auto const lines = linesOf(outs[0]) + linesOf(QString::fromUtf8(traces[0]));
+    for (auto const& line : lines)
+        QVERIFY2(!objectOf(line).value(QStringLiteral("event")).toString().isEmpty(), qPrintable(line));
+}
+
+// What the day is about, whatever the figures of its screws.
+void TstExamples::workingDayInShort()
+{
+    Outcome const outcome = run({QStringLiteral("run"), QStringLiteral("--json"), workingDay});
+    QStringList orders;
+    QStringList statuses;
+    QStringList progress;
+    QStringList effects;
+    auto const lines = linesOf(outcome.out);
+    for (auto const& line : lines) {
+        QJsonObject const object = objectOf(line);
+        QString const event = object.value(QStringLiteral("event")).toString();
+        QString const key = object.value(QStringLiteral("key")).toString();
+        QJsonObject const value = object.value(QStringLiteral("value")).toObject();
+        if (event == QLatin1String("order"))
+            orders += object.value(QStringLiteral("command")).toString();
+        if (event == QLatin1String("person"))
+            effects += object.value(QStringLiteral("effect")).toString();
+        if (key == QLatin1String("eventData"))
+            statuses += value.value(QStringLiteral("status")).toString()
+                        + QString::number(value.value(QStringLiteral("error")).toInt());
+        if (key == QLatin1String("statusData"))
+            progress += value.value(QStringLiteral("state")).toString()
+                        + QString::number(value.value(QStringLiteral("progress")).toInt());
+        if (event == QLatin1String("finished"))
+            QVERIFY2(object.value(QStringLiteral("success")).toBool(), qPrintable(line));
+    }
+    QCOMPARE(orders.join(QLatin1Char(' ')),
+             QStringLiteral("init startListening getPresetInfo getDirection startTightening stopTightening "
+                            "listenTrigger restore getPresetInfo"));
+    QCOMPARE(statuses.join(QLatin1Char(' ')), QStringLiteral("OK0 OK0 NOK330 OK0 OK0 OK0"));
+    QCOMPARE(progress.join(QLatin1Char(' ')), QStringLiteral("running25 running50 running75 done100"));
+    QCOMPARE(effects.join(QLatin1Char('|')), QStringLiteral("||||but the tool is locked||"));
+    QVERIFY2(lines.last().endsWith(
+                 QStringLiteral(R"("event":"end","done":16,"failed":0,"notRun":0,"droppedReplies":0})")),
+             qPrintable(lines.last()));
+}
+
+void TstExamples::restoreWithoutATerminal()
+{
+    QString const out = run({QStringLiteral("run"), workingDay}).out;
+    QVERIFY(!out.contains(QLatin1Char('\r')));
+    QVERIFY(!out.contains(QLatin1Char('\x1b')));
+    QCOMPARE(linesOf(out).filter(QStringLiteral("restoring [")).size(), 4);
+    QCOMPARE(out.count(QStringLiteral("restoring [")), 4);
+}
+
+void TstExamples::restoreAtATerminal()
+{
+    QString const out = Terminal().run({QStringLiteral("run"), workingDay});
+    QString const plain = run({QStringLiteral("run"), workingDay}).out;
+    QVERIFY(plain.contains(QStringLiteral("restoring [")));
+    // The same, but that each bar is written over the one before.
+    QStringList const bars = linesOf(out).filter(QStringLiteral("restoring ["));
+    QCOMPARE(bars.size(), 1);
+    QCOMPARE(bars[0].split(QLatin1Char('\r')), linesOf(plain).filter(QStringLiteral("restoring [")));
+    QString copy = out;
+    QCOMPARE(copy.replace(QLatin1Char('\r'), QLatin1Char('\n')), plain);
+}
+
+void TstExamples::faults_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<QStringList>("expectedLog");
+    auto const table = faultTable();
+    for (auto const& one : table)
+        QTest::newRow(one.name) << QString::fromLatin1(one.name) << one.lines << one.log;
+}
+
+void TstExamples::faults()
+{
+    QFETCH(QString, file);
+    QFETCH(QStringList, expected);
+    QFETCH(QStringList, expectedLog);
+    Outcome const outcome =
+        run({QStringLiteral("run"), QStringLiteral("--json"), QStringLiteral("faults/") + file});
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.exitCode, 0);
+    QStringList lines = linesOf(outcome.out);
+    QVERIFY(!lines.isEmpty());
+    QCOMPARE(objectOf(lines.takeFirst()).value(QStringLiteral("event")).toString(), QStringLiteral("begin"));
+    QStringList log;
+    QStringList others;
+    for (auto const& line : qAsConst(lines)) {
+        QJsonObject const object = objectOf(line);
+        if (object.value(QStringLiteral("event")).toString() == QLatin1String("log"))
+            log += object.value(QStringLiteral("text")).toString();
+        else
+            others += line;
+    }
+    for (int i = 0; i < qMin(others.size(), expected.size()); ++i)
+        QCOMPARE(others[i], expected[i]);
+    QCOMPARE(others.size(), expected.size());
+    QCOMPARE(log.size(), expectedLog.size());
+    for (int i = 0; i < log.size(); ++i) // before that stand the date, addresses and the folder
+        QVERIFY2(log[i].endsWith(QLatin1Char('/') + expectedLog[i]), qPrintable(log[i]));
+}
+
+void TstExamples::droppedRepliesInTheTrace_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("dropped");
+    QTest::newRow("late") << QStringLiteral("faults/late.json")
+                          << QStringLiteral(R"({"time":5005,"event":"dropped","order":1,"instruction":1})");
+    QTest::newRow("duplicate") << QStringLiteral("faults/duplicate.json")
+                               << QStringLiteral(R"({"time":5,"event":"dropped","order":1,"instruction":1})");
+}
+
+void TstExamples::droppedRepliesInTheTrace()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, dropped);
+    ScratchFolder const folder;
+    QString const trace = folder.filePath(QStringLiteral("trace"));
+    QCOMPARE(run({QStringLiteral("run"), QStringLiteral("--trace"), trace, file}).exitCode, 0);
+    QCOMPARE(linesOf(QString::fromUtf8(contentOf(trace))).filter(QStringLiteral("\"event\":\"dropped\"")),
+             QStringList{dropped});
+}
+
+void TstExamples::everyFaultHasAnExample()
+{
+    // The kinds that there are, from the one who knows.
+    ScratchFolder const folder;
+    QString const fileName =
+        folder.write(QStringLiteral("faults.json"), R"([{"kind": "?", "instruction": "a", "nth": 1}])");
+    QString const complaint = complaintOf([&] { readZrtFaults(JsonInput::fromFile(fileName)); });
+    QStringList known =
+        complaint.section(QStringLiteral("known are "), 1).split(QStringLiteral(", "), Qt::SkipEmptyParts);
+    QCOMPARE(known.size(), int(ZrtFault::Disconnected) + 1);
+
+    QStringList shown;
+    auto const sequences = sequencesIn(faultExamples);
+    for (auto const& sequence : sequences) {
+        QString const setup = QJsonDocument::fromJson(contentOf(faultExamples + QLatin1Char('/') + sequence))
+                                  .object()
+                                  .value(QStringLiteral("controller"))
+                                  .toString();
+        auto const faults = readZrtSetup(faultExamples + QLatin1Char('/') + setup).faults;
+        QVERIFY2(!faults.isEmpty(), qPrintable(setup));
+        for (auto const& fault : faults)
+            shown += known[fault.kind];
+    }
+    shown.removeDuplicates();
+    shown.sort();
+    known.sort();
+    QCOMPARE(shown, known);
+}
+
+void TstExamples::setups_data()
+{
+    QTest::addColumn<QString>("file");
+    for (auto const& folder : {examples, faultExamples}) {
+        auto const files =
+            QDir(folder).entryInfoList({QStringLiteral("*controller*.json")}, QDir::Files, QDir::Name);
+        for (auto const& file : files)
+            QTest::newRow(qPrintable(file.fileName())) << file.filePath();
+    }
+}
+
+void TstExamples::setups()
+{
+    QFETCH(QString, file);
+    QCOMPARE(complaintOf([&] { readZrtSetup(file); }), QStringLiteral("no complaint"));
+}
+
+void TstExamples::backup()
+{
+    ZrtBackup const backup = readZrtBackup(examples + QStringLiteral("/backup.json"));
+    QCOMPARE(backup.presets.keys(), QList<int>({1, 2, 3, 4, 15}));
+    QCOMPARE(backup.parameters.size(), 2);
+}
+
+void TstExamples::commandReference()
+{
+    Outcome const outcome = run({QStringLiteral("inspect"), QStringLiteral("--markdown")});
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.exitCode, 0);
+    QVERIFY(outcome.out.contains(QStringLiteral("## startTightening\n")));
+    QString const committed = QString::fromUtf8(contentOf(QStringLiteral(COMMANDS_DOC)));
+    QStringList const lines = linesOf(outcome.out);
+    QStringList const committedLines = linesOf(committed);
+    for (int i = 0; i < qMin(lines.size(), committedLines.size()); ++i)
+        QCOMPARE(committedLines[i], lines[i]);
+    QCOMPARE(committed, outcome.out);
+}
+
+QTEST_GUILESS_MAIN(TstExamples)
+#include "tst_examples.moc"

@@ -1,0 +1,339 @@
+#include "complaint.h"
+#include "scratch_folder.h"
+
+#include "controller/zrt_controller.h"
+#include "controller/zrt_endpoint.h"
+#include "controller/zrt_setup.h"
+#include "host/clock.h"
+
+#include <QtTest>
+
+namespace
+{
+
+/// All that a state is made of, to compare it as a whole.
+QVariantMap contentOf(ZrtState const& state)
+{
+    return {{QStringLiteral("model"), state.model},
+            {QStringLiteral("serialNumber"), state.serialNumber},
+            {QStringLiteral("firmware"), state.firmware},
+            {QStringLiteral("lock"), state.lock},
+            {QStringLiteral("isScreenLocked"), state.isScreenLocked}};
+}
+
+/// A map's keys, types and values in one text.
+QString exactly(QVariantMap const& map)
+{
+    QStringList entries;
+    for (auto it = map.cbegin(); it != map.cend(); ++it)
+        entries +=
+            QStringLiteral("%1: %2 %3").arg(it.key(), QString::fromLatin1(it->typeName()), it->toString());
+    return entries.join(QStringLiteral(", "));
+}
+
+QString const lockKey = QStringLiteral("lock");
+
+} // namespace
+
+/// The simulated controller, its set-up file and the way to it.
+class TstZrtController : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void getInfo();
+    void setLock_data();
+    void setLock();
+    void setLockRefuses_data();
+    void setLockRefuses();
+    void setLockScreen();
+    void unknownInstructions_data();
+    void unknownInstructions();
+    void setup_data();
+    void setup();
+    void setupRefuses_data();
+    void setupRefuses();
+    void replyTimes_data();
+    void replyTimes();
+    void instructionsArriveAtOnce();
+
+private:
+    ScratchFolder m_folder;
+};
+
+void TstZrtController::getInfo()
+{
+    ZrtState state;
+    state.model = QStringLiteral("M");
+    state.serialNumber = QStringLiteral("S");
+    state.firmware = QStringLiteral("F");
+    state.lock = 2;
+    ZrtController controller(state);
+    QCOMPARE(exactly(controller.execute(QStringLiteral("getInfo"), {})),
+             QStringLiteral("firmware: QString F, model: QString M, serialNumber: QString S"));
+    QCOMPARE(contentOf(controller.state()), contentOf(state));
+    QCOMPARE(
+        exactly(ZrtController(ZrtState()).execute(QStringLiteral("getInfo"), {})),
+        QStringLiteral("firmware: QString 1.0.0, model: QString ZRT, serialNumber: QString ZRT-SIM-0001"));
+}
+
+void TstZrtController::setLock_data()
+{
+    QTest::addColumn<int>("former");
+    QTest::addColumn<int>("lock");
+    QTest::addColumn<QString>("reply");
+    char const* const replies[] = {
+        "fasteningLocked: bool false, lockStatus: int 0, looseningLocked: bool false",
+        "fasteningLocked: bool true, lockStatus: int 1, looseningLocked: bool true",
+        "fasteningLocked: bool false, lockStatus: int 2, looseningLocked: bool true",
+    };
+    for (int former = 0; former <= 2; ++former) {
+        for (int lock = 0; lock <= 2; ++lock)
+            QTest::addRow("%d to %d", former, lock) << former << lock << QString::fromLatin1(replies[lock]);
+    }
+}
+
+void TstZrtController::setLock()
+{
+    QFETCH(int, former);
+    QFETCH(int, lock);
+    QFETCH(QString, reply);
+    ZrtState state;
+    state.lock = former;
+    ZrtController controller(state);
+    QCOMPARE(exactly(controller.execute(QStringLiteral("setLock"), {{lockKey, lock}})), reply);
+    state.lock = lock;
+    QCOMPARE(contentOf(controller.state()), contentOf(state));
+}
+
+void TstZrtController::setLockRefuses_data()
+{
+    QTest::addColumn<QVariantMap>("arguments");
+    QTest::newRow("missing") << QVariantMap();
+    QTest::newRow("another key") << QVariantMap({{QStringLiteral("Lock"), 1}});
+    auto const row = [](char const* name, QVariant const& lock) {
+        QTest::newRow(name) << QVariantMap({{lockKey, lock}});
+    };
+    row("below", -1);
+    row("above", 3);
+    row("far above", qulonglong{1} << 32 | 1);
+    row("unsigned beyond int", 4294967295U);
+    row("beyond int, its lower half a code", qlonglong{1} << 32 | 1);
+    row("far below", std::numeric_limits<qlonglong>::min());
+    row("null", QVariant());
+    row("true", true);
+    row("false", false);
+    row("fraction", 1.5);
+    row("less than a half", 0.25);
+    row("not a number", qQNaN());
+    row("infinite", qInf());
+    row("digit as text", QStringLiteral("1"));
+    row("text", QStringLiteral("locked"));
+    row("empty text", QString());
+    row("bytes", QByteArray("1"));
+    row("list", QVariantList({1}));
+    row("map", QVariantMap({{lockKey, 1}}));
+}
+
+void TstZrtController::setLockRefuses()
+{
+    QFETCH(QVariantMap, arguments);
+    ZrtState state;
+    state.lock = 2;
+    ZrtController controller(state);
+    QCOMPARE(
+        exactly(controller.execute(QStringLiteral("setLock"), arguments)),
+        QStringLiteral("error: QString \"lock\" must be 0 (free), 1 (all locked) or 2 (loosening locked)"));
+    QCOMPARE(contentOf(controller.state()), contentOf(state));
+}
+
+void TstZrtController::setLockScreen()
+{
+    ZrtState state;
+    state.lock = 1;
+    ZrtController controller(state);
+    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(exactly(controller.execute(QStringLiteral("setLockScreen"), {})),
+                 QStringLiteral("doneOk: bool true"));
+        state.isScreenLocked = true;
+        QCOMPARE(contentOf(controller.state()), contentOf(state));
+    }
+}
+
+void TstZrtController::unknownInstructions_data()
+{
+    QTest::addColumn<QString>("instruction");
+    QTest::newRow("unknown") << QStringLiteral("makeCoffee");
+    QTest::newRow("empty") << QString();
+    QTest::newRow("another case") << QStringLiteral("getinfo");
+    QTest::newRow("percent") << QStringLiteral("%1");
+}
+
+void TstZrtController::unknownInstructions()
+{
+    QFETCH(QString, instruction);
+    ZrtController controller((ZrtState()));
+    QCOMPARE(exactly(controller.execute(instruction, {{lockKey, 1}})),
+             QStringLiteral("error: QString unknown instruction \"") + instruction + QLatin1Char('"'));
+    QCOMPARE(contentOf(controller.state()), contentOf(ZrtState()));
+}
+
+void TstZrtController::setup_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QVariantMap>("changes"); // what differs from the defaults
+
+    auto const row = [](char const* name, char const* content, QVariantMap const& changes) {
+        QTest::newRow(name) << QByteArray(content) << changes;
+    };
+    row("nothing", "{}", {});
+    row("identity that says nothing", R"({"identity": {}})", {});
+    row("model", R"({"identity": {"model": "ZRT 2"}})", {{QStringLiteral("model"), QStringLiteral("ZRT 2")}});
+    row("serial number", R"({"identity": {"serialNumber": "S"}})",
+        {{QStringLiteral("serialNumber"), QStringLiteral("S")}});
+    row("firmware", R"({"identity": {"firmware": ""}})", {{QStringLiteral("firmware"), QString()}});
+    row("free", R"({"lock": 0})", {});
+    row("all locked", R"({"lock": 1})", {{lockKey, 1}});
+    row("loosening locked", R"({"lock": 2})", {{lockKey, 2}});
+    row("screen locked", R"({"screenLocked": true})", {{QStringLiteral("isScreenLocked"), true}});
+    row("screen not locked", R"({"screenLocked": false})", {});
+    row("not connected", R"({"connected": false})", {{QStringLiteral("isConnected"), false}});
+    row("connected", R"({"connected": true})", {});
+    row("shortest reply time", R"({"replyTime": 0})", {{QStringLiteral("replyTime"), 0}});
+    row("longest reply time", R"({"replyTime": 600000})", {{QStringLiteral("replyTime"), 600'000}});
+    row("everything",
+        R"({"identity": {"model": "m", "serialNumber": "s", "firmware": "f"}, "lock": 2,
+            "screenLocked": true, "connected": false, "replyTime": 17})",
+        {{QStringLiteral("model"), QStringLiteral("m")},
+         {QStringLiteral("serialNumber"), QStringLiteral("s")},
+         {QStringLiteral("firmware"), QStringLiteral("f")},
+         {lockKey, 2},
+         {QStringLiteral("isScreenLocked"), true},
+         {QStringLiteral("isConnected"), false},
+         {QStringLiteral("replyTime"), 17}});
+}
+
+void TstZrtController::setup()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QVariantMap, changes);
+    QVariantMap expected = {{QStringLiteral("model"), QStringLiteral("ZRT")},
+                            {QStringLiteral("serialNumber"), QStringLiteral("ZRT-SIM-0001")},
+                            {QStringLiteral("firmware"), QStringLiteral("1.0.0")},
+                            {lockKey, 0},
+                            {QStringLiteral("isScreenLocked"), false},
+                            {QStringLiteral("isConnected"), true},
+                            {QStringLiteral("replyTime"), 5}};
+    for (auto it = changes.cbegin(); it != changes.cend(); ++it)
+        expected.insert(it.key(), *it);
+
+    ZrtSetup const setup = readZrtSetup(m_folder.write(QStringLiteral("setup.json"), content));
+    QVariantMap actual = contentOf(setup.state);
+    actual.insert(QStringLiteral("isConnected"), setup.isConnected);
+    actual.insert(QStringLiteral("replyTime"), setup.times.reply);
+    QCOMPARE(exactly(actual), exactly(expected));
+}
+
+void TstZrtController::setupRefuses_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("message");
+
+    auto const row = [](char const* name, char const* content, char const* message) {
+        QTest::newRow(name) << QByteArray(content) << QString::fromLatin1(message);
+    };
+    row("list", "[]", "1: must be an object, not a list");
+    row("unknown key", "{\n\"serial\": 1}",
+        "2: unknown key \"serial\", known are identity, lock, screenLocked, presets, unwritablePresets, "
+        "parameters, program, triggerMode, reverse, eventCount, seed, screws, replyTime, presetTime, "
+        "connected, faults");
+    row("identity as text", R"({"identity": "ZRT"})", "1: identity: must be an object, not a text");
+    row("unknown key of the identity", "{\"identity\": {\n\"serial\": 1}}",
+        "2: identity: unknown key \"serial\", known are model, serialNumber, firmware");
+    row("model as number", R"({"identity": {"model": 2}})",
+        "1: identity.model: must be a text, not a number");
+    row("serial number as number", R"({"identity": {"serialNumber": 2}})",
+        "1: identity.serialNumber: must be a text, not a number");
+    row("firmware as null", R"({"identity": {"firmware": null}})",
+        "1: identity.firmware: must be a text, not null");
+    row("lock below", R"({"lock": -1})", "1: lock: must be a whole number from 0 to 2");
+    row("lock above", "{\n\n\"lock\": 3}", "3: lock: must be a whole number from 0 to 2");
+    row("lock as text", R"({"lock": "1"})", "1: lock: must be a whole number from 0 to 2");
+    row("screen as number", R"({"screenLocked": 1})", "1: screenLocked: must be true or false, not a number");
+    row("connected as text", R"({"connected": "no"})", "1: connected: must be true or false, not a text");
+    row("reply time below", R"({"replyTime": -1})", "1: replyTime: must be a whole number from 0 to 600000");
+    row("reply time above", R"({"replyTime": 600001})",
+        "1: replyTime: must be a whole number from 0 to 600000");
+    row("reply time beyond int", R"({"replyTime": 4294967297})",
+        "1: replyTime: must be a whole number from 0 to 600000");
+    row("lock twice", "{\"lock\": 1,\n\"lock\": 2}", "2: the key \"lock\" stands twice in one object");
+}
+
+void TstZrtController::setupRefuses()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, message);
+    QString const fileName = m_folder.write(QStringLiteral("setup.json"), content);
+    QCOMPARE(complaintOf([&] { readZrtSetup(fileName); }), fileName + QLatin1Char(':') + message);
+}
+
+void TstZrtController::replyTimes_data()
+{
+    QTest::addColumn<int>("replyTime");
+    for (int const time : {0, 1, 5, 600'000})
+        QTest::addRow("%d ms", time) << time;
+}
+
+void TstZrtController::replyTimes()
+{
+    QFETCH(int, replyTime);
+    Clock clock(Clock::Pace::Simulated);
+    ZrtController controller((ZrtState()));
+    ZrtFaults faults;
+    ZrtEndpoint endpoint(controller, faults, {replyTime, 50}, clock);
+    QStringList replies;
+    quint64 id = 0;
+    auto const post = [&](char const* instruction, QVariantMap const& arguments) {
+        endpoint.post(++id, QString::fromLatin1(instruction), arguments, [&](QVariantMap const& reply) {
+            replies += QStringLiteral("%1 %2").arg(clock.now()).arg(exactly(reply));
+        });
+    };
+    clock.after(10, [&] {
+        post("setLock", {{lockKey, 2}});
+        post("setLockScreen", {});
+        post("wrong", {});
+        QVERIFY(replies.isEmpty()); // not before post() is back, even if it takes no time
+    });
+    while (clock.step()) {
+    }
+    QString const time = QString::number(10 + replyTime);
+    QCOMPARE(
+        replies,
+        QStringList({time
+                         + QStringLiteral(" fasteningLocked: bool false, lockStatus: int 2, looseningLocked: "
+                                          "bool true"),
+                     time + QStringLiteral(" doneOk: bool true"),
+                     time + QStringLiteral(" error: QString unknown instruction \"wrong\"")}));
+}
+
+void TstZrtController::instructionsArriveAtOnce()
+{
+    Clock clock(Clock::Pace::Simulated);
+    ZrtController controller((ZrtState()));
+    ZrtFaults faults;
+    ZrtEndpoint endpoint(controller, faults, {100, 50}, clock);
+    QList<int> statuses;
+    auto const onReply = [&](QVariantMap const& reply) {
+        statuses += reply.value(QStringLiteral("lockStatus")).toInt();
+    };
+    endpoint.post(1, QStringLiteral("setLock"), {{lockKey, 1}}, onReply);
+    QCOMPARE(controller.state().lock, 1);
+    endpoint.post(2, QStringLiteral("setLock"), {{lockKey, 2}}, onReply);
+    QCOMPARE(controller.state().lock, 2);
+    while (clock.step()) {
+    }
+    QCOMPARE(statuses, QList<int>({1, 2})); // each what it was when its instruction arrived
+}
+
+QTEST_GUILESS_MAIN(TstZrtController)
+#include "tst_zrt_controller.moc"

@@ -1,0 +1,1090 @@
+#include "complaint.h"
+#include "scratch_folder.h"
+
+#include "controller/zrt_backup.h"
+#include "controller/zrt_controller.h"
+#include "controller/zrt_endpoint.h"
+#include "controller/zrt_setup.h"
+#include "host/clock.h"
+
+#include <QtTest>
+
+#include <limits>
+
+namespace
+{
+
+constexpr int c_reply = 5;
+constexpr int c_preset = 50;
+
+/// A value with its type, whatever it is made of.
+QString exactly(QVariant const& value)
+{
+    QStringList entries;
+    if (value.userType() == QMetaType::QVariantMap) {
+        QVariantMap const map = value.toMap();
+        for (auto it = map.cbegin(); it != map.cend(); ++it)
+            entries += it.key() + QStringLiteral(": ") + exactly(*it);
+        return QLatin1Char('{') + entries.join(QStringLiteral(", ")) + QLatin1Char('}');
+    }
+    if (value.userType() == QMetaType::QVariantList) {
+        QVariantList const list = value.toList();
+        for (auto const& item : list)
+            entries += exactly(item);
+        return QLatin1Char('[') + entries.join(QStringLiteral(", ")) + QLatin1Char(']');
+    }
+    return value.isValid() ? QString::fromLatin1(value.typeName()) + QLatin1Char(' ') + value.toString()
+                           : QStringLiteral("invalid");
+}
+
+/// All that a state is made of, to compare it as a whole.
+QString shown(ZrtState const& state)
+{
+    QVariantMap presets;
+    for (auto it = state.presets.cbegin(); it != state.presets.cend(); ++it)
+        presets.insert(QString::number(it.key()), it->toMap());
+    QVariantMap parameters;
+    for (auto it = state.parameters.cbegin(); it != state.parameters.cend(); ++it)
+        parameters.insert(it.key(), it.value());
+    return exactly(QVariantMap{{QStringLiteral("model"), state.model},
+                               {QStringLiteral("serialNumber"), state.serialNumber},
+                               {QStringLiteral("firmware"), state.firmware},
+                               {QStringLiteral("lock"), state.lock},
+                               {QStringLiteral("screenLocked"), state.isScreenLocked},
+                               {QStringLiteral("presets"), presets},
+                               {QStringLiteral("parameters"), parameters},
+                               {QStringLiteral("program"), state.program},
+                               {QStringLiteral("triggerMode"), state.isTriggerMode},
+                               {QStringLiteral("reverse"), state.isReverse},
+                               {QStringLiteral("eventCount"), state.eventCount},
+                               {QStringLiteral("screws"), state.screws.size()}});
+}
+
+QString torquesOf(ZrtState const& state)
+{
+    QStringList list;
+    for (auto it = state.presets.cbegin(); it != state.presets.cend(); ++it)
+        list += QStringLiteral("%1: %2").arg(it.key()).arg(it->torque);
+    return list.join(QStringLiteral(", "));
+}
+
+ZrtFault fault(ZrtFault::Kind kind, char const* instruction, int nth, int delay = 0, char const* key = "")
+{
+    ZrtFault fault;
+    fault.kind = kind;
+    fault.instruction = QString::fromLatin1(instruction);
+    fault.nth = nth;
+    fault.delay = delay;
+    fault.key = QString::fromLatin1(key);
+    return fault;
+}
+
+/// A controller with the way to it, and all that comes back.
+struct Bench
+{
+    explicit Bench(ZrtState const& state = {}, QList<ZrtFault> const& list = {},
+                   ZrtTimes times = {c_reply, c_preset})
+        : controller(state)
+        , faults(list)
+        , endpoint(controller, faults, times, clock)
+    {}
+
+    quint64 post(char const* instruction, QVariantMap const& arguments = {})
+    {
+        quint64 const id = ++m_lastId;
+        endpoint.post(id, QString::fromLatin1(instruction), arguments, [this, id](QVariantMap const& reply) {
+            replies += QStringLiteral("%1 #%2 %3").arg(clock.now()).arg(id).arg(exactly(reply));
+        });
+        return id;
+    }
+    /// Lets all happen that is planned.
+    void finish()
+    {
+        while (clock.step()) {
+        }
+    }
+    void wait(qint64 duration)
+    {
+        bool isOver = false;
+        clock.after(duration, [&isOver] { isOver = true; });
+        while (!isOver)
+            clock.step();
+    }
+    QString answerTo(char const* instruction, QVariantMap const& arguments = {})
+    {
+        return exactly(controller.execute(QString::fromLatin1(instruction), arguments));
+    }
+
+    Clock clock{Clock::Pace::Simulated};
+    ZrtController controller;
+    ZrtFaults faults;
+    ZrtEndpoint endpoint;
+    QStringList replies;
+
+private:
+    quint64 m_lastId = 0;
+};
+
+QVariantMap lockArguments(int lock)
+{
+    return {{QStringLiteral("lock"), lock}};
+}
+
+QVariantMap range(QString const& fileName, QVariant const& first, QVariant const& last,
+                  bool withParameters = false)
+{
+    return {{QStringLiteral("filePath"), fileName},
+            {QStringLiteral("startPreset"), first},
+            {QStringLiteral("endPreset"), last},
+            {QStringLiteral("loadControllerParams"), withParameters}};
+}
+
+/// A message about a preset that was written.
+QString written(int time, int preset, int done, int total)
+{
+    return QStringLiteral("%1 #1 {statusData: {done: int %2, preset: int %3, progress: int %4, "
+                          "state: QString %5, total: int %6}}")
+        .arg(time)
+        .arg(done)
+        .arg(preset)
+        .arg(100 * done / total)
+        .arg(done == total ? QStringLiteral("done") : QStringLiteral("running"))
+        .arg(total);
+}
+
+QString failedAt(int time, QString const& why)
+{
+    return QStringLiteral("%1 #1 {statusData: {error: QString %2, state: QString failed}}")
+        .arg(time)
+        .arg(why);
+}
+
+char const* const c_backup = R"({
+    "presets": {"1": {"torque": 101}, "2": {"torque": 102}, "3": {"torque": 103}, "15": {"torque": 115}},
+    "parameters": {"language": 2, "timeout": 30}
+})";
+
+ZrtState stateWithParameters()
+{
+    ZrtState state;
+    state.parameters = {{QStringLiteral("language"), 1}, {QStringLiteral("volume"), 9}};
+    return state;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(ZrtFault)
+Q_DECLARE_METATYPE(Screw)
+
+/// A controller at the end of its line: the instructions that change it, what comes back and when, what
+/// happens at the tool, and what goes wrong on the way.
+class TstZrtEndpoint : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+
+    void presetNumbers_data();
+    void presetNumbers();
+    void presetData();
+    void registers_data();
+    void registers();
+    void unknownRegisters_data();
+    void unknownRegisters();
+    void triggerMode_data();
+    void triggerMode();
+    void triggerModeRefuses_data();
+    void triggerModeRefuses();
+    void programOfASetupIsThere_data();
+    void programOfASetupIsThere();
+
+    void locks_data();
+    void locks();
+    void reverse();
+    void eventOfAScrew_data();
+    void eventOfAScrew();
+    void eventCounter();
+    void highestEventCount();
+    void screwsInTurn();
+    void sameSeedSameDay();
+
+    void eventsToAllWhoListen();
+    void eventAfterTheTool();
+    void listenersComeAndGo();
+    void noEventFromALockedTool();
+
+    void faults_data();
+    void faults();
+    void faultsOfEvents_data();
+    void faultsOfEvents();
+    void faultsOfARestore_data();
+    void faultsOfARestore();
+    void gone();
+
+    void restoreRange_data();
+    void restoreRange();
+    void restoreParameters_data();
+    void restoreParameters();
+    void restoreIsCheckedFirst_data();
+    void restoreIsCheckedFirst();
+    void restoreOfAMissingFile();
+    void restoreNeedsItsArguments_data();
+    void restoreNeedsItsArguments();
+    void restoreThatCannotBeWritten_data();
+    void restoreThatCannotBeWritten();
+    void restoreWithdrawn_data();
+    void restoreWithdrawn();
+    void restoreDisconnected_data();
+    void restoreDisconnected();
+    void restoreKeepsTheFileItChecked();
+    void restoreCountsWhenTheLastIsWritten();
+
+private:
+    ScratchFolder m_folder;
+    QString m_backup;
+};
+
+void TstZrtEndpoint::init()
+{
+    m_backup = m_folder.write(QStringLiteral("backup.json"), c_backup);
+}
+
+void TstZrtEndpoint::presetNumbers_data()
+{
+    QTest::addColumn<QVariant>("number");
+    QTest::addColumn<bool>("isGood");
+    QTest::newRow("int") << QVariant(15) << true;
+    QTest::newRow("unsigned") << QVariant(15U) << true;
+    QTest::newRow("long") << QVariant(15LL) << true;
+    QTest::newRow("unsigned long") << QVariant(15ULL) << true;
+    QTest::newRow("digits as text") << QVariant(QStringLiteral("15")) << false;
+    QTest::newRow("no such preset") << QVariant(2) << false;
+    QTest::newRow("no such preset, unsigned") << QVariant(2U) << false;
+    QTest::newRow("negative") << QVariant(-1) << false;
+    QTest::newRow("below int") << QVariant(std::numeric_limits<int>::min()) << false;
+    QTest::newRow("beyond int") << QVariant(std::numeric_limits<uint>::max()) << false;
+    QTest::newRow("15 in its lower half") << QVariant((1LL << 32) + 15) << false;
+    QTest::newRow("lowest") << QVariant(std::numeric_limits<qlonglong>::min()) << false;
+    QTest::newRow("highest") << QVariant(std::numeric_limits<qulonglong>::max()) << false;
+    QTest::newRow("invalid") << QVariant() << false;
+    QTest::newRow("true") << QVariant(true) << false;
+    QTest::newRow("fraction") << QVariant(15.5) << false;
+    QTest::newRow("almost one") << QVariant(0.9) << false;
+    QTest::newRow("not a number") << QVariant(qQNaN()) << false;
+    QTest::newRow("infinite") << QVariant(qInf()) << false;
+    QTest::newRow("empty text") << QVariant(QString()) << false;
+    QTest::newRow("text") << QVariant(QStringLiteral("fifteen")) << false;
+    QTest::newRow("fraction as text") << QVariant(QStringLiteral("15.5")) << false;
+    QTest::newRow("list") << QVariant(QVariantList{15}) << false;
+    QTest::newRow("list of texts") << QVariant(QStringList{QStringLiteral("15")}) << false;
+    QTest::newRow("map") << QVariant(QVariantMap{{QStringLiteral("program"), 15}}) << false;
+    QTest::newRow("hash") << QVariant(QVariantHash()) << false;
+    QTest::newRow("date") << QVariant(QDate(2000, 1, 15)) << false;
+}
+
+void TstZrtEndpoint::presetNumbers()
+{
+    QFETCH(QVariant, number);
+    QFETCH(bool, isGood);
+    ZrtState state;
+    state.presets[15].torque = 150;
+
+    Bench bench(state);
+    QString const former = shown(bench.controller.state());
+    QString const data = bench.answerTo("getPresetData", {{QStringLiteral("preset"), number}});
+    QString const expected =
+        QStringLiteral("{presetData: ") + exactly(state.presets[15].toMap()) + QLatin1Char('}');
+    QCOMPARE(data, isGood ? expected : QStringLiteral("{error: QString there is no such preset}"));
+    QCOMPARE(shown(bench.controller.state()), former);
+
+    QString const program = bench.answerTo("setProgram", {{QStringLiteral("program"), number}});
+    QCOMPARE(program, isGood ? QStringLiteral("{doneOk: bool true, program: int 15}")
+                             : QStringLiteral("{error: QString there is no such program}"));
+    if (isGood)
+        state.program = 15;
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+}
+
+void TstZrtEndpoint::presetData()
+{
+    Bench bench;
+    QCOMPARE(
+        bench.answerTo("getPresetData", {{QStringLiteral("preset"), 1}}),
+        QStringLiteral("{presetData: {freeSpeed: int 800, maxAngle: int 300, maxTime: int 5000, maxTorque: "
+                       "int 260, minAngle: int 10, snugTorque: int 40, speed: int 400, targetAngle: int 90, "
+                       "tcamActm: int 0, torque: int 200}}"));
+    QCOMPARE(bench.answerTo("getPresetData"), QStringLiteral("{error: QString there is no such preset}"));
+    QCOMPARE(bench.answerTo("setProgram"), QStringLiteral("{error: QString there is no such program}"));
+    // Not under another instruction's key.
+    QCOMPARE(bench.answerTo("getPresetData", {{QStringLiteral("program"), 1}}),
+             QStringLiteral("{error: QString there is no such preset}"));
+}
+
+void TstZrtEndpoint::registers_data()
+{
+    QTest::addColumn<QString>("channel");
+    QTest::addColumn<int>("standard");
+    QTest::addColumn<int>("changed");
+    QTest::newRow("direction") << QStringLiteral("direction") << 0 << 1;
+    QTest::newRow("event counter") << QStringLiteral("eventCount") << 0 << 42;
+    QTest::newRow("lock") << QStringLiteral("lock") << 0 << 2;
+    QTest::newRow("program") << QStringLiteral("program") << 1 << 15;
+    QTest::newRow("trigger mode") << QStringLiteral("triggerMode") << 0 << 1;
+}
+
+void TstZrtEndpoint::registers()
+{
+    QFETCH(QString, channel);
+    QFETCH(int, standard);
+    QFETCH(int, changed);
+    QString const reply = QStringLiteral("{channel: QString %1, values: [int %2]}");
+    Bench bench;
+    QCOMPARE(bench.answerTo("getRegister", {{QStringLiteral("channel"), channel}}),
+             reply.arg(channel).arg(standard));
+    QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
+
+    ZrtState state;
+    state.isReverse = true;
+    state.eventCount = 42;
+    state.lock = ZrtState::LooseningLocked;
+    state.program = 15;
+    state.isTriggerMode = true;
+    Bench other(state);
+    QCOMPARE(other.answerTo("getRegister", {{QStringLiteral("channel"), channel}}),
+             reply.arg(channel).arg(changed));
+}
+
+void TstZrtEndpoint::unknownRegisters_data()
+{
+    QTest::addColumn<QVariantMap>("arguments");
+    auto const row = [](char const* name, QVariant const& channel) {
+        QTest::newRow(name) << QVariantMap{{QStringLiteral("channel"), channel}};
+    };
+    QTest::newRow("none") << QVariantMap();
+    row("unknown", QStringLiteral("temperature"));
+    row("empty", QString());
+    row("another case", QStringLiteral("Direction"));
+    row("with a space", QStringLiteral("direction "));
+    row("number", 0);
+    row("invalid", QVariant());
+    row("list", QVariantList{QStringLiteral("direction")});
+    row("map", QVariantMap());
+}
+
+void TstZrtEndpoint::unknownRegisters()
+{
+    QFETCH(QVariantMap, arguments);
+    Bench bench;
+    QCOMPARE(bench.answerTo("getRegister", arguments),
+             QStringLiteral("{error: QString there is no such channel}"));
+    QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
+}
+
+void TstZrtEndpoint::triggerMode_data()
+{
+    QTest::addColumn<QVariantMap>("arguments");
+    QTest::addColumn<bool>("isOn");
+    QTest::newRow("without resetMode") << QVariantMap() << true;
+    QTest::newRow("resetMode false") << QVariantMap{{QStringLiteral("resetMode"), false}} << true;
+    QTest::newRow("resetMode true") << QVariantMap{{QStringLiteral("resetMode"), true}} << false;
+}
+
+void TstZrtEndpoint::triggerMode()
+{
+    QFETCH(QVariantMap, arguments);
+    QFETCH(bool, isOn);
+    for (bool const wasOn : {false, true}) {
+        ZrtState state;
+        state.isTriggerMode = wasOn;
+        Bench bench(state);
+        QCOMPARE(bench.answerTo("SetTriggerProgram", arguments), QStringLiteral("{doneOk: bool true}"));
+        state.isTriggerMode = isOn;
+        QCOMPARE(shown(bench.controller.state()), shown(state));
+    }
+}
+
+void TstZrtEndpoint::triggerModeRefuses_data()
+{
+    QTest::addColumn<QVariant>("resetMode");
+    QTest::newRow("text") << QVariant(QStringLiteral("off"));
+    QTest::newRow("number") << QVariant(1);
+    QTest::newRow("list") << QVariant(QVariantList());
+    QTest::newRow("map") << QVariant(QVariantMap());
+}
+
+void TstZrtEndpoint::triggerModeRefuses()
+{
+    QFETCH(QVariant, resetMode);
+    for (bool const wasOn : {false, true}) {
+        ZrtState state;
+        state.isTriggerMode = wasOn;
+        Bench bench(state);
+        QString const reply = bench.answerTo("SetTriggerProgram", {{QStringLiteral("resetMode"), resetMode}});
+        QVERIFY2(reply.startsWith(QStringLiteral("{error: QString ")), qPrintable(reply));
+        QCOMPARE(shown(bench.controller.state()), shown(state));
+    }
+}
+
+void TstZrtEndpoint::programOfASetupIsThere_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("neither given") << QByteArray("{}");
+    QTest::newRow("program") << QByteArray(R"({"program": 15})");
+    QTest::newRow("both") << QByteArray(R"({"presets": {"3": {}}, "program": 3})");
+    QTest::newRow("presets without the default program") << QByteArray(R"({"presets": {"3": {}}})");
+}
+
+// Either the file is refused, or the program in use is one of the presets.
+void TstZrtEndpoint::programOfASetupIsThere()
+{
+    QFETCH(QByteArray, content);
+    QString const fileName = m_folder.write(QStringLiteral("setup.json"), content);
+    ZrtSetup setup;
+    QString const complaint = complaintOf([&] { setup = readZrtSetup(fileName); });
+    QVERIFY(complaint != QLatin1String("no complaint") || setup.state.presets.contains(setup.state.program));
+}
+
+void TstZrtEndpoint::locks_data()
+{
+    QTest::addColumn<int>("lock");
+    QTest::addColumn<bool>("isReverse");
+    QTest::addColumn<bool>("turns");
+    QTest::newRow("free, fasten") << 0 << false << true;
+    QTest::newRow("free, loosen") << 0 << true << true;
+    QTest::newRow("all locked, fasten") << 1 << false << false;
+    QTest::newRow("all locked, loosen") << 1 << true << false;
+    QTest::newRow("loosening locked, fasten") << 2 << false << true;
+    QTest::newRow("loosening locked, loosen") << 2 << true << false;
+}
+
+void TstZrtEndpoint::locks()
+{
+    QFETCH(int, lock);
+    QFETCH(bool, isReverse);
+    QFETCH(bool, turns);
+    ZrtState state;
+    state.isReverse = isReverse;
+    state.screws = {Screw::Blocked};
+    Bench bench(state);
+    bench.post("setLock", lockArguments(lock));
+    QCOMPARE(bench.endpoint.pullTrigger().has_value(), turns);
+    state.lock = lock;
+    if (turns) {
+        state.eventCount = 1;
+        if (!isReverse)
+            state.screws.clear();
+    }
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+}
+
+void TstZrtEndpoint::reverse()
+{
+    Bench bench;
+    for (bool const isReverse : {true, false, true}) {
+        bench.endpoint.pressReverse();
+        QCOMPARE(bench.endpoint.isReverse(), isReverse);
+        QCOMPARE(bench.controller.state().isReverse, isReverse);
+        QCOMPARE(bench.answerTo("getRegister", {{QStringLiteral("channel"), QStringLiteral("direction")}}),
+                 QStringLiteral("{channel: QString direction, values: [int %1]}").arg(isReverse ? 1 : 0));
+    }
+}
+
+void TstZrtEndpoint::eventOfAScrew_data()
+{
+    QTest::addColumn<bool>("isReverse");
+    QTest::addColumn<Screw>("screw");
+    QTest::addColumn<QString>("status");
+    QTest::addColumn<int>("error");
+    QTest::newRow("good") << false << Screw::Good << QStringLiteral("OK") << 0;
+    QTest::newRow("cross-threaded") << false << Screw::CrossThreaded << QStringLiteral("NOK") << 330;
+    QTest::newRow("stripped") << false << Screw::Stripped << QStringLiteral("NOK") << 332;
+    QTest::newRow("missing") << false << Screw::Missing << QStringLiteral("NOK") << 311;
+    QTest::newRow("soft") << false << Screw::Soft << QStringLiteral("NOK") << 332;
+    QTest::newRow("blocked") << false << Screw::Blocked << QStringLiteral("NOK") << 337;
+    QTest::newRow("released early") << false << Screw::ReleasedEarly << QStringLiteral("NOK") << 333;
+    QTest::newRow("loosened") << true << Screw::Missing << QStringLiteral("loosened") << 0;
+}
+
+void TstZrtEndpoint::eventOfAScrew()
+{
+    QFETCH(bool, isReverse);
+    QFETCH(Screw, screw);
+    QFETCH(QString, status);
+    QFETCH(int, error);
+    ZrtState state;
+    state.isReverse = isReverse;
+    state.screws = {screw};
+    state.eventCount = 41;
+    state.program = 15;
+    state.presets[15].torque = 150; // what is in use, not what stands first
+    state.seed = 3;
+    ZrtController controller(state);
+    auto const run = controller.pullTrigger();
+    QVERIFY(run.has_value());
+
+    std::mt19937_64 random(3);
+    ZrtPreset const preset = state.presets[15];
+    TighteningResult const result = isReverse ? loosen(preset, random) : tighten(preset, screw, random);
+    QCOMPARE(result.error, error);
+    QString const expected =
+        QStringLiteral(
+            "{angle: int %1, direction: int %2, %3eventCountNo: int 42, program: int 15, speed: int "
+            "%4, status: QString %5, time: int %6, torque: int %7}")
+            .arg(result.angle)
+            .arg(isReverse ? 1 : 0)
+            .arg(error == 0 ? QString() : QStringLiteral("error: int %1, ").arg(error))
+            .arg(result.speed)
+            .arg(status)
+            .arg(result.time)
+            .arg(result.torque);
+    QCOMPARE(exactly(run->event), expected);
+    QCOMPARE(run->duration, result.time);
+}
+
+void TstZrtEndpoint::eventCounter()
+{
+    ZrtState state;
+    state.eventCount = 7;
+    ZrtController controller(state);
+    for (int count = 8; count < 12; ++count) {
+        QCOMPARE(controller.pullTrigger()->event.value(QStringLiteral("eventCountNo")), QVariant(count));
+        QCOMPARE(controller.state().eventCount, count);
+        controller.pressReverse(); // loosening counts, too
+    }
+}
+
+void TstZrtEndpoint::highestEventCount()
+{
+    ZrtState state;
+    state.eventCount = std::numeric_limits<int>::max(); // a set-up file may say so
+    ZrtController controller(state);
+    auto const run = controller.pullTrigger();
+    QVERIFY(run.has_value());
+    QVERIFY(run->event.value(QStringLiteral("eventCountNo")).toInt() >= 0);
+    QVERIFY(controller.state().eventCount >= 0);
+}
+
+void TstZrtEndpoint::screwsInTurn()
+{
+    ZrtState state;
+    state.screws = {Screw::Blocked, Screw::Good, Screw::Missing};
+    ZrtController controller(state);
+    QList<int> errors;
+    for (int i = 0; i < 6; ++i)
+        errors += controller.pullTrigger()->event.value(QStringLiteral("error")).toInt();
+    QCOMPARE(errors, QList<int>({337, 0, 311, 0, 0, 0}));
+}
+
+void TstZrtEndpoint::sameSeedSameDay()
+{
+    auto const day = [](quint64 seed) {
+        ZrtState state;
+        state.seed = seed;
+        Bench bench(state);
+        bench.post("listenEventsData");
+        for (int i = 0; i < 5; ++i) {
+            bench.endpoint.pullTrigger();
+            bench.finish();
+        }
+        return bench.replies;
+    };
+    QCOMPARE(day(7).size(), 5);
+    QCOMPARE(day(7), day(7));
+    QVERIFY(day(7) != day(8));
+}
+
+void TstZrtEndpoint::eventsToAllWhoListen()
+{
+    Bench bench;
+    bench.post("listenEventsData");
+    bench.post("listenEventsData");
+    QStringList expected;
+    for (int pull = 1; pull <= 3; ++pull) {
+        int const duration = bench.endpoint.pullTrigger().value_or(-1);
+        QVERIFY(duration > 0);
+        qint64 const time = bench.clock.now() + duration + c_reply;
+        bench.finish();
+        QCOMPARE(bench.replies.size(), 2 * pull);
+        for (int id = 1; id <= 2; ++id) {
+            QString const reply = bench.replies[2 * pull - 3 + id];
+            QVERIFY2(reply.startsWith(QStringLiteral("%1 #%2 {values: {angle: ").arg(time).arg(id)),
+                     qPrintable(reply));
+            QVERIFY2(reply.contains(QStringLiteral("eventCountNo: int %1, ").arg(pull)), qPrintable(reply));
+        }
+        QCOMPARE(bench.replies[2 * pull - 1].section(QLatin1Char(' '), 2),
+                 bench.replies[2 * pull - 2].section(QLatin1Char(' '), 2));
+    }
+}
+
+void TstZrtEndpoint::eventAfterTheTool()
+{
+    Bench bench;
+    bench.post("listenEventsData");
+    bench.finish();
+    QCOMPARE(bench.replies, QStringList()); // listening is not answered by itself
+    int const duration = bench.endpoint.pullTrigger().value_or(-1);
+    bench.wait(duration + c_reply - 1);
+    QCOMPARE(bench.replies, QStringList());
+    bench.wait(1);
+    QCOMPARE(bench.replies.size(), 1);
+    QVERIFY2(bench.replies[0].contains(QStringLiteral("time: int %1, ").arg(duration)),
+             qPrintable(bench.replies[0]));
+}
+
+void TstZrtEndpoint::listenersComeAndGo()
+{
+    Bench bench;
+    bench.endpoint.pullTrigger(); // nobody listens
+    bench.finish();
+    QCOMPARE(bench.replies, QStringList());
+
+    quint64 const first = bench.post("listenEventsData");
+    bench.endpoint.pullTrigger();
+    quint64 const second = bench.post("listenEventsData"); // while the tool turns
+    bench.endpoint.withdraw(first);
+    bench.finish();
+    QCOMPARE(bench.replies.size(), 1);
+    QVERIFY(bench.replies[0].contains(QStringLiteral(" #%1 ").arg(second)));
+    QVERIFY(bench.replies[0].contains(QStringLiteral("eventCountNo: int 2, "))); // those unheard count, too
+
+    bench.endpoint.withdraw(99); // nobody's
+    bench.endpoint.withdraw(second);
+    bench.endpoint.withdraw(second);
+    bench.endpoint.pullTrigger();
+    bench.finish();
+    QCOMPARE(bench.replies.size(), 1);
+}
+
+void TstZrtEndpoint::noEventFromALockedTool()
+{
+    ZrtState state;
+    state.lock = ZrtState::AllLocked;
+    Bench bench(state);
+    bench.post("listenEventsData");
+    QVERIFY(!bench.endpoint.pullTrigger());
+    bench.finish();
+    QCOMPARE(bench.replies, QStringList());
+}
+
+void TstZrtEndpoint::faults_data()
+{
+    QTest::addColumn<QList<ZrtFault>>("faults");
+    QTest::addColumn<QStringList>("replies");
+    QTest::addColumn<int>("lock"); // whether the instruction was carried out
+    QTest::addColumn<bool>("isConnected");
+
+    QString const reply =
+        QStringLiteral(" #1 {fasteningLocked: bool true, lockStatus: int 1, looseningLocked: bool true}");
+    auto const at = [](int time, QString const& rest) { return QString::number(time) + rest; };
+    QString const refused = QStringLiteral(" #1 {error: QString refused}");
+    auto const row = [](char const* name, QList<ZrtFault> const& faults, QStringList const& replies,
+                        int lock = 1, bool isConnected = true) {
+        QTest::newRow(name) << faults << replies << lock << isConnected;
+    };
+    char const* const name = "setLock";
+    row("none", {}, {at(5, reply)});
+    row("of another instruction", {fault(ZrtFault::Loss, "getInfo", 1)}, {at(5, reply)});
+    row("of the next one", {fault(ZrtFault::Loss, name, 2)}, {at(5, reply)});
+    row("delay", {fault(ZrtFault::Delay, name, 1, 100)}, {at(105, reply)});
+    row("late", {fault(ZrtFault::Late, name, 1, 5000)}, {at(5005, reply)});
+    row("loss", {fault(ZrtFault::Loss, name, 1)}, {});
+    row("duplicate", {fault(ZrtFault::Duplicate, name, 1)}, {at(5, reply), at(5, reply)});
+    row("missing key", {fault(ZrtFault::MissingKey, name, 1, 0, "lockStatus")},
+        {QStringLiteral("5 #1 {fasteningLocked: bool true, looseningLocked: bool true}")});
+    row("key that misses anyway", {fault(ZrtFault::MissingKey, name, 1, 0, "doneOk")}, {at(5, reply)});
+    row("wrong type", {fault(ZrtFault::WrongType, name, 1, 0, "lockStatus")},
+        {QStringLiteral(
+            "5 #1 {fasteningLocked: bool true, lockStatus: QString ???, looseningLocked: bool true}")});
+    row("wrong type of a key that misses", {fault(ZrtFault::WrongType, name, 1, 0, "doneOk")},
+        {at(5, reply)});
+    row("refused", {fault(ZrtFault::Refused, name, 1)}, {at(5, refused)}, 0);
+    row("disconnected", {fault(ZrtFault::Disconnected, name, 1)}, {}, 0, false);
+
+    row("delay and late", {fault(ZrtFault::Delay, name, 1, 100), fault(ZrtFault::Late, name, 1, 5000)},
+        {at(5105, reply)});
+    row("delay and duplicate", {fault(ZrtFault::Delay, name, 1, 100), fault(ZrtFault::Duplicate, name, 1)},
+        {at(105, reply), at(105, reply)});
+    row("duplicate and loss", {fault(ZrtFault::Duplicate, name, 1), fault(ZrtFault::Loss, name, 1)}, {});
+    row("wrong type and missing keys",
+        {fault(ZrtFault::WrongType, name, 1, 0, "lockStatus"),
+         fault(ZrtFault::MissingKey, name, 1, 0, "fasteningLocked"),
+         fault(ZrtFault::MissingKey, name, 1, 0, "looseningLocked")},
+        {QStringLiteral("5 #1 {lockStatus: QString ???}")});
+    row("refused late", {fault(ZrtFault::Refused, name, 1), fault(ZrtFault::Late, name, 1, 5000)},
+        {at(5005, refused)}, 0);
+    row("refused and lost", {fault(ZrtFault::Refused, name, 1), fault(ZrtFault::Loss, name, 1)}, {}, 0);
+    row("refused and disconnected",
+        {fault(ZrtFault::Refused, name, 1), fault(ZrtFault::Disconnected, name, 1)}, {}, 0, false);
+}
+
+void TstZrtEndpoint::faults()
+{
+    QFETCH(QList<ZrtFault>, faults);
+    QFETCH(QStringList, replies);
+    QFETCH(int, lock);
+    QFETCH(bool, isConnected);
+    Bench bench({}, faults);
+    bench.post("setLock", lockArguments(1));
+    bench.finish();
+    QCOMPARE(bench.replies, replies);
+    QCOMPARE(bench.endpoint.isConnected(), isConnected);
+    ZrtState state;
+    state.lock = lock;
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+}
+
+void TstZrtEndpoint::faultsOfEvents_data()
+{
+    QTest::addColumn<ZrtFault>("befalling");
+    QTest::addColumn<int>("messages"); // for each pull
+    QTest::addColumn<int>("delay");
+    QTest::addColumn<QString>("content"); // what all begin with
+    QString const values = QStringLiteral("{values: {angle: int ");
+    char const* const name = "listenEventsData";
+    QTest::newRow("delay") << fault(ZrtFault::Delay, name, 1, 100) << 1 << 100 << values;
+    QTest::newRow("late") << fault(ZrtFault::Late, name, 1, 5000) << 1 << 5000 << values;
+    QTest::newRow("loss") << fault(ZrtFault::Loss, name, 1) << 0 << 0 << QString();
+    QTest::newRow("duplicate") << fault(ZrtFault::Duplicate, name, 1) << 2 << 0 << values;
+    QTest::newRow("missing key") << fault(ZrtFault::MissingKey, name, 1, 0, "values") << 1 << 0
+                                 << QStringLiteral("{}");
+    QTest::newRow("wrong type") << fault(ZrtFault::WrongType, name, 1, 0, "values") << 1 << 0
+                                << QStringLiteral("{values: QString ???}");
+    QTest::newRow("refused") << fault(ZrtFault::Refused, name, 1) << 0 << 0 << QString();
+    QTest::newRow("disconnected") << fault(ZrtFault::Disconnected, name, 1) << 0 << 0 << QString();
+}
+
+void TstZrtEndpoint::faultsOfEvents()
+{
+    QFETCH(ZrtFault, befalling);
+    QFETCH(int, messages);
+    QFETCH(int, delay);
+    QFETCH(QString, content);
+    Bench bench({}, {befalling});
+    bench.post("listenEventsData");
+    bench.finish();
+    QCOMPARE(bench.replies, befalling.kind == ZrtFault::Refused
+                                ? QStringList{QStringLiteral("5 #1 {error: QString refused}")}
+                                : QStringList());
+    bench.replies.clear();
+    for (int pull = 1; pull <= 2; ++pull) { // all replies, not the first alone
+        qint64 const pulled = bench.clock.now();
+        int const duration = bench.endpoint.pullTrigger().value_or(-1);
+        QVERIFY(duration > 0);
+        bench.finish();
+        QCOMPARE(bench.replies.size(), pull * messages);
+        QString const expected = QStringLiteral("%1 #1 ").arg(pulled + duration + c_reply + delay) + content;
+        for (int i = (pull - 1) * messages; i < pull * messages; ++i)
+            QVERIFY2(bench.replies[i].startsWith(expected), qPrintable(bench.replies[i]));
+    }
+    QCOMPARE(bench.controller.state().eventCount, 2);
+}
+
+void TstZrtEndpoint::faultsOfARestore_data()
+{
+    QTest::addColumn<ZrtFault>("befalling");
+    QTest::addColumn<QStringList>("replies");
+    QTest::addColumn<bool>("isRestored");
+    auto const row = [](char const* name, ZrtFault const& befalling, QStringList const& replies,
+                        bool isRestored = true) {
+        QTest::newRow(name) << befalling << replies << isRestored;
+    };
+    char const* const name = "restoreBackup";
+    row("of another instruction", fault(ZrtFault::Loss, "setLock", 1),
+        {written(55, 1, 1, 2), written(105, 2, 2, 2)});
+    row("delay", fault(ZrtFault::Delay, name, 1, 100), {written(155, 1, 1, 2), written(205, 2, 2, 2)});
+    row("late", fault(ZrtFault::Late, name, 1, 5000), {written(5055, 1, 1, 2), written(5105, 2, 2, 2)});
+    row("loss", fault(ZrtFault::Loss, name, 1), {});
+    row("duplicate", fault(ZrtFault::Duplicate, name, 1),
+        {written(55, 1, 1, 2), written(55, 1, 1, 2), written(105, 2, 2, 2), written(105, 2, 2, 2)});
+    row("missing key", fault(ZrtFault::MissingKey, name, 1, 0, "statusData"),
+        {QStringLiteral("55 #1 {}"), QStringLiteral("105 #1 {}")});
+    row("wrong type", fault(ZrtFault::WrongType, name, 1, 0, "statusData"),
+        {QStringLiteral("55 #1 {statusData: QString ???}"),
+         QStringLiteral("105 #1 {statusData: QString ???}")});
+    row("refused", fault(ZrtFault::Refused, name, 1), {QStringLiteral("5 #1 {error: QString refused}")},
+        false);
+    row("disconnected", fault(ZrtFault::Disconnected, name, 1), {}, false);
+}
+
+void TstZrtEndpoint::faultsOfARestore()
+{
+    QFETCH(ZrtFault, befalling);
+    QFETCH(QStringList, replies);
+    QFETCH(bool, isRestored);
+    Bench bench({}, {befalling});
+    bench.post("restoreBackup", range(m_backup, 1, 2));
+    bench.finish();
+    QCOMPARE(bench.replies, replies);
+    QCOMPARE(torquesOf(bench.controller.state()),
+             isRestored ? QStringLiteral("1: 101, 2: 102, 15: 200") : QStringLiteral("1: 200, 15: 200"));
+}
+
+void TstZrtEndpoint::gone()
+{
+    Bench bench({}, {fault(ZrtFault::Disconnected, "getInfo", 1)});
+    bench.post("listenEventsData");
+    bench.post("setLock", lockArguments(2));
+    bench.endpoint.pullTrigger();
+    QVERIFY(bench.endpoint.isConnected());
+    bench.post("getInfo");
+    QVERIFY(!bench.endpoint.isConnected());
+    ZrtState state;
+    state.lock = 2;
+    state.eventCount = 1;
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+    bench.post("setLock", lockArguments(1)); // does not get there
+    bench.post("restoreBackup", range(m_backup, 0, 0));
+    bench.finish();
+    QCOMPARE(bench.replies, QStringList()); // what was on its way neither
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+}
+
+void TstZrtEndpoint::restoreRange_data()
+{
+    QTest::addColumn<QVariant>("first");
+    QTest::addColumn<QVariant>("last");
+    QTest::addColumn<QStringList>("replies");
+    QTest::addColumn<QString>("torques");
+    auto const row = [](char const* name, QVariant const& first, QVariant const& last,
+                        QStringList const& replies, char const* torques) {
+        QTest::newRow(name) << first << last << replies << QString::fromLatin1(torques);
+    };
+    QStringList const all{written(55, 1, 1, 4), written(105, 2, 2, 4), written(155, 3, 3, 4),
+                          written(205, 15, 4, 4)};
+    row("all", 0, 0, all, "1: 101, 2: 102, 3: 103, 15: 115");
+    row("all, unsigned", 0U, 0U, all, "1: 101, 2: 102, 3: 103, 15: 115");
+    row("more than all", 0, 65'535, all, "1: 101, 2: 102, 3: 103, 15: 115");
+    row("just all", 1, 15, all, "1: 101, 2: 102, 3: 103, 15: 115");
+    row("up to", 0, 2, {written(55, 1, 1, 2), written(105, 2, 2, 2)}, "1: 101, 2: 102, 15: 200");
+    row("from", 3, 100, {written(55, 3, 1, 2), written(105, 15, 2, 2)}, "1: 200, 3: 103, 15: 115");
+    row("some", 2, 14, {written(55, 2, 1, 2), written(105, 3, 2, 2)}, "1: 200, 2: 102, 3: 103, 15: 200");
+    row("one", 2, 2, {written(55, 2, 1, 1)}, "1: 200, 2: 102, 15: 200");
+    row("thirds", 1, 3, {written(55, 1, 1, 3), written(105, 2, 2, 3), written(155, 3, 3, 3)},
+        "1: 101, 2: 102, 3: 103, 15: 200");
+    row("none of them", 4, 14, {failedAt(5, QStringLiteral("the backup holds no preset from 4 to 14"))},
+        "1: 200, 15: 200");
+    row("wrong way round", 3, 1, {failedAt(5, QStringLiteral("the backup holds no preset from 3 to 1"))},
+        "1: 200, 15: 200");
+    row("no end", 3, 0, {failedAt(5, QStringLiteral("the backup holds no preset from 3 to 0"))},
+        "1: 200, 15: 200");
+}
+
+void TstZrtEndpoint::restoreRange()
+{
+    QFETCH(QVariant, first);
+    QFETCH(QVariant, last);
+    QFETCH(QStringList, replies);
+    QFETCH(QString, torques);
+    Bench bench;
+    bench.post("restoreBackup", range(m_backup, first, last));
+    bench.finish();
+    QCOMPARE(bench.replies, replies);
+    QCOMPARE(torquesOf(bench.controller.state()), torques);
+}
+
+void TstZrtEndpoint::restoreParameters_data()
+{
+    QTest::addColumn<bool>("withParameters");
+    QTest::newRow("with") << true;
+    QTest::newRow("without") << false;
+}
+
+void TstZrtEndpoint::restoreParameters()
+{
+    QFETCH(bool, withParameters);
+    ZrtState state = stateWithParameters();
+    Bench bench(state);
+    bench.post("restoreBackup", range(m_backup, 2, 2, withParameters));
+    bench.finish();
+    QCOMPARE(bench.replies, QStringList{written(55, 2, 1, 1)});
+    state.presets[2].torque = 102;
+    if (withParameters)
+        state.parameters = {{QStringLiteral("language"), 2}, {QStringLiteral("timeout"), 30}};
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+}
+
+void TstZrtEndpoint::restoreIsCheckedFirst_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("message");
+    auto const row = [](char const* name, char const* content, char const* message) {
+        QTest::newRow(name) << QByteArray(content) << QString::fromLatin1(message);
+    };
+    row("no presets", R"({"parameters": {}})", "1: the key \"presets\" is missing");
+    row("bad preset in the range", R"({"presets": {"1": {}, "2": {"torque": 0}}})",
+        "1: presets.2.torque: must be a whole number from 1 to 100000");
+    row("bad preset beyond the range", R"({"presets": {"1": {}, "15": {"torque": 0}}})",
+        "1: presets.15.torque: must be a whole number from 1 to 100000");
+    row("contradictory preset", R"({"presets": {"1": {}, "2": {"torque": 400}}})",
+        "1: presets.2: \"maxTorque\" must be more than \"torque\"");
+    row("bad parameter that is not asked for", R"({"presets": {"1": {}}, "parameters": {"a": null}})",
+        "1: parameters.a: must be a whole number from -2147483648 to 2147483647");
+    row("unknown key", R"({"presets": {"1": {}}, "screws": []})",
+        "1: unknown key \"screws\", known are presets, parameters");
+}
+
+void TstZrtEndpoint::restoreIsCheckedFirst()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, message);
+    QString const fileName = m_folder.write(QStringLiteral("bad.json"), content);
+    Bench bench(stateWithParameters());
+    bench.post("restoreBackup", range(fileName, 1, 2));
+    bench.finish();
+    QCOMPARE(bench.replies, QStringList{failedAt(5, fileName + QLatin1Char(':') + message)});
+    QCOMPARE(shown(bench.controller.state()), shown(stateWithParameters()));
+}
+
+void TstZrtEndpoint::restoreOfAMissingFile()
+{
+    for (QString const& fileName :
+         {m_folder.filePath(QStringLiteral("none.json")), m_folder.path(), QString()}) {
+        QString const message = complaintOf([&] { readZrtBackup(fileName); });
+        Bench bench;
+        bench.post("restoreBackup", range(fileName, 0, 0));
+        bench.finish();
+        QCOMPARE(bench.replies, QStringList{failedAt(5, message)});
+        QVERIFY2(message.startsWith(fileName + QStringLiteral(": ")), qPrintable(message));
+        QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
+    }
+}
+
+void TstZrtEndpoint::restoreNeedsItsArguments_data()
+{
+    QTest::addColumn<QVariantMap>("arguments");
+    auto const row = [](char const* name, QVariant const& first, QVariant const& last) {
+        QTest::newRow(name) << range(QString(), first, last);
+    };
+    row("texts that are no numbers", QStringLiteral("one"), QStringLiteral("two"));
+    row("digits as text", QStringLiteral("1"), QStringLiteral("2"));
+    row("negative", -1, 2);
+    row("empty texts", QString(), QString());
+    row("invalid", QVariant(), QVariant());
+    row("truth values", false, false);
+    row("fractions", 0.3, 0.3);
+    row("lists", QVariantList(), QVariantList());
+    QTest::newRow("no range") << QVariantMap{{QStringLiteral("filePath"), QString()}};
+}
+
+// What a range cannot be read from is not "all".
+void TstZrtEndpoint::restoreNeedsItsArguments()
+{
+    QFETCH(QVariantMap, arguments);
+    arguments.insert(QStringLiteral("filePath"), m_backup);
+    Bench bench;
+    bench.post("restoreBackup", arguments);
+    bench.finish();
+    QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
+    QCOMPARE(bench.replies.size(), 1);
+    QVERIFY2(bench.replies[0].contains(QStringLiteral("error: QString ")), qPrintable(bench.replies[0]));
+}
+
+void TstZrtEndpoint::restoreThatCannotBeWritten_data()
+{
+    QTest::addColumn<QList<int>>("unwritable");
+    QTest::addColumn<QStringList>("replies");
+    auto const message = [](int time, int preset) {
+        return failedAt(time,
+                        QStringLiteral("preset %1 cannot be written; nothing was restored").arg(preset));
+    };
+    QTest::newRow("the first") << QList<int>{1} << QStringList{message(55, 1)};
+    QTest::newRow("half way") << QList<int>{3}
+                              << QStringList{written(55, 1, 1, 4), written(105, 2, 2, 4), message(155, 3)};
+    QTest::newRow("the last") << QList<int>{15}
+                              << QStringList{written(55, 1, 1, 4), written(105, 2, 2, 4),
+                                             written(155, 3, 3, 4), message(205, 15)};
+    QTest::newRow("two of them") << QList<int>{15, 2} << QStringList{written(55, 1, 1, 4), message(105, 2)};
+}
+
+void TstZrtEndpoint::restoreThatCannotBeWritten()
+{
+    QFETCH(QList<int>, unwritable);
+    QFETCH(QStringList, replies);
+    ZrtState state = stateWithParameters();
+    state.unwritablePresets = unwritable;
+    Bench bench(state);
+    bench.post("restoreBackup", range(m_backup, 0, 0, true));
+    bench.finish();
+    QCOMPARE(bench.replies, replies);
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+
+    // What is not in the range does not matter.
+    Bench other(state);
+    other.post("restoreBackup", range(m_backup, 1, 1));
+    other.finish();
+    QCOMPARE(torquesOf(other.controller.state()),
+             unwritable.contains(1) ? QStringLiteral("1: 200, 15: 200") : QStringLiteral("1: 101, 15: 200"));
+}
+
+void TstZrtEndpoint::restoreWithdrawn_data()
+{
+    QTest::addColumn<int>("time");
+    QTest::addColumn<int>("messages");
+    QTest::newRow("at once") << 0 << 0;
+    QTest::newRow("before the first preset") << 49 << 0;
+    QTest::newRow("half way") << 120 << 2;
+    QTest::newRow("before the last preset") << 199 << 3;
+}
+
+void TstZrtEndpoint::restoreWithdrawn()
+{
+    QFETCH(int, time);
+    QFETCH(int, messages);
+    ZrtState const state = stateWithParameters();
+    Bench bench(state);
+    quint64 const id = bench.post("restoreBackup", range(m_backup, 0, 0, true));
+    bench.wait(time);
+    bench.endpoint.withdraw(id);
+    bench.finish();
+    QCOMPARE(bench.replies.size(), messages);
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+}
+
+void TstZrtEndpoint::restoreDisconnected_data()
+{
+    QTest::addColumn<int>("time");
+    QTest::addColumn<QStringList>("replies");
+    QTest::newRow("at once") << 0 << QStringList();
+    QTest::newRow("half way") << 120 << QStringList{written(55, 1, 1, 4), written(105, 2, 2, 4)};
+    QTest::newRow("with a message on its way") << 103 << QStringList{written(55, 1, 1, 4)};
+    QTest::newRow("before the last preset")
+        << 199 << QStringList{written(55, 1, 1, 4), written(105, 2, 2, 4), written(155, 3, 3, 4)};
+}
+
+void TstZrtEndpoint::restoreDisconnected()
+{
+    QFETCH(int, time);
+    QFETCH(QStringList, replies);
+    ZrtState const state = stateWithParameters();
+    Bench bench(state, {fault(ZrtFault::Disconnected, "getInfo", 1)});
+    bench.post("restoreBackup", range(m_backup, 0, 0, true));
+    bench.wait(time);
+    bench.post("getInfo");
+    bench.finish();
+    QCOMPARE(bench.replies, replies);
+    QCOMPARE(shown(bench.controller.state()), shown(state));
+}
+
+void TstZrtEndpoint::restoreKeepsTheFileItChecked()
+{
+    Bench bench;
+    bench.post("restoreBackup", range(m_backup, 0, 0));
+    bench.wait(60);
+    m_folder.write(QStringLiteral("backup.json"), "gone bad meanwhile");
+    bench.finish();
+    QCOMPARE(torquesOf(bench.controller.state()), QStringLiteral("1: 101, 2: 102, 3: 103, 15: 115"));
+}
+
+void TstZrtEndpoint::restoreCountsWhenTheLastIsWritten()
+{
+    Bench bench;
+    bench.post("restoreBackup", range(m_backup, 1, 3));
+    bench.wait(3 * c_preset - 1);
+    QCOMPARE(torquesOf(bench.controller.state()), QStringLiteral("1: 200, 15: 200"));
+    bench.wait(1);
+    QCOMPARE(torquesOf(bench.controller.state()), QStringLiteral("1: 101, 2: 102, 3: 103, 15: 200"));
+}
+
+QTEST_GUILESS_MAIN(TstZrtEndpoint)
+#include "tst_zrt_endpoint.moc"
