@@ -81,7 +81,7 @@ public:
 };
 
 /// A command that is none of this library's: it shows what an order needs of ICommand alone.
-class ForeignCommand final : public ICommand
+class ForeignCommand final : public ICommand // NOLINT(cppcoreguidelines-virtual-class-destructor)
 {
 public:
     QSharedPointer<ICommand> createCommand(Map const&) const override { return {}; }

@@ -261,7 +261,7 @@ void TstEventJson::linesAreJson()
         everything += QChar(i);
     QByteArray const line = toLine(toJson(1, LogWritten{everything, everything}));
     QCOMPARE(line.count('\n'), 1);
-    QJsonParseError error;
+    QJsonParseError error{};
     QJsonDocument::fromJson(line, &error);
     QCOMPARE(error.errorString(), QStringLiteral("no error occurred"));
 }

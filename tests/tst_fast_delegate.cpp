@@ -492,8 +492,8 @@ void TestFastDelegate::allocatesNothing()
 
 void TestFastDelegate::isPlainValue()
 {
-    // Plugins pass it by value to the host, so its size and its triviality are part of the contract with
-    // them.
+    // Plugins pass it by value to the host, so its size and its triviality are
+    // part of the contract with them.
     using Delegate = FastDelegate2<int, int, int>;
     QVERIFY(std::is_trivially_copyable_v<Delegate>);
     QVERIFY(std::is_trivially_destructible_v<Delegate>);

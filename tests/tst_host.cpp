@@ -221,7 +221,6 @@ void TstHost::noEndpoint()
     QFETCH(bool, wasThere);
     QFETCH(QString, target);
     bool isThrough = false;
-    QString stateInside;
     Bench bench({oneShot(QStringLiteral("go"), [&](ScriptedCommand& command) {
         command.post(target, QStringLiteral("first"));
         command.post(device, QStringLiteral("second"));

@@ -53,8 +53,8 @@ private:
     int const m_output;
 };
 
-/// What the program must print, from a file. It names the plugin's sources, its file and the maker as
-/// @SOURCE@,
+/// What the program must print, from a file. It names the plugin's sources, its
+/// file and the maker as @SOURCE@,
 /// @PLUGIN@ and @MAKER@.
 QString expected(QString const& name)
 {
@@ -273,7 +273,7 @@ void TstWorkplaceCli::runTwice()
     QVERIFY(traces[0].count('\n') > outs[0].count(QLatin1Char('\n')));
     auto const lines = outs[0].toUtf8().split('\n') + traces[0].split('\n');
     for (auto const& line : lines) {
-        QJsonParseError error;
+        QJsonParseError error{};
         QJsonDocument::fromJson(line, &error);
         QVERIFY2(line.isEmpty() || error.error == QJsonParseError::NoError, line.constData());
     }

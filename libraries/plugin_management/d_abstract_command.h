@@ -59,8 +59,8 @@ public:
     QString fullDescription() const override;
     DCommandArguments commandArguments() const override;
 
-    /// Starts the command. Answers false, and the override must then send nothing, when it is linked to no
-    /// order.
+    /// Starts the command. Answers false, and the override must then send nothing, when
+    /// it is linked to no order.
     bool commandExecute() override;
     /// Hands a reply to the handler that the instruction was posted with. Answers what the handler answered,
     /// false for a reply that was dropped.
@@ -95,8 +95,8 @@ protected:
 
     /// The order's value, else the declared default, else @p defaultValue.
     QVariant getParameterValue(QString const& key, QVariant const& defaultValue) const;
-    /// What the order gives under @p key, declared or not: a single value or a map; invalid if it gives
-    /// nothing.
+    /// What the order gives under @p key, declared or not: a single value or a
+    /// map; invalid if it gives nothing.
     QVariant getParametersSection(QString const& key) const;
     /// Stores the value of a declared result and reports it; false for a key that is not declared.
     bool commandUpdateResult(QString const& key, QVariant const& value);

@@ -14,8 +14,8 @@ class DAbstractCommand;
 /// A plugin object: an identity, published properties, a configuration and a catalogue of commands.
 ///
 /// A plugin library offers one root object, which makes the working instances (createInstance()), one for
-/// each piece of equipment that the host has configured. Everything happens on the thread that owns the
-/// object.
+/// each piece of equipment that the host has configured. Everything happens on
+/// the thread that owns the object.
 ///
 /// The order in which virtual operations are declared is the order of the virtual table and part of the
 /// contract with plugins that are already built: never move one.
@@ -73,8 +73,8 @@ public:
     /// Writes into the main configuration; without one nothing happens.
     void setInMainConfig(QString const& key, QJsonValue const& value) override;
 
-    /// Declares the plugin's commands, then emits sigCommandsInitDone(). The host calls it once on each
-    /// instance.
+    /// Declares the plugin's commands, then emits sigCommandsInitDone(). The host
+    /// calls it once on each instance.
     virtual void initPluginCommands() = 0;
     /// A new instance without a parent; the caller owns it.
     IPlugin* createInstance(QUuid const& objectUuid) const override = 0;

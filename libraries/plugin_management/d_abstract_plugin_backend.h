@@ -46,8 +46,8 @@ public:
     bool queueTreatment(int id, QString const& name, QMap<QString, QVariant> const& arguments);
     /// Host: the treatment is over, with whatever success; it is no longer pending.
     virtual void treatmentReleased(int id, QString const& name, bool success);
-    /// Host: the reply to a treatment. Answers whether it was accepted; here it is if the treatment is
-    /// pending.
+    /// Host: the reply to a treatment. Answers whether it was accepted; here it
+    /// is if the treatment is pending.
     virtual bool applyTreatmentReply(int id, QString const& name, QMap<QString, QVariant> const& reply);
     bool hasPendingTreatments() const;
 

@@ -15,8 +15,8 @@
 UTILITIES_EXPORT quint64 versionFromString(QString const& text, bool* ok = nullptr,
                                            QChar separator = QLatin1Char('.'));
 
-/// The text of a number that versionFromString() made: two components, or as many as are needed to lose
-/// nothing.
+/// The text of a number that versionFromString() made: two components, or as many
+/// as are needed to lose nothing.
 UTILITIES_EXPORT QString versionToString(quint64 version);
 
 /// Renders a map for a trace on one line, keys in order, containers nested to a bounded depth:

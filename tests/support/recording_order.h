@@ -7,8 +7,8 @@
 #include <QString>
 #include <QVariant>
 
-/// An order that carries nothing anywhere: it writes down what its command does, and the test replies by
-/// hand.
+/// An order that carries nothing anywhere: it writes down what its command does,
+/// and the test replies by hand.
 class RecordingOrder : public DOrder
 {
 public:

@@ -24,8 +24,8 @@ namespace
 constexpr char const* c_version = "1.0";
 constexpr char const* c_subType = "tightening";
 
-// The types of the maintenance page. Every plugin object registers them; the engine takes the same ones
-// again.
+// The types of the maintenance page. Every plugin object registers them; the
+// engine takes the same ones again.
 void registerQmlTypes()
 {
     constexpr char const* module = "PlgLibToolZrt";

@@ -54,8 +54,8 @@ struct EventValues
 EventValues readEvent(QObject const& command, char const* file, EventLines lines,
                       QMap<QString, QVariant> const& reply);
 
-/// A working command made from a prototype: of the same class and with the same parent, with the order's
-/// parameters.
+/// A working command made from a prototype: of the same class and with the
+/// same parent, with the order's parameters.
 template <class Command>
 QSharedPointer<ICommand> clone(Command const& prototype, QMap<QString, QVariant> const& parameters)
 {

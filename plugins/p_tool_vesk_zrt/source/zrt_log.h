@@ -8,8 +8,8 @@
 class DAbstractPlugin;
 class QObject;
 
-/// The plugin's log lines. Field support files problems under the file and the line that an error names. Where
-/// such a line has been laid down it is a constant that stays with its error when the code moves.
+/// The plugin's log lines. Field support files problems under the file and the line that an error names.
+/// Where such a line has been laid down it is a constant that stays with its error when the code moves.
 namespace zrt
 {
 
@@ -22,8 +22,8 @@ QDebug errorLine(QObject const& origin, char const* file, int line);
 /// Begins a line of information; what is streamed into it is the line.
 QDebug infoLine();
 
-// Traces are for debug builds; in a release build they are nothing, and what they would render is not
-// rendered.
+// Traces are for debug builds; in a release build they are nothing, and what
+// they would render is not rendered.
 #ifdef QT_NO_DEBUG
 inline void traceReply(QObject const&, char const*, QMap<QString, QVariant> const&) {}
 inline void traceLife(DAbstractPlugin const&, char const*) {}

@@ -2,8 +2,8 @@
 
 #include <QByteArray>
 
-/// Standard output, written line by line; a failure (a full disk, a closed pipe) is reported once, at the
-/// end.
+/// Standard output, written line by line; a failure (a full disk, a closed pipe)
+/// is reported once, at the end.
 class Output
 {
 public:

@@ -35,8 +35,8 @@ struct TighteningResult
 };
 
 /// Tightens one screw: run-down, snug, tightening up to the preset's target, in small steps. The
-/// screw's course is drawn from @p random; the controller's side sees torque and angle alone and judges by
-/// them.
+/// screw's course is drawn from @p random; the controller's side sees torque and
+/// angle alone and judges by them.
 TighteningResult tighten(ZrtPreset const& preset, Screw screw, std::mt19937_64& random);
 
 /// Turns one screw out.

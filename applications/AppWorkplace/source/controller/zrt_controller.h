@@ -50,8 +50,8 @@ struct ZrtRun
     QVariantMap event;
 };
 
-/// An argument that must be a whole number and not negative; it may come signed or unsigned. Nothing for any
-/// other.
+/// An argument that must be a whole number and not negative; it may come signed
+/// or unsigned. Nothing for any other.
 std::optional<int> wholeNumber(QVariantMap const& arguments, QString const& key);
 
 /// A simulated ZRT controller with its tool: carries out an instruction at once and answers with the reply.

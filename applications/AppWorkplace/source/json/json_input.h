@@ -21,8 +21,8 @@ public:
     static constexpr qint64 c_maximalSize = 4LL * 1024 * 1024;
     static constexpr int c_maximalDepth = 32;
 
-    /// Reads a whole file. Not JSON, a key that stands twice in one object, and a file beyond the limits are
-    /// errors.
+    /// Reads a whole file. Not JSON, a key that stands twice in one object, and a
+    /// file beyond the limits are errors.
     static JsonInput fromFile(QString const& fileName);
 
     /// Refuses keys that are not in the list; the value must be an object.

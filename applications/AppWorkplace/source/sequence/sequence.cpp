@@ -59,8 +59,8 @@ QVariantMap readParameters(JsonInput const& input, QList<DDeclaration> const& de
     return values;
 }
 
-// What a result really holds is the device's affair and may differ from its tag, so its value is taken as it
-// stands.
+// What a result really holds is the device's affair and may differ from its tag, so its
+// value is taken as it stands.
 QVariantMap readExpected(JsonInput const& input, QList<DDeclaration> const& declared)
 {
     auto const known = keysOf(declared);
@@ -98,8 +98,8 @@ Sequence::Step readOrder(JsonInput const& step, DAbstractPlugin const& plugin, Q
     OrderStep read{name, {}, {}, step.has(fails) && step.at(fails).toBool()};
     if (step.has(parameters))
         read.parameters = readParameters(step.at(parameters), declared.parameters);
-    // Like the controller's set-up, a file is looked for beside the sequence, wherever the program was
-    // started.
+    // Like the controller's set-up, a file is looked for beside the
+    // sequence, wherever the program was started.
     QString const filePath = QStringLiteral("filePath");
     QString const given = read.parameters.value(filePath).toString();
     if (!given.isEmpty())
