@@ -4,6 +4,7 @@
 #include <utilities/utilities.h>
 
 #include <QFile>
+#include <QLibrary>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QTest>
@@ -19,6 +20,7 @@ private slots:
     void rootObject();
     void identity_data();
     void identity();
+    void staticIdentity();
     void instances();
     void properties();
     void baseClasses();
@@ -89,6 +91,20 @@ void TestToolPlugin::identity()
     QCOMPARE(instance->pluginType(), quint32(0x546F6F6C));
     QCOMPARE(instance->pluginSubTypeName(), "tightening");
     QCOMPARE(static_cast<IPlugin const&>(*instance).pluginSubTypeName(), "tightening");
+}
+
+void TestToolPlugin::staticIdentity()
+{
+    // The class-level functions, as a host that links against the library finds them.
+    QLibrary library(QStringLiteral(ZRT_PLUGIN_FILE));
+    auto const id = reinterpret_cast<QUuid (*)()>(library.resolve("_ZN12PToolVeskZrt11getPluginIdEv"));
+    auto const name =
+        reinterpret_cast<char const* (*)()>(library.resolve("_ZN12PToolVeskZrt13getPluginNameEv"));
+    auto const type = reinterpret_cast<quint32 (*)()>(library.resolve("_ZN12PToolVeskZrt13getPluginTypeEv"));
+    QVERIFY2(id && name && type, qPrintable(library.errorString()));
+    QCOMPARE(id(), c_kind);
+    QCOMPARE(name(), "Plugin Tool ZRT");
+    QCOMPARE(type(), quint32(0x546F6F6C));
 }
 
 void TestToolPlugin::instances()
