@@ -1,5 +1,18 @@
 #include <plugin_management/d_abstract_plugin_backend.h>
 
+#include <utility>
+
+namespace
+{
+
+DAbstractPluginBackend::ElementSource& elementSource()
+{
+    static DAbstractPluginBackend::ElementSource source;
+    return source;
+}
+
+} // namespace
+
 DAbstractPluginBackend::DAbstractPluginBackend(QString const& name, QObject* parent)
     : QObject(parent)
     , m_name(name)
@@ -30,6 +43,8 @@ void DAbstractPluginBackend::setObjectId(QString const& objectId)
     if (m_objectId == objectId)
         return;
     m_objectId = objectId;
+    if (auto const& source = elementSource())
+        setElement(source(objectId));
     emit objectIdChanged();
 }
 
@@ -44,6 +59,11 @@ void DAbstractPluginBackend::setConnected(bool connected)
         return;
     m_isConnected = connected;
     emit isConnectedChanged();
+}
+
+void DAbstractPluginBackend::setElementSource(ElementSource source)
+{
+    elementSource() = std::move(source);
 }
 
 void DAbstractPluginBackend::setElement(QSharedPointer<DElement> const& element)

@@ -11,10 +11,13 @@
 #include <QString>
 #include <QVariant>
 
+#include <functional>
+
 /// What stands behind a plugin's page: the record of its equipment, and a queue of treatments for the device.
 ///
-/// The page makes the backend and sets `name` and `objectId`; the host finds it, attaches the record with
-/// setElement() and tells with setConnected() whether the device is there.
+/// The page makes the backend and sets `name` and `objectId`; for that id the host's element source attaches
+/// the record, in time for the page's first look at it. The host may also attach one with setElement(). It
+/// tells with setConnected() whether the device is there.
 ///
 /// A treatment is a request that is known by an id and a name, at most one of each pair at a time. The
 /// backend queues it; the host carries it out (sigTreatmentQueued()), hands over the reply with
@@ -38,6 +41,10 @@ public:
 
     /// Host: whether the device is there. Treatments are taken only while it is.
     void setConnected(bool connected);
+    /// Answers the record of the equipment with an id; null if there is none.
+    using ElementSource = std::function<QSharedPointer<DElement>(QString const& objectId)>;
+    /// Host: from where records are attached when a page sets `objectId`; an empty source attaches none.
+    static void setElementSource(ElementSource source);
     /// Host: attaches the record, which may be null, and emits abstractBackendInitialized().
     void setElement(QSharedPointer<DElement> const& element);
 

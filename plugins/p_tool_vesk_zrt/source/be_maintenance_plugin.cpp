@@ -115,9 +115,9 @@ void BeMaintenanceToolZrt::clickedOnChannel(int channelIndex)
             << "BeMaintenanceToolZrt::clickedOnChannel: channel is null at index" << channelIndex;
         return;
     }
-    bool const isTaken = queueTreatment(channelIndex, QString(),
-                                        {{QStringLiteral("channel"), channel->id()},
-                                         {QStringLiteral("value"), !channel->value().toBool()}});
+    bool const isTaken = queueTreatment(
+        channelIndex, QString(),
+        {{QStringLiteral("channel"), channel->id()}, {QStringLiteral("value"), !channel->value().toBool()}});
     if (!isTaken)
         emit delayingClickedOnChannel(channelIndex);
 }

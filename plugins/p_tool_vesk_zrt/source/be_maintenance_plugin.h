@@ -10,14 +10,14 @@
 #include <QString>
 #include <QVariant>
 
-/// What stands behind the tool's maintenance page: the page's window on the tool's maintenance record, and the
-/// tool's status channels. The page makes it (QML type "BeMaintenanceToolZrt" of module "PlgLibToolZrt" 1.0)
-/// and owns it; everything happens on the GUI thread.
+/// What stands behind the tool's maintenance page: the page's window on the tool's maintenance record, and
+/// the tool's status channels. The page makes it (QML type "BeMaintenanceToolZrt" of module
+/// "PlgLibToolZrt" 1.0) and owns it; everything happens on the GUI thread.
 ///
 /// The record is the host's DElement. The host attaches it after the page has set `name` and `objectId`, or
 /// never: without a record the getters answer with nothing, and a setter writes an error line and changes
-/// nothing. Every edit goes into the record at once, and into a map of modified parameters that the page hands
-/// to the host when it closes.
+/// nothing. Every edit goes into the record at once, and into a map of modified parameters that the page
+/// hands to the host when it closes.
 class Q_DECL_EXPORT BeMaintenanceToolZrt : public DAbstractPluginBackend
 {
     Q_OBJECT

@@ -104,7 +104,8 @@ template <class T> QHash<int, QByteArray> QObjectListModelBase<T>::roleNames() c
 
 template <class T> void QObjectListModelBase<T>::insert(int i, QSharedPointer<T> const& item)
 {
-    // Otherwise the engine would take a parentless object that a script got hold of for its own, and delete it.
+    // Otherwise the engine would take a parentless object that a script got hold of for its own, and delete
+    // it.
     if (item)
         QQmlEngine::setObjectOwnership(item.data(), QQmlEngine::CppOwnership);
     int const row = std::clamp(i, 0, count());

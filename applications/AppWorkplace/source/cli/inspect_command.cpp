@@ -1,5 +1,6 @@
 #include "inspect_command.h"
 
+#include "maintenance_output.h"
 #include "make_tool.h"
 #include "output.h"
 
@@ -8,12 +9,15 @@
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
+#include "maintenance/maintenance_records.h"
 #include "trace/event_json.h"
+#include "json/input_error.h"
 #include "json/variant_json.h"
 
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/utilities.h>
 
+#include <QFileInfo>
 #include <QUuid>
 
 namespace
@@ -170,12 +174,32 @@ void writeReference(DAbstractPlugin const& plugin, Output& output)
     }
 }
 
+// How it stands with the maintenance of every tool that has a record.
+void showRecords(MaintenanceRecords& records, bool json, Output& output)
+{
+    showComplaints(records);
+    auto const tools = records.tools();
+    if (!json)
+        output.write(tools.isEmpty() ? "\nNo maintenance records\n" : "\nMaintenance\n");
+    for (auto const& tool : tools)
+        showMaintenance(records, tool, json, output);
+}
+
+std::unique_ptr<MaintenanceRecords> openRecords(QString const& fileName)
+{
+    if (!fileName.isEmpty() && !QFileInfo::exists(fileName))
+        throw InputError(QStringLiteral("%1: there is no such file").arg(fileName));
+    QString const file = fileName.isEmpty() ? defaultRecordsFile() : fileName;
+    return QFileInfo::exists(file) ? std::make_unique<MaintenanceRecords>(file) : nullptr;
+}
+
 } // namespace
 
 int inspectCommand(InspectOptions const& options)
 {
     Output output;
     PluginLibrary library(options.plugin);
+    auto const records = openRecords(options.records);
     if (!options.markdown)
         showLibrary(library, options.json, output);
 
@@ -192,6 +216,8 @@ int inspectCommand(InspectOptions const& options)
     auto const names = tool->plugin().commandNames();
     for (auto const& name : names)
         showCommand(*tool->plugin().commandPrototype(name), options.json, output);
+    if (records)
+        showRecords(*records, options.json, output);
     output.close();
     return 0;
 }

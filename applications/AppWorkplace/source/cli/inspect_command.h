@@ -5,6 +5,7 @@
 struct InspectOptions
 {
     QString plugin;
+    QString records; ///< empty: those of the default place, if there are any
     bool json = false;
     bool markdown = false;
 };

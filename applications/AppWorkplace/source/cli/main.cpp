@@ -1,5 +1,7 @@
 #include "inspect_command.h"
+#include "maintenance_output.h"
 #include "output.h"
+#include "panel_command.h"
 #include "run_command.h"
 
 #include "json/input_error.h"
@@ -11,6 +13,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 #include <sstream>
 
 namespace
@@ -41,17 +44,29 @@ int help(CLI::App const& app, CLI::ParseError const& error)
 }
 
 /// Options arrive as bytes of the locale.
-CLI::Option* addText(CLI::App& app, std::string const& name, QString& value, std::string const& description)
+CLI::Option* addText(CLI::App& app, std::string const& name, QString& value, std::string const& description,
+                     std::string const& ifEmpty = "no file name given")
 {
     auto* const option = app.add_option_function<std::string>(
         name, [&value](std::string const& text) { value = QString::fromLocal8Bit(text.c_str()); },
         description);
     // As from a variable of the shell that is not set.
-    return option->check(
-        [](std::string const& text) { return std::string(text.empty() ? "no file name given" : ""); }, "");
+    return option->check([ifEmpty](std::string const& text) { return text.empty() ? ifEmpty : ""; }, "");
 }
 
-int run(int argc, char** argv)
+QSize toSize(std::string const& text)
+{
+    // Smaller than this nothing is readable; larger than this no screen is.
+    constexpr int smallest = 240;
+    constexpr int largest = 8192;
+    auto const sides = QString::fromStdString(text).split(QLatin1Char('x'));
+    QSize const size(sides.value(0).toInt(), sides.value(1).toInt());
+    bool const fits =
+        std::min(size.width(), size.height()) >= smallest && std::max(size.width(), size.height()) <= largest;
+    return sides.size() == 2 && fits ? size : QSize();
+}
+
+int run(int argc, char** argv, std::optional<QCoreApplication>& application)
 {
     CLI::App app("A small workstation for trying the ZRT tool plugin: real plugin, simulated controller.\n"
                  "Exit codes: 0 as asked, 1 an order failed, 2 bad usage or input.",
@@ -69,6 +84,9 @@ int run(int argc, char** argv)
         ->add_flag("--markdown", inspect.markdown,
                    "the reference of the commands, as docs/commands.md has it")
         ->excludes(inspectJson);
+    addText(*inspectVerb, "--records", inspect.records,
+            "the maintenance records; without it those that \"panel\" keeps, if there are any")
+        ->type_name("FILE");
 
     RunOptions options;
     options.plugin = defaultPlugin();
@@ -83,12 +101,49 @@ int run(int argc, char** argv)
     runVerb->add_flag("--json", options.json, "one JSON object a line, for programs");
     runVerb->add_flag("--real-time", options.realTime, "take the time that the real thing takes");
 
+    PanelOptions panel;
+    panel.plugin = defaultPlugin();
+    panel.records = defaultRecordsFile();
+    auto* const panelVerb = app.add_subcommand("panel", "Open a tool's maintenance page");
+    addText(*panelVerb, "--tool", panel.tool, "the tool's name", "no name given")
+        ->type_name("NAME")
+        ->required();
+    addText(*panelVerb, "--records", panel.records,
+            "the maintenance records, a JSON file; default " + panel.records.toStdString())
+        ->type_name("FILE");
+    addText(*panelVerb, "--screenshot", panel.screenshot, "make a picture, PNG, instead of opening a window")
+        ->type_name("FILE");
+    panelVerb
+        ->add_option_function<std::string>(
+            "--size", [&panel](std::string const& text) { panel.size = toSize(text); },
+            "of the window, 1280x800 if nothing is said")
+        ->type_name("WIDTHxHEIGHT")
+        ->check(
+            [](std::string const& text) {
+                return std::string(toSize(text).isValid() ? "" : "not a size from 240x240 to 8192x8192");
+            },
+            "");
+    panelVerb
+        ->add_option_function<std::string>(
+            "--theme",
+            [&panel](std::string const& name) {
+                panel.theme = name == "dark" ? MaintenancePanel::Theme::Dark : MaintenancePanel::Theme::Light;
+            },
+            "light or dark; without it as the desktop has it")
+        ->check(CLI::IsMember({"light", "dark"}));
+    addText(*panelVerb, "--plugin", panel.plugin, "the library, or the folder it is in")->type_name("FILE");
+    panelVerb->add_flag("--json", panel.json, "one JSON object a line, for programs");
+
     try {
         auto const verbs = app.get_subcommands(nullptr);
         auto const isAsked = [argv](CLI::App const* verb) { return verb->get_name() == argv[1]; };
         if (argc > 1 && argv[1][0] != '-' && std::none_of(verbs.cbegin(), verbs.cend(), isAsked))
             throw CLI::ParseError("unknown verb \"" + std::string(argv[1]) + '"', c_badUsage);
         app.parse(argc, argv);
+        if (*panelVerb) {
+            application.reset(); // it has none of a window
+            return panelCommand(panel, argc, argv);
+        }
         return *inspectVerb ? inspectCommand(inspect) : runCommand(options);
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() != 0)
@@ -101,12 +156,12 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    QCoreApplication const application(argc, argv);
+    std::optional<QCoreApplication> application(std::in_place, argc, argv);
     // A reader that goes away and a file that may not grow are reported like any other failure to write.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     try {
-        return run(argc, argv);
+        return run(argc, argv, application);
     } catch (CLI::ParseError const& error) {
         return complain(error.what(), "; workplace --help shows what there is");
     } catch (std::exception const& error) {

@@ -1,0 +1,133 @@
+#include "panel_command.h"
+
+#include "maintenance_output.h"
+#include "output.h"
+
+#include "host/plugin_library.h"
+#include "maintenance/gui_setup.h"
+#include "maintenance/maintenance_records.h"
+#include "maintenance/panel_application.h"
+#include "trace/event_json.h"
+#include "json/input_error.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QPalette>
+#include <QQuickItem>
+#include <QQuickItemGrabResult>
+#include <QQuickWindow>
+#include <QSaveFile>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace
+{
+
+constexpr char const* c_platform = "QT_QPA_PLATFORM";
+constexpr char const* c_hint = "; --screenshot FILE makes a picture without one";
+
+// Qt ends the program when it finds no screen; at least it shall say so as everything else is said.
+void onMessageWithoutScreen(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
+{
+    if (type != QtFatalMsg)
+        return;
+    QString const reason = text.section(QLatin1Char('\n'), 0, 0).simplified();
+    std::fprintf(stderr, "workplace: no screen to open a window on: %s%s\n", qUtf8Printable(reason), c_hint);
+    std::_Exit(2);
+}
+
+std::unique_ptr<QGuiApplication> makeApplication(bool needsScreen, int& argc, char** argv)
+{
+    bool const isChosen = qEnvironmentVariableIsSet(c_platform);
+    if (!needsScreen && !isChosen)
+        qputenv(c_platform, "offscreen");
+    if (needsScreen && !isChosen && qEnvironmentVariableIsEmpty("DISPLAY")
+        && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        throw InputError(
+            QStringLiteral("no screen to open a window on: DISPLAY is not set%1").arg(QLatin1String(c_hint)));
+    auto const former = qInstallMessageHandler(onMessageWithoutScreen);
+    auto application = std::make_unique<QGuiApplication>(argc, argv);
+    qInstallMessageHandler(former);
+    return application;
+}
+
+MaintenancePanel::Theme desktopTheme()
+{
+    return QGuiApplication::palette().color(QPalette::Window).lightness() < 128
+               ? MaintenancePanel::Theme::Dark
+               : MaintenancePanel::Theme::Light;
+}
+
+// The default place is made; in any other a folder that is not there is a slip.
+void checkFolder(QString const& records)
+{
+    QFileInfo const file(records);
+    if (records == defaultRecordsFile())
+        QDir().mkpath(file.path());
+    if (!file.dir().exists())
+        throw InputError(QStringLiteral("%1: there is no folder %2").arg(records, file.path()));
+}
+
+void saveScreenshot(QQuickWindow& window, QString const& fileName)
+{
+    // Everything has its place with the first frame.
+    auto const shown = QObject::connect(&window, &QQuickWindow::frameSwapped, qApp, &QGuiApplication::quit);
+    QGuiApplication::exec();
+    QObject::disconnect(shown);
+    // The items can be grabbed on every platform, the window's surface cannot.
+    auto const grabbed = window.contentItem()->grabToImage();
+    QObject::connect(grabbed.data(), &QQuickItemGrabResult::ready, qApp, &QGuiApplication::quit);
+    QGuiApplication::exec();
+    QSaveFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly) || !grabbed->image().save(&file, "PNG") || !file.commit())
+        throw InputError(
+            QStringLiteral("%1: the picture could not be written: %2").arg(fileName, file.errorString()));
+}
+
+void tell(Output& output, char const* kind, QString const& tool, QString const& file, bool json)
+{
+    if (json)
+        output.write(toLine({{"kind", kind}, {"tool", tool.toStdString()}, {"file", file.toStdString()}}));
+    else
+        output.write(QStringLiteral("%1: %2 %3\n").arg(onOneLine(tool), QLatin1String(kind), file).toUtf8());
+}
+
+} // namespace
+
+int panelCommand(PanelOptions const& options, int& argc, char** argv)
+{
+    bool const isPicture = !options.screenshot.isEmpty();
+    auto const application = makeApplication(!isPicture, argc, argv);
+    PluginLibrary library(options.plugin);
+    auto const& plugin = library.plugin();
+    checkFolder(options.records);
+    MaintenanceRecords records(options.records);
+    setUpGui();
+
+    Output output;
+    showComplaints(records);
+    showMaintenance(records, options.tool, options.json, output);
+
+    PanelApplication pages(records);
+    QObject::connect(&pages, &PanelApplication::saved, &pages,
+                     [&] { tell(output, "saved to", options.tool, options.records, options.json); });
+    {
+        MaintenancePanel panel(plugin, options.tool, records, pages, options.theme.value_or(desktopTheme()));
+        QQuickWindow& window = panel.window();
+        window.resize(options.size);
+        window.show();
+        if (isPicture) {
+            saveScreenshot(window, options.screenshot);
+            tell(output, "picture in", options.tool, options.screenshot, options.json);
+        } else {
+            QGuiApplication::exec();
+        }
+    }
+    if (!pages.problem().isEmpty())
+        throw InputError(pages.problem());
+    output.close();
+    return 0;
+}

@@ -1,0 +1,34 @@
+#include "gui_setup.h"
+
+#include <QCoreApplication>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QTranslator>
+
+namespace
+{
+
+// Material is made for fingers. A page of three fields needs no graphics card, and a station may have none.
+void chooseLook()
+{
+    QQuickStyle::setStyle(QStringLiteral("Material"));
+    QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
+}
+
+// Pages name their texts by ids; without a translation the ids would be shown.
+void installPageTexts()
+{
+    auto* const texts = new QTranslator(QCoreApplication::instance());
+    if (texts->load(QStringLiteral(":/applications/AppWorkplace/page_texts.qm")))
+        QCoreApplication::installTranslator(texts);
+}
+
+} // namespace
+
+void setUpGui()
+{
+    Q_INIT_RESOURCE(gui);
+    Q_INIT_RESOURCE(page_texts);
+    chooseLook();
+    installPageTexts();
+}

@@ -1,0 +1,191 @@
+#include "maintenance_records.h"
+
+#include "json/input_error.h"
+#include "json/json_input.h"
+#include "json/variant_json.h"
+
+#include <plugin_management/d_element.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QLockFile>
+#include <QSaveFile>
+
+#include <chrono>
+#include <limits>
+
+namespace
+{
+
+using Json = nlohmann::ordered_json;
+
+constexpr char const* c_tools = "tools";
+
+/// One field of a record: its key, how a file's value goes into the record, and how the record's comes out.
+struct Field
+{
+    QString key;
+    QVariant::Type type;
+    void (*fromFile)(DElement& record, JsonInput const& value);
+    void (*set)(DElement& record, QVariant const& value);
+    QVariant (*get)(DElement const& record);
+};
+
+// Null is a text of its own: the validity that is not set.
+QVariant textOrNull(QString const& text)
+{
+    return text.isNull() ? QVariant() : QVariant(text);
+}
+
+QList<Field> const& fields()
+{
+    static QList<Field> const list{
+        {QStringLiteral("serialNumber"), QVariant::String,
+         [](DElement& record, JsonInput const& value) { record.setSerialNumber(value.toText()); },
+         [](DElement& record, QVariant const& value) { record.setSerialNumber(value.toString()); },
+         [](DElement const& record) { return QVariant(record.serialNumber()); }},
+        {QStringLiteral("validityDate"), QVariant::String,
+         [](DElement& record, JsonInput const& value) {
+             if (value.toVariant().isValid())
+                 record.setValidityDate(value.toText());
+         },
+         [](DElement& record, QVariant const& value) {
+             // A script does not know a null text; what the page has put into the record does.
+             if (record.validityDate() != value.toString())
+                 record.setValidityDate(value.toString());
+         },
+         [](DElement const& record) { return textOrNull(record.validityDate()); }},
+        {QStringLiteral("alertBeforeExpiration"), QVariant::Int,
+         [](DElement& record, JsonInput const& value) {
+             record.setStbExpiredDelay(static_cast<int>(value.toInteger(0, std::numeric_limits<int>::max())));
+         },
+         [](DElement& record, QVariant const& value) { record.setStbExpiredDelay(value.toInt()); },
+         [](DElement const& record) { return QVariant(record.stbExpiredDelay()); }},
+    };
+    return list;
+}
+
+QStringList fieldKeys()
+{
+    QStringList keys;
+    for (auto const& field : fields())
+        keys += field.key;
+    return keys;
+}
+
+Field const* findField(QString const& key)
+{
+    for (auto const& field : fields()) {
+        if (field.key == key)
+            return &field;
+    }
+    return nullptr;
+}
+
+// The file as it is now, with whatever else somebody wrote into it.
+Json contentOf(QString const& fileName)
+{
+    if (!QFileInfo::exists(fileName))
+        return {{c_tools, Json::object()}};
+    // Has the better complaints, and the bounds.
+    JsonInput::fromFile(fileName).at(QLatin1String(c_tools)).keys();
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        throw InputError(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
+    return Json::parse(file.readAll().toStdString());
+}
+
+} // namespace
+
+MaintenanceRecords::MaintenanceRecords(QString const& fileName) : m_fileName(fileName)
+{
+    if (!QFileInfo::exists(fileName))
+        return;
+    auto const root = JsonInput::fromFile(fileName);
+    root.allowKeys({QLatin1String(c_tools)});
+    auto const tools = root.at(QLatin1String(c_tools));
+    auto const names = tools.keys();
+    for (auto const& name : names)
+        read(name, tools.at(name));
+}
+
+void MaintenanceRecords::read(QString const& tool, JsonInput const& input)
+{
+    auto const record = QSharedPointer<DElement>::create();
+    m_records.insert(tool, record);
+    auto const attempt = [this](auto const& action) {
+        try {
+            action();
+        } catch (InputError const& error) {
+            m_complaints += error.message();
+        }
+    };
+    attempt([&input] { input.allowKeys(fieldKeys()); });
+    for (auto const& field : fields()) {
+        attempt([&] {
+            if (input.has(field.key))
+                field.fromFile(*record, input.at(field.key));
+        });
+    }
+}
+
+QSharedPointer<DElement> MaintenanceRecords::record(QString const& tool)
+{
+    auto& record = m_records[tool];
+    if (!record)
+        record = QSharedPointer<DElement>::create();
+    return record;
+}
+
+void MaintenanceRecords::edit(QString const& tool, QVariantMap const& parameters)
+{
+    for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
+        Field const* const field = findField(it.key());
+        if (!field)
+            throw InputError(QStringLiteral("maintenance of \"%1\": unknown parameter \"%2\"")
+                                 .arg(shown(tool), shown(it.key())));
+        if (it.value().type() != field->type)
+            throw InputError(QStringLiteral("maintenance of \"%1\": \"%2\" must be a %3, not a %4")
+                                 .arg(shown(tool), it.key(), QLatin1String(QVariant::typeToName(field->type)),
+                                      QLatin1String(it.value().typeName())));
+    }
+    auto const element = record(tool);
+    for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
+        findField(it.key())->set(*element, it.value());
+        m_edited[tool].insert(it.key());
+    }
+}
+
+bool MaintenanceRecords::save()
+{
+    if (m_edited.isEmpty())
+        return false;
+    auto const fail = [this](QString const& why) {
+        throw InputError(QStringLiteral("%1: the records could not be saved: %2").arg(m_fileName, why));
+    };
+    // Two programs that save at the same time must not undo each other's edits.
+    QLockFile lock(m_fileName + QStringLiteral(".lock"));
+    constexpr std::chrono::milliseconds patience(3000);
+    if (!lock.tryLock(static_cast<int>(patience.count())))
+        fail(lock.error() == QLockFile::LockFailedError
+                 ? QStringLiteral("another program is writing them")
+                 : QStringLiteral("%1.lock cannot be written").arg(m_fileName));
+
+    Json root = contentOf(m_fileName);
+    for (auto it = m_edited.cbegin(); it != m_edited.cend(); ++it) {
+        Json& tool = root[c_tools][it.key().toStdString()];
+        if (!tool.is_null() && !tool.is_object())
+            fail(QStringLiteral("there, \"%1\" is no record").arg(shown(it.key())));
+        for (auto const& field : fields()) {
+            if (it.value().contains(field.key))
+                tool[field.key.toStdString()] = toJson(field.get(*m_records.value(it.key())));
+        }
+    }
+
+    QSaveFile file(m_fileName);
+    QByteArray const text = QByteArray::fromStdString(root.dump(4)) + '\n';
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit())
+        fail(file.errorString());
+    m_edited.clear();
+    return true;
+}
