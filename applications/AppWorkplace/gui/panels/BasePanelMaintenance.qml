@@ -44,6 +44,7 @@ Control {
     }
 
     Timer {
+        objectName: "updates"
         interval: 1000
         repeat: true
         running: root.visible && root.connected

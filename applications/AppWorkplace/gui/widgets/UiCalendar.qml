@@ -145,6 +145,7 @@ FocusScope {
             text: modelData.text
             font.pixelSize: 20
             focusPolicy: Qt.NoFocus
+            objectName: modelData.name
             Accessible.name: modelData.name
             onClicked: root.moveMonths(modelData.months)
         }

@@ -2,7 +2,7 @@ import QtQuick 2.15
 import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
-// A number with a title, to step up and down. All numbers are whole: they count units of the last decimal, so that
+// A number with a title, to step up and down, its look fixed once it is made. All numbers are whole: they count units of the last decimal, so that
 // with two decimals 150 is shown as 1.50. A binding of `value` outlives the operator's steps.
 ColumnLayout {
     id: root
@@ -37,18 +37,13 @@ ColumnLayout {
         validator: null
         Accessible.name: root.title
 
-        // A function for each look, so that the text follows a change of it.
-        textFromValue: {
-            const decimals = root.decimals
-            const ending = box.ending
-            return function(value, locale) {
-                return (value * Math.pow(10, -decimals)).toLocaleString(locale, "f", decimals) + ending
-            }
+        textFromValue: function(value, locale) {
+            return (value * unit).toLocaleString(locale, "f", root.decimals) + ending
         }
         valueFromText: function(text, locale) {
-            const number = text.endsWith(ending) ? text.slice(0, text.length - ending.length) : text
+            const number = (text.endsWith(ending) ? text.slice(0, text.length - ending.length) : text).trim()
             try {
-                return Math.round(Number.fromLocaleString(locale, number.trim()) / unit)
+                return number === "" ? value : Math.round(Number.fromLocaleString(locale, number) / unit)
             } catch (error) {
                 return value
             }

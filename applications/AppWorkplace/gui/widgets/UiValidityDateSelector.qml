@@ -79,6 +79,7 @@ ColumnLayout {
 
             UiCalendar {
                 id: calendar
+                objectName: "calendar"
                 Layout.fillWidth: true
                 Layout.fillHeight: true
                 selected: root.day

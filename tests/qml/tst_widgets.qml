@@ -1,0 +1,336 @@
+import QtQuick 2.15
+import QtQuick.Window 2.15
+import QtTest 1.15
+import "qrc:/applications/AppWorkplace/gui/panels"
+import "qrc:/applications/AppWorkplace/gui/widgets"
+import "qrc:/applications/AppWorkplace/gui/widgets/days.js" as Days
+
+// The components that the workplace lends to maintenance pages, one by one.
+Item {
+    id: screen
+    width: 640
+    height: 480
+
+    Component {
+        id: textField
+        UiTextField {}
+    }
+    Component {
+        id: spinBox
+        UiSpinBox {}
+    }
+    Component {
+        id: calendar
+        UiCalendar { width: 400; height: 400 }
+    }
+    Component {
+        id: selector
+        UiValidityDateSelector {}
+    }
+    Component {
+        id: panel
+        BasePanelMaintenance {}
+    }
+    Component {
+        id: content
+        Item { implicitHeight: 100; implicitWidth: 200 }
+    }
+    SignalSpy {
+        id: spy
+    }
+
+    TestCase {
+        name: "Widgets"
+        when: windowShown
+
+        function init() {
+            bench.watchMessages()
+        }
+        function cleanup() {
+            compare(bench.takeWarnings(), [])
+        }
+
+        function make(component, properties) {
+            const item = createTemporaryObject(component, screen, Object.assign({width: 400}, properties))
+            verify(waitForRendering(item))
+            return item
+        }
+        function listen(item, signalName) {
+            spy.target = item
+            spy.signalName = signalName
+            spy.clear()
+        }
+        function inner(item, kind) {
+            for (const child of Array.from(item.children)) {
+                const found = bench.className(child).startsWith(kind) ? child : inner(child, kind)
+                if (found)
+                    return found
+            }
+            return null
+        }
+        function heard() {
+            return Array.from(spy.signalArguments).map(list => Array.from(list))
+        }
+
+        function test_textField() {
+            const item = make(textField, {title: "Name", text: "a"})
+            const field = inner(item, "TextField")
+            compare(field.Accessible.name, "Name")
+            listen(item, "sigTextChanged")
+            item.text = "set by somebody else"
+            compare(spy.count, 0)
+            mouseClick(field)
+            keyClick(Qt.Key_A, Qt.ControlModifier)
+            keyClick("x")
+            keyClick("Y", Qt.ShiftModifier)
+            compare(heard(), [["x"], ["xY"]])
+            compare(item.text, "xY")
+        }
+
+        function test_textFieldAlignment() {
+            const item = make(textField, {horizontalAlignment: Text.AlignRight, verticalAlignment: Text.AlignBottom})
+            const field = inner(item, "TextField")
+            compare(field.horizontalAlignment, Text.AlignRight)
+            compare(field.verticalAlignment, Text.AlignBottom)
+        }
+
+        function test_spinBoxText_data() {
+            return [
+                {tag: "plain", properties: {value: 7}, text: "7"},
+                {tag: "nothing", properties: {suffix: "days"}, text: "0 days"},
+                {tag: "suffix", properties: {value: 7, suffix: "days"}, text: "7 days"},
+                {tag: "decimals", properties: {value: 150, to: 1000, decimals: 2}, text: "1.50"},
+                {tag: "both", properties: {value: -5, from: -10, decimals: 1, suffix: "Nm"}, text: "-0.5 Nm"}
+            ]
+        }
+        function test_spinBoxText(data) {
+            const box = inner(make(spinBox, data.properties), "SpinBox")
+            compare(box.displayText, data.text)
+        }
+
+        function test_spinBoxSteps() {
+            const item = make(spinBox, {title: "Torque", value: 100, from: 0, to: 110, stepSize: 5, decimals: 2})
+            const box = inner(item, "SpinBox")
+            compare(box.Accessible.name, "Torque")
+            listen(item, "valueModified")
+            mouseClick(box.up.indicator)
+            compare(item.value, 105)
+            box.forceActiveFocus()
+            keyClick(Qt.Key_Up)
+            keyClick(Qt.Key_Up)
+            compare(item.value, 110)
+            compare(spy.count, 2)
+            item.value = 3
+            compare(spy.count, 2)
+        }
+
+        function test_spinBoxTyping_data() {
+            return [
+                {tag: "number", typed: "12.5", value: 1250},
+                {tag: "number and suffix", typed: "12.5 Nm", value: 1250},
+                {tag: "beyond", typed: "99999", value: 2000},
+                {tag: "no number", typed: "abc", value: 100},
+                {tag: "nothing", typed: "", value: 100}
+            ]
+        }
+        function test_spinBoxTyping(data) {
+            const item = make(spinBox, {value: 100, to: 2000, decimals: 2, suffix: "Nm", editable: true})
+            const box = inner(item, "SpinBox")
+            mouseClick(box.contentItem)
+            keyClick(Qt.Key_A, Qt.ControlModifier)
+            keyClick(Qt.Key_Delete)
+            for (const letter of data.typed)
+                keyClick(letter)
+            keyClick(Qt.Key_Return)
+            compare(item.value, data.value)
+        }
+
+        function test_calendarKeys_data() {
+            return [
+                {tag: "left", keys: [[Qt.Key_Left, 0]], day: "2027-02-28"},
+                {tag: "right", keys: [[Qt.Key_Right, 0]], day: "2027-03-02"},
+                {tag: "up", keys: [[Qt.Key_Up, 0]], day: "2027-02-22"},
+                {tag: "down", keys: [[Qt.Key_Down, 0]], day: "2027-03-08"},
+                {tag: "page up", keys: [[Qt.Key_PageUp, 0]], day: "2027-02-01"},
+                {tag: "page down", keys: [[Qt.Key_PageDown, 0]], day: "2027-04-01"},
+                {tag: "year back", keys: [[Qt.Key_PageUp, Qt.ShiftModifier]], day: "2026-03-01"},
+                {tag: "year on", keys: [[Qt.Key_PageDown, Qt.ShiftModifier]], day: "2028-03-01"},
+                {tag: "end", keys: [[Qt.Key_End, 0]], day: "2027-03-31"},
+                {tag: "home", keys: [[Qt.Key_End, 0], [Qt.Key_Home, 0]], day: "2027-03-01"},
+                {tag: "to a shorter month", keys: [[Qt.Key_End, 0], [Qt.Key_PageUp, 0]], day: "2027-02-28"},
+                {tag: "to a leap day", keys: [[Qt.Key_PageDown, Qt.ShiftModifier], [Qt.Key_Left, 0]], day: "2028-02-29"}
+            ]
+        }
+        function test_calendarKeys(data) {
+            const item = make(calendar, {current: Days.noon(2027, 2, 1)})
+            item.forceActiveFocus()
+            listen(item, "picked")
+            for (const [key, modifier] of data.keys)
+                keyClick(key, modifier)
+            compare(spy.count, 0)
+            keyClick(Qt.Key_Return)
+            compare(heard().map(([day]) => bench.isoDate(day)), [data.day])
+        }
+
+        function test_calendarLimits_data() {
+            return [
+                {tag: "first day", at: [1, 0, 1], key: Qt.Key_Left, stays: "0001-01-01"},
+                {tag: "first month", at: [1, 0, 20], key: Qt.Key_PageUp, stays: "0001-01-20"},
+                {tag: "last day", at: [9999, 11, 31], key: Qt.Key_Right, stays: "9999-12-31"},
+                {tag: "last month", at: [9999, 11, 1], key: Qt.Key_PageDown, stays: "9999-12-01"}
+            ]
+        }
+        function test_calendarLimits(data) {
+            const item = make(calendar, {current: Days.noon(...data.at)})
+            item.forceActiveFocus()
+            keyClick(data.key)
+            compare(bench.isoDate(item.current), data.stays)
+        }
+
+        function test_calendarMouse() {
+            const item = make(calendar, {current: Days.noon(2028, 1, 10)})
+            listen(item, "picked")
+            mouseClick(findChild(item, "day29"))
+            compare(heard().map(([day]) => bench.isoDate(day)), ["2028-02-29"])
+        }
+
+        function test_calendarButtons_data() {
+            return [
+                {tag: "year back", name: "previous year", day: "2026-03-31"},
+                {tag: "month back", name: "previous month", day: "2027-02-28"},
+                {tag: "month on", name: "next month", day: "2027-04-30"},
+                {tag: "year on", name: "next year", day: "2028-03-31"}
+            ]
+        }
+        function test_calendarButtons(data) {
+            const item = make(calendar, {current: Days.noon(2027, 2, 31)})
+            mouseClick(findChild(item, data.name))
+            compare(bench.isoDate(item.current), data.day)
+        }
+
+        // Each month stands under the right names of days, whole, with its neighbours around it.
+        function test_calendarMonths_data() {
+            return [
+                {tag: "begins with the week", month: [2027, 1]},
+                {tag: "ends with the week", month: [2027, 0]},
+                {tag: "leap", month: [2028, 1]},
+                {tag: "before 1970", month: [1969, 11]},
+                {tag: "year 99", month: [99, 5]}
+            ]
+        }
+        function test_calendarMonths(data) {
+            const [year, month] = data.month
+            const item = make(calendar, {current: Days.noon(year, month, 15)})
+            const days = Days.noon(year, month + 1, 0).getDate()
+            const firstDayOfWeek = Qt.locale().firstDayOfWeek
+            for (let day = 1; day <= days; ++day) {
+                const cell = findChild(item, "day" + day)
+                compare(bench.isoDate(cell.day), bench.isoDate(Days.noon(year, month, day)))
+                const column = (cell.day.getDay() - firstDayOfWeek + 7) % 7
+                compare(Math.round(cell.x / (item.width / 7)), column)
+            }
+            verify(!findChild(item, "day" + (days + 1)))
+        }
+
+        function test_selectorText_data() {
+            return [
+                {tag: "permanent", date: "", text: "permanent"},
+                {tag: "a day", date: "2027-03-01", text: Days.noon(2027, 2, 1).toLocaleDateString(Qt.locale(), Locale.LongFormat)},
+                {tag: "no such day", date: "2027-02-29", text: "2027-02-29"},
+                {tag: "no such month", date: "2027-13-01", text: "2027-13-01"},
+                {tag: "another way to write it", date: "01.03.2027", text: "01.03.2027"},
+                {tag: "year 0", date: "0000-01-01", text: "0000-01-01"},
+                {tag: "rich text", date: "<b>soon</b>", text: "<b>soon</b>"}
+            ]
+        }
+        function test_selectorText(data) {
+            const item = make(selector, {title: "Until", date: data.date})
+            const button = inner(item, "UiButton")
+            compare(button.text, data.text)
+            compare(button.Accessible.name, "Until: " + data.text)
+        }
+
+        function open(item) {
+            mouseClick(inner(item, "UiButton"))
+            const opened = findChild(screen.Window.contentItem, "calendar")
+            tryCompare(opened, "activeFocus", true)
+            return opened
+        }
+
+        function test_selectorOpensAtItsDay() {
+            compare(bench.isoDate(open(make(selector, {date: "2031-05-06"})).current), "2031-05-06")
+        }
+
+        function test_selectorOpensToday_data() {
+            return [{tag: "permanent", date: ""}, {tag: "no day", date: "soon"}]
+        }
+        function test_selectorOpensToday(data) {
+            const before = bench.isoDate(new Date())
+            const shown = bench.isoDate(open(make(selector, {date: data.date})).current)
+            verify(shown === before || shown === bench.isoDate(new Date()))
+        }
+
+        function test_selectorKeyboard() {
+            const item = make(selector, {date: "2027-03-01"})
+            listen(item, "selectionDone")
+            const button = inner(item, "UiButton")
+            button.forceActiveFocus()
+            keyClick(Qt.Key_Space)
+            tryCompare(findChild(screen.Window.contentItem, "calendar"), "activeFocus", true)
+            keyClick(Qt.Key_Right)
+            keyClick(Qt.Key_Return)
+            compare(heard().map(([day, permanent]) => [bench.isoDate(day), permanent]), [["2027-03-02", false]])
+            tryCompare(button, "activeFocus", true)
+        }
+
+        function test_selectorPermanentByKeyboard() {
+            const item = make(selector, {date: "2027-03-01"})
+            listen(item, "selectionDone")
+            open(item)
+            keyClick(Qt.Key_Tab)
+            keyClick(Qt.Key_Return)
+            compare(spy.count, 1)
+            compare(heard()[0][1], true)
+        }
+
+        function test_selectorCancel_data() {
+            return [{tag: "button"}, {tag: "escape"}, {tag: "outside"}]
+        }
+        function test_selectorCancel(data) {
+            const item = make(selector, {date: "2027-03-01"})
+            listen(item, "selectionDone")
+            const opened = open(item)
+            if (data.tag === "button")
+                mouseClick(findChild(screen.Window.contentItem, "cancel"))
+            else if (data.tag === "escape")
+                keyClick(Qt.Key_Escape)
+            else
+                mouseClick(screen, 2, 2)
+            tryCompare(inner(item, "UiButton"), "activeFocus", true)
+            verify(!opened.visible)
+            compare(spy.count, 0)
+        }
+
+        function test_panelAsksForUpdates() {
+            const item = make(panel, {connected: false})
+            const updates = findChild(item, "updates")
+            verify(!updates.running)
+            item.connected = true
+            compare(updates.interval, 1000)
+            listen(item, "updateData")
+            spy.wait(30000)
+            item.visible = false
+            verify(!updates.running)
+        }
+
+        function test_panelShowsContent() {
+            const item = make(panel, {spacing: 10})
+            const inside = content.createObject(item)
+            item.contentItem = inside
+            compare(inside.parent, item)
+            tryCompare(inside, "width", 400)
+            verify(inside.y > 0)
+            compare(item.implicitHeight, inside.y + 100)
+        }
+    }
+}

@@ -1,0 +1,351 @@
+#include "scratch_folder.h"
+
+#include "host/plugin_library.h"
+#include "maintenance/gui_setup.h"
+#include "maintenance/maintenance_panel.h"
+#include "maintenance/maintenance_records.h"
+#include "maintenance/panel_application.h"
+
+#include <plugin_management/d_abstract_plugin.h>
+#include <plugin_management/d_element.h>
+
+#include <QDir>
+#include <QFile>
+#include <QGuiApplication>
+#include <QProcess>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QStyleHints>
+#include <QTest>
+
+#include <optional>
+
+/// The maintenance page in its window, used by mouse and keyboard on a screen of X11.
+class TestPanelWindow : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+
+    void editCloseReopen();
+    void calendarByMouse();
+    void closeWithoutEdits();
+    void failedSave();
+    void discard();
+    void twoPanels();
+    void smallScreen();
+
+private:
+    /// A workstation with the window of one tool on the screen.
+    struct Station
+    {
+        Station(DAbstractPlugin const& plugin, QString const& file, QString const& tool,
+                MaintenancePanel::Theme theme = MaintenancePanel::Theme::Light)
+            : records(file)
+            , application(records)
+            , panel(std::in_place, plugin, tool, records, application, theme)
+        {
+            panel->window().resize(800, 600);
+            panel->window().show();
+        }
+        MaintenanceRecords records;
+        PanelApplication application;
+        std::optional<MaintenancePanel> panel;
+    };
+
+    QQuickWindow& window() const { return m_station->panel->window(); }
+    QQuickItem* find(QString const& suffix, char const* kind) const;
+    void type(QStringList const& keys);
+    void click(QQuickItem* item);
+    void close();
+    void picture(char const* name) const;
+    void openStation(QString const& tool, MaintenancePanel::Theme theme = MaintenancePanel::Theme::Light);
+
+    std::optional<PluginLibrary> m_library;
+    std::optional<ScratchFolder> m_folder;
+    QString m_file;
+    std::optional<Station> m_station;
+};
+
+namespace
+{
+
+QByteArray const c_records = R"({"tools": {
+    "left bench": {"serialNumber": "ZRT-0042", "validityDate": "2027-03-01", "alertBeforeExpiration": 14},
+    "right bench": {"serialNumber": "ZRT-0043", "validityDate": "", "alertBeforeExpiration": 7}}})";
+
+QString const c_serialNumber = QStringLiteral(".idValueSetSerialNumber");
+QString const c_validity = QStringLiteral(".idValueSetValidityDate");
+QString const c_alert = QStringLiteral(".idExpirationInDays");
+
+template <class Condition> QQuickItem* offspringWhere(QQuickItem* item, Condition const& condition)
+{
+    auto const children = item->childItems();
+    for (auto* const child : children) {
+        if (condition(child))
+            return child;
+        if (auto* const found = offspringWhere(child, condition))
+            return found;
+    }
+    return nullptr;
+}
+
+QQuickItem* offspring(QQuickItem* item, char const* kind)
+{
+    return offspringWhere(item, [kind](QQuickItem* child) {
+        return QByteArray(child->metaObject()->className()).startsWith(kind);
+    });
+}
+
+/// What is on the screen under a name.
+QQuickItem* named(QQuickWindow& window, char const* name)
+{
+    return offspringWhere(window.contentItem(), [name](QQuickItem* child) {
+        return child->isVisible() && child->objectName() == QLatin1String(name);
+    });
+}
+
+// There is no window manager that would do it.
+void activate(QQuickWindow& window)
+{
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    window.requestActivate();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+}
+
+void xdotool(QStringList const& arguments)
+{
+    QCOMPARE(QProcess::execute(QStringLiteral(XDOTOOL_PROGRAM), arguments), 0);
+}
+
+} // namespace
+
+void TestPanelWindow::initTestCase()
+{
+    setUpGui();
+    // Two clicks of ours are two clicks, however quick.
+    QGuiApplication::styleHints()->setMouseDoubleClickInterval(0);
+    m_library.emplace(QStringLiteral(ZRT_PLUGIN_FILE));
+    m_library->plugin();
+    QVERIFY(QDir().mkpath(QStringLiteral(PICTURES_DIR)));
+}
+
+void TestPanelWindow::cleanup()
+{
+    m_station.reset();
+    m_folder.reset();
+}
+
+void TestPanelWindow::openStation(QString const& tool, MaintenancePanel::Theme theme)
+{
+    if (!m_folder) {
+        m_folder.emplace();
+        m_file = m_folder->write(QStringLiteral("records.json"), c_records);
+    }
+    m_station.reset();
+    m_station.emplace(m_library->plugin(), m_file, tool, theme);
+    activate(window());
+}
+
+QQuickItem* TestPanelWindow::find(QString const& suffix, char const* kind) const
+{
+    auto* const part = m_station->panel->page()->findChild<QQuickItem*>(
+        QStringLiteral("maintenance_panel_tool_zrt.idColumn") + suffix);
+    return offspring(part, kind);
+}
+
+void TestPanelWindow::click(QQuickItem* item)
+{
+    QVERIFY(item);
+    // Where it is once everything has found its place.
+    QSignalSpy frames(item->window(), &QQuickWindow::frameSwapped);
+    item->window()->update();
+    QVERIFY(frames.wait(30000));
+    QPoint const center = item->window()->mapToGlobal(
+        item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
+    xdotool({QStringLiteral("mousemove"), QString::number(center.x()), QString::number(center.y()),
+             QStringLiteral("click"), QStringLiteral("1")});
+    // Follows in the X server's queue; when it has arrived, so has the click.
+    QTest::qWait(50);
+}
+
+void TestPanelWindow::type(QStringList const& keys)
+{
+    xdotool(QStringList{QStringLiteral("key")} + keys);
+    QTest::qWait(50);
+}
+
+void TestPanelWindow::close()
+{
+    click(named(window(), "close"));
+}
+
+void TestPanelWindow::picture(char const* name) const
+{
+    QImage const image = window().grabWindow();
+    QVERIFY(image.save(QStringLiteral(PICTURES_DIR "/%1.png").arg(QLatin1String(name))));
+}
+
+void TestPanelWindow::editCloseReopen()
+{
+    openStation(QStringLiteral("left bench"));
+    picture("light");
+
+    click(find(c_serialNumber, "TextField"));
+    type({QStringLiteral("ctrl+a"), QStringLiteral("Z"), QStringLiteral("minus"), QStringLiteral("8")});
+    QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->serialNumber(),
+                 QStringLiteral("Z-8"));
+
+    click(find(c_validity, "UiButton"));
+    QTRY_VERIFY(named(window(), "calendar") && named(window(), "calendar")->hasActiveFocus());
+    picture("calendar");
+    type({QStringLiteral("Next"), QStringLiteral("Right"), QStringLiteral("Return")});
+    QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->validityDate(),
+                 QStringLiteral("2027-04-02"));
+
+    QTRY_VERIFY(find(c_validity, "UiButton")->hasActiveFocus());
+    type({QStringLiteral("Tab"), QStringLiteral("Up")});
+    QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->stbExpiredDelay(), 21);
+    click(find(c_alert, "SpinBox")
+              ->property("up")
+              .value<QObject*>()
+              ->property("indicator")
+              .value<QQuickItem*>());
+    QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->stbExpiredDelay(), 28);
+
+    QCOMPARE(contentOf(m_file), c_records);
+    close();
+    QTRY_VERIFY(!window().isVisible());
+    QVERIFY(!m_station->panel->page());
+    QCOMPARE(m_folder->names(), QStringList{QStringLiteral("records.json")});
+
+    openStation(QStringLiteral("left bench"), MaintenancePanel::Theme::Dark);
+    picture("dark");
+    QCOMPARE(find(c_serialNumber, "TextField")->property("text").toString(), QStringLiteral("Z-8"));
+    QCOMPARE(find(c_validity, "UiButton")->property("text").toString(),
+             QLocale().toString(QDate(2027, 4, 2), QLocale::LongFormat));
+    QCOMPARE(find(c_alert, "SpinBox")->property("displayText").toString(), QStringLiteral("28 days"));
+    auto const other = m_station->records.record(QStringLiteral("right bench"));
+    QCOMPARE(other->serialNumber(), QStringLiteral("ZRT-0043"));
+    QVERIFY(!other->validityDate().isNull());
+    QCOMPARE(other->stbExpiredDelay(), 7);
+}
+
+void TestPanelWindow::calendarByMouse()
+{
+    openStation(QStringLiteral("left bench"));
+    click(find(c_validity, "UiButton"));
+    QTRY_VERIFY(named(window(), "calendar") && named(window(), "calendar")->hasActiveFocus());
+    click(named(window(), "next month"));
+    click(named(window(), "day30"));
+    QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->validityDate(),
+                 QStringLiteral("2027-04-30"));
+}
+
+void TestPanelWindow::closeWithoutEdits()
+{
+    openStation(QStringLiteral("left bench"));
+    close();
+    QTRY_VERIFY(!window().isVisible());
+    QCOMPARE(contentOf(m_file), c_records);
+}
+
+void TestPanelWindow::failedSave()
+{
+    openStation(QStringLiteral("left bench"));
+    QVERIFY(m_station->panel->problem().isEmpty());
+    click(find(c_serialNumber, "TextField"));
+    type({QStringLiteral("End"), QStringLiteral("x")});
+    QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->serialNumber(),
+                 QStringLiteral("ZRT-0042x"));
+
+    // Somebody breaks the file meanwhile: it must not be written over.
+    QByteArray const broken("{\"tools\": ");
+    m_folder->write(QStringLiteral("records.json"), broken);
+    close();
+    QTRY_VERIFY(m_station->panel->mayDiscard());
+    QVERIFY(window().isVisible());
+    QVERIFY2(m_station->panel->problem().contains(m_file), qPrintable(m_station->panel->problem()));
+    QCOMPARE(contentOf(m_file), broken);
+    // The page is back, with what was edited.
+    QCOMPARE(find(c_serialNumber, "TextField")->property("text").toString(), QStringLiteral("ZRT-0042x"));
+    picture("problem");
+
+    // And mends it.
+    m_folder->write(QStringLiteral("records.json"), c_records);
+    close();
+    QTRY_VERIFY(!window().isVisible());
+    QCOMPARE(MaintenanceRecords(m_file).record(QStringLiteral("left bench"))->serialNumber(),
+             QStringLiteral("ZRT-0042x"));
+}
+
+void TestPanelWindow::discard()
+{
+    openStation(QStringLiteral("left bench"));
+    click(find(c_serialNumber, "TextField"));
+    type({QStringLiteral("End"), QStringLiteral("x")});
+    QTRY_VERIFY(m_station->application.isConfigChanged());
+    QVERIFY(QFile::remove(m_file) && QDir().mkdir(m_file));
+    close();
+    QTRY_VERIFY(m_station->panel->mayDiscard());
+    QVERIFY(QDir().rmdir(m_file));
+    m_folder->write(QStringLiteral("records.json"), c_records);
+
+    click(named(window(), "discard"));
+    QTRY_VERIFY(!window().isVisible());
+    m_station.reset();
+    QCOMPARE(contentOf(m_file), c_records);
+}
+
+void TestPanelWindow::twoPanels()
+{
+    openStation(QStringLiteral("left bench"));
+    MaintenancePanel second(m_library->plugin(), QStringLiteral("left bench"), m_station->records,
+                            m_station->application, MaintenancePanel::Theme::Light);
+    click(find(c_serialNumber, "TextField"));
+    type({QStringLiteral("End"), QStringLiteral("1")});
+    QTRY_VERIFY(m_station->application.isConfigChanged());
+    second.window().setPosition(0, 0);
+    second.window().resize(800, 600);
+    second.window().show();
+    activate(second.window());
+    auto* const column = second.page()->findChild<QQuickItem*>(
+        QStringLiteral("maintenance_panel_tool_zrt.idColumn") + c_alert);
+    auto* const box = offspring(column, "SpinBox");
+    box->forceActiveFocus();
+    type({QStringLiteral("Down")});
+    QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->stbExpiredDelay(), 7);
+
+    // Each saves what was edited on it; neither undoes the other's.
+    QVERIFY(second.close());
+    second.window().hide();
+    QVERIFY(m_station->panel->close());
+    MaintenanceRecords saved(m_file);
+    QCOMPARE(saved.record(QStringLiteral("left bench"))->serialNumber(), QStringLiteral("ZRT-00421"));
+    QCOMPARE(saved.record(QStringLiteral("left bench"))->stbExpiredDelay(), 7);
+}
+
+void TestPanelWindow::smallScreen()
+{
+    openStation(QStringLiteral("left bench"));
+    window().resize(480, 272);
+    // The keyboard reaches what does not fit, and brings it into view.
+    auto* const box = find(c_alert, "SpinBox");
+    for (int i = 0; i < 10 && !box->hasActiveFocus(); ++i)
+        type({QStringLiteral("Tab")});
+    QVERIFY(box->hasActiveFocus());
+    QTRY_VERIFY(box->mapToScene(QPointF(0, box->height())).y() <= window().height());
+    QVERIFY(box->mapToScene(QPointF(0, 0)).y() >= 0);
+    picture("small");
+    click(find(c_validity, "UiButton"));
+    QTRY_VERIFY(named(window(), "calendar") && named(window(), "calendar")->hasActiveFocus());
+    auto* const cancel = named(window(), "cancel");
+    QVERIFY(cancel->mapToScene(QPointF(0, cancel->height())).y() <= window().height());
+    picture("small_calendar");
+}
+
+QTEST_MAIN(TestPanelWindow)
+#include "tst_panel_window.moc"
