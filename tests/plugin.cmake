@@ -6,6 +6,11 @@ function(add_zrt_plugin_test name)
     add_dependencies(tst_${name} p_tool_vesk_zrt)
 endfunction()
 
+# Tests of the exported classes link against the library and use them as a host's own code would.
+function(add_zrt_class_test name)
+    add_zrt_test(${name} LIBRARIES p_tool_vesk_zrt Qt5::Qml)
+endfunction()
+
 # A translation as a host installs one.
 find_package(Qt5 5.15 REQUIRED COMPONENTS LinguistTools)
 qt5_add_translation(preset_info_translation data/preset_info_de.ts OPTIONS -idbased)
@@ -26,3 +31,5 @@ add_zrt_plugin_test(plugin_traces NM_PROGRAM="${CMAKE_NM}")
 add_zrt_plugin_test(tool_plugin)
 find_package(Qt5 5.15 REQUIRED COMPONENTS Qml)
 target_link_libraries(tst_tool_plugin PRIVATE Qt5::Qml)
+
+add_zrt_class_test(tool_channel)
