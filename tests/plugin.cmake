@@ -33,4 +33,5 @@ find_package(Qt5 5.15 REQUIRED COMPONENTS Qml)
 target_link_libraries(tst_tool_plugin PRIVATE Qt5::Qml)
 
 add_zrt_class_test(channel_list_model)
+add_zrt_class_test(maintenance_backend)
 add_zrt_class_test(tool_channel)
