@@ -12,13 +12,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLibrary>
-#include <QMap>
 #include <QPointer>
 #include <QProcess>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QRegularExpression>
 #include <QResource>
+#include <QtEndian>
 #include <QtTest>
 
 #include <memory>
@@ -137,20 +137,23 @@ QStringList filesSetUpAtLoad()
             fileAt.insert(columns.value(1).toULongLong(nullptr, 16), file);
     }
 
-    // The table of these functions is filled in by the dynamic linker.
-    auto const table = sectionOf(QStringLiteral(".init_array"));
-    QMap<quint64, QString> setUp;
+    // The table of these functions is filled in by the dynamic linker, or stands ready in the file.
+    QHash<quint64, quint64> filledIn;
     auto const relocations = readelf("--relocs");
     for (auto const& line : relocations) {
         auto const columns = line.simplified().split(QLatin1Char(' '));
-        quint64 const place = columns.value(0).toULongLong(nullptr, 16);
-        if (place < table.address || place >= table.address + quint64(table.size))
-            continue;
-        quint64 const function = columns.last().toULongLong(nullptr, 16);
-        if (fileAt.contains(function))
-            setUp.insert(place, fileAt.value(function));
+        filledIn.insert(columns.first().toULongLong(nullptr, 16), columns.last().toULongLong(nullptr, 16));
     }
-    return setUp.values();
+    auto const table = sectionOf(QStringLiteral(".init_array"));
+    QByteArray const content = contentOf(c_library).mid(int(table.offset), int(table.size));
+    QStringList files;
+    for (int i = 0; i < content.size(); i += int{sizeof(quint64)}) {
+        auto const ready = qFromLittleEndian<quint64>(content.constData() + i);
+        auto const function = filledIn.value(table.address + quint64(i), ready);
+        if (fileAt.contains(function))
+            files += fileAt.value(function);
+    }
+    return files;
 }
 
 QString complaintAbout(QString const& qmlType)
