@@ -1075,9 +1075,9 @@ void TestMaintenanceBackend::resetInOrder()
                      .arg(backend.getModifiedParameters().size());
     };
     auto* const model = backend.statusChannelsModel();
-    connect(model, &QAbstractItemModel::modelAboutToBeReset, this, [&] { note("before"); });
-    connect(model, &QAbstractItemModel::modelReset, this, [&] { note("reset"); });
-    connect(model, &OLM_DZrtToolChannel::changed, this, [&] { note("changed"); });
+    connect(model, &QAbstractItemModel::modelAboutToBeReset, this, [note] { note("before"); });
+    connect(model, &QAbstractItemModel::modelReset, this, [note] { note("reset"); });
+    connect(model, &OLM_DZrtToolChannel::changed, this, [note] { note("changed"); });
     backend.resetBackend();
     note("after");
     QCOMPARE(steps, (QStringList{QStringLiteral("before: no record, 1 channels, 1 edits"),
