@@ -1,9 +1,16 @@
+find_package(Qt5 5.15 REQUIRED COMPONENTS Qml)
+
 # Tests of the plugin load the library file as a host does; they link against the host framework alone.
 function(add_zrt_plugin_test name)
     add_zrt_test(${name}
         LIBRARIES WorkstationSdk::plugin_management WorkstationSdk::utilities
         DEFINITIONS ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>" ${ARGN})
     add_dependencies(tst_${name} p_tool_vesk_zrt)
+endfunction()
+
+# Tests of the exported classes link against the library and use them as a host's own code would.
+function(add_zrt_class_test name)
+    add_zrt_test(${name} LIBRARIES p_tool_vesk_zrt Qt5::Qml)
 endfunction()
 
 # A translation as a host installs one.
@@ -21,8 +28,20 @@ add_zrt_plugin_test(cmd_restore)
 add_zrt_plugin_test(cmd_start_tightening)
 add_zrt_plugin_test(cmd_stop_tightening)
 add_zrt_plugin_test(cmd_trigger_listen)
+find_program(ZRT_QTPLUGININFO qtplugininfo HINTS /usr/lib/qt5/bin REQUIRED
+    DOC "Reads the metadata of a plugin, for the test of the library's front door")
+mark_as_advanced(ZRT_QTPLUGININFO)
+add_zrt_plugin_test(front_door
+    ZRT_MAKER_DOMAIN="${ZRT_MAKER_DOMAIN}"
+    MAINTENANCE_PAGE_FILE="${PROJECT_SOURCE_DIR}/plugins/p_tool_vesk_zrt/resource/maintenance_panel.qml"
+    READELF_PROGRAM="${CMAKE_READELF}"
+    QTPLUGININFO_PROGRAM="${ZRT_QTPLUGININFO}")
+target_link_libraries(tst_front_door PRIVATE Qt5::Qml)
 add_zrt_plugin_test(odd_replies)
 add_zrt_plugin_test(plugin_traces NM_PROGRAM="${CMAKE_NM}")
 add_zrt_plugin_test(tool_plugin)
-find_package(Qt5 5.15 REQUIRED COMPONENTS Qml)
-target_link_libraries(tst_tool_plugin PRIVATE Qt5::Qml)
+
+add_zrt_class_test(channel_list_model)
+add_zrt_class_test(maintenance_backend)
+add_zrt_class_test(tool_channel)
+add_subdirectory(exports)

@@ -1,12 +1,10 @@
+#include "meta_entries.h"
 #include "shipped_plugin.h"
 
 #include <plugin_management/d_abstract_tightening_tool.h>
 #include <utilities/utilities.h>
 
-#include <QFile>
 #include <QLibrary>
-#include <QQmlComponent>
-#include <QQmlEngine>
 #include <QTest>
 
 /// The plugin object of the shipped library, as a host meets it.
@@ -15,17 +13,12 @@ class TestToolPlugin : public QObject
     Q_OBJECT
 
 private slots:
-    void metaData();
-    void architectureByte();
-    void rootObject();
     void identity_data();
     void identity();
     void staticIdentity();
     void instances();
     void properties();
-    void baseClasses();
-    void qmlTypes_data();
-    void qmlTypes();
+    void metaObject();
 };
 
 namespace
@@ -35,41 +28,6 @@ QUuid const c_kind(QStringLiteral("{fe68f24c-ac43-4833-abc7-7d9f33744448}"));
 QUuid const c_object(QStringLiteral("{11111111-2222-4333-8444-555555555555}"));
 
 } // namespace
-
-void TestToolPlugin::metaData()
-{
-    ShippedPlugin shipped;
-    auto const metaData = shipped.loader().metaData();
-    QCOMPARE(metaData.value(QStringLiteral("className")).toString(), QStringLiteral("PToolVeskZrt"));
-    QString const identifier = metaData.value(QStringLiteral("IID")).toString();
-    QVERIFY2(identifier.endsWith(QStringLiteral(".rd.box.PToolVeskZrt")), qPrintable(identifier));
-    QVERIFY(metaData.value(QStringLiteral("MetaData")).toObject().isEmpty());
-}
-
-void TestToolPlugin::architectureByte()
-{
-    QFile file(QStringLiteral(ZRT_PLUGIN_FILE));
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QByteArray const content = file.readAll();
-    QByteArray const magic("QTMETADATA !");
-    QCOMPARE(content.count(magic), 1);
-    QByteArray const header = content.mid(content.indexOf(magic) + magic.size(), 4);
-#ifdef QT_NO_DEBUG
-    QCOMPARE(header, QByteArray("\x00\x05\x0f\x00", 4));
-#else
-    // The lowest bit tells a debug build.
-    QCOMPARE(header, QByteArray("\x00\x05\x0f\x01", 4));
-#endif
-}
-
-void TestToolPlugin::rootObject()
-{
-    ShippedPlugin shipped;
-    QVERIFY2(shipped.root(), qPrintable(shipped.loader().errorString()));
-    QCOMPARE(shipped.root(), ShippedPlugin().root());
-    QVERIFY(shipped.root()->objectUuid().isNull());
-    QVERIFY(!shipped.root()->parent());
-}
 
 void TestToolPlugin::identity_data()
 {
@@ -139,39 +97,12 @@ void TestToolPlugin::properties()
     QCOMPARE(published[2].second.toString(), QStringLiteral("tightening"));
 }
 
-void TestToolPlugin::baseClasses()
+void TestToolPlugin::metaObject()
 {
     auto const instance = ShippedPlugin().makeInstance(c_object);
     QCOMPARE(instance->metaObject()->className(), "PToolVeskZrt");
-    QCOMPARE(instance->metaObject()->superClass(), &DAbstractTighteningTool::staticMetaObject);
     // Nothing of its own stands in the meta-object.
-    QCOMPARE(instance->metaObject()->methodCount(), DAbstractTighteningTool::staticMetaObject.methodCount());
-    QCOMPARE(instance->metaObject()->propertyCount(),
-             DAbstractTighteningTool::staticMetaObject.propertyCount());
-    QCOMPARE(instance->metaObject()->classInfoCount(), 0);
-}
-
-void TestToolPlugin::qmlTypes_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::newRow("backend") << QStringLiteral("BeMaintenanceToolZrt");
-    QTest::newRow("channel") << QStringLiteral("DZrtToolChannel");
-}
-
-void TestToolPlugin::qmlTypes()
-{
-    QFETCH(QString, name);
-    ShippedPlugin shipped;
-    // Every plugin object registers the types, and the engine takes them.
-    auto const first = shipped.makeInstance(c_object);
-    auto const second = shipped.makeInstance(QUuid());
-    QQmlEngine engine;
-    QQmlComponent component(&engine);
-    component.setData("import PlgLibToolZrt 1.0\n" + name.toLatin1() + " {}", QUrl());
-    std::unique_ptr<QObject> const object(component.create());
-    QVERIFY2(object, qPrintable(component.errorString()));
-    QCOMPARE(QString::fromLatin1(object->metaObject()->className()), name);
-    QCOMPARE(component.errors().size(), 0);
+    QCOMPARE(ownEntries(*instance->metaObject()), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestToolPlugin)

@@ -1,0 +1,352 @@
+#include "scratch_folder.h"
+#include "shipped_plugin.h"
+
+#include <plugin_management/d_abstract_plugin_backend.h>
+#include <plugin_management/d_abstract_tightening_tool.h>
+#include <utilities/d_object.h>
+
+#include <QAbstractListModel>
+#include <QDir>
+#include <QFile>
+#include <QHash>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLibrary>
+#include <QPointer>
+#include <QProcess>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QRegularExpression>
+#include <QResource>
+#include <QtEndian>
+#include <QtTest>
+
+#include <memory>
+
+/// What the library is to a program that knows nothing of it yet: its metadata, what stands ready once it is
+/// loaded, and its way in.
+class TestFrontDoor : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // The first two need a process into which nothing has loaded the library for good.
+    void pageComesAndGoes();
+    void qmlTypesComeWithRoot();
+
+    void page();
+    void metaDataBytes();
+    void metaDataByQuery();
+    void metaDataByLoader();
+    void metaDataByProgram();
+    void setUpInOrder();
+    void linkedToBases_data();
+    void linkedToBases();
+
+    void rootInstance();
+    void rootInstanceIsMadeAgain();
+    void typesAreRegisteredAgain_data();
+    void typesAreRegisteredAgain();
+};
+
+namespace
+{
+
+QString const c_library = QStringLiteral(ZRT_PLUGIN_FILE);
+QByteArray const c_identifier = QByteArrayLiteral(ZRT_MAKER_DOMAIN ".rd.box.PToolVeskZrt");
+QString const c_folder = QStringLiteral(":/{fe68f24c-ac43-4833-abc7-7d9f33744448}");
+QString const c_page = QStringLiteral("maintenance_panel.qml");
+QUuid const c_object(QStringLiteral("{11111111-2222-4333-8444-555555555555}"));
+
+#ifdef QT_NO_DEBUG
+constexpr char c_architecture = 0;
+#else
+constexpr char c_architecture = 1; // tells a debug build
+#endif
+
+bool isMapped()
+{
+    return contentOf(QStringLiteral("/proc/self/maps")).contains("libp_tool_vesk_zrt.so");
+}
+
+QByteArray outputOf(QString const& program, QStringList const& arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        qFatal("%s: %s", qPrintable(program), process.readAllStandardError().constData());
+    return process.readAllStandardOutput();
+}
+
+QStringList readelf(char const* option)
+{
+    return QString::fromUtf8(outputOf(QStringLiteral(READELF_PROGRAM),
+                                      {QLatin1String(option), QStringLiteral("--wide"), c_library}))
+        .split(QLatin1Char('\n'));
+}
+
+/// Where a section of the library is.
+struct Section
+{
+    quint64 address = 0;
+    qint64 offset = 0;
+    qint64 size = 0;
+};
+
+Section sectionOf(QString const& name)
+{
+    QRegularExpression const layout(QStringLiteral("\\] %1 +\\S+ +([0-9a-f]+) ([0-9a-f]+) ([0-9a-f]+) ")
+                                        .arg(QRegularExpression::escape(name)));
+    auto const lines = readelf("--section-headers");
+    for (auto const& line : lines) {
+        auto const match = layout.match(line);
+        if (match.hasMatch())
+            return {match.captured(1).toULongLong(nullptr, 16), match.captured(2).toLongLong(nullptr, 16),
+                    match.captured(3).toLongLong(nullptr, 16)};
+    }
+    return {};
+}
+
+// A text in CBOR, up to the length that one byte tells.
+QByteArray cborText(QByteArray const& text)
+{
+    QByteArray const length(1, char(text.size()));
+    return (text.size() < 24 ? QByteArray(1, char(0x60 + text.size())) : QByteArray("\x78") + length) + text;
+}
+
+QByteArray metaDataBlock()
+{
+    QByteArray const versions("\x00\x05\x0f", 3); // of the format, and of Qt
+    return "QTMETADATA !" + versions + c_architecture + "\xbf" + "\x02" + cborText(c_identifier) + "\x03"
+           + cborText("PToolVeskZrt") + "\xff";
+}
+
+// Which of the plugin's own files each function that runs at load belongs to, in the order in which they run.
+QStringList filesSetUpAtLoad()
+{
+    // In the table of symbols, the local ones stand behind the name of their file.
+    QHash<quint64, QString> fileAt;
+    QString file;
+    auto const symbols = readelf("--symbols");
+    for (auto const& line : symbols) {
+        auto const columns = line.simplified().split(QLatin1Char(' '));
+        if (columns.value(3) == QStringLiteral("FILE"))
+            file = columns.value(7);
+        else if (columns.value(3) == QStringLiteral("FUNC")
+                 && columns.value(7).startsWith(QStringLiteral("_GLOBAL__sub_I_")))
+            fileAt.insert(columns.value(1).toULongLong(nullptr, 16), file);
+    }
+
+    // The table of these functions is filled in by the dynamic linker, or stands ready in the file.
+    QHash<quint64, quint64> filledIn;
+    auto const relocations = readelf("--relocs");
+    for (auto const& line : relocations) {
+        auto const columns = line.simplified().split(QLatin1Char(' '));
+        filledIn.insert(columns.first().toULongLong(nullptr, 16), columns.last().toULongLong(nullptr, 16));
+    }
+    auto const table = sectionOf(QStringLiteral(".init_array"));
+    QByteArray const content = contentOf(c_library).mid(int(table.offset), int(table.size));
+    QStringList files;
+    for (int i = 0; i < content.size(); i += int{sizeof(quint64)}) {
+        auto const ready = qFromLittleEndian<quint64>(content.constData() + i);
+        auto const function = filledIn.value(table.address + quint64(i), ready);
+        if (fileAt.contains(function))
+            files += fileAt.value(function);
+    }
+    return files;
+}
+
+QString complaintAbout(QString const& qmlType)
+{
+    QQmlEngine engine;
+    QQmlComponent component(&engine);
+    component.setData("import PlgLibToolZrt 1.0\n" + qmlType.toLatin1() + " {}", QUrl());
+    if (component.isError())
+        return component.errors().constFirst().description();
+    std::unique_ptr<QObject> const object(component.create());
+    return QString::fromLatin1(object->metaObject()->className()) == qmlType ? QString()
+                                                                             : QStringLiteral("other class");
+}
+
+QStringList topFolders()
+{
+    return QDir(QStringLiteral(":/")).entryList(QDir::AllEntries | QDir::Hidden);
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(QMetaObject const*)
+
+void TestFrontDoor::pageComesAndGoes()
+{
+    QVERIFY(!isMapped());
+    auto const before = topFolders();
+    QVERIFY(!QFile::exists(c_folder));
+
+    QPluginLoader loader(c_library);
+    loader.setLoadHints({}); // Qt keeps a library by default
+    QVERIFY2(loader.load(), qPrintable(loader.errorString()));
+    QVERIFY(isMapped());
+    QCOMPARE(contentOf(c_folder + QLatin1Char('/') + c_page),
+             contentOf(QStringLiteral(MAINTENANCE_PAGE_FILE)));
+    auto during = topFolders();
+    during.removeOne(c_folder.mid(2));
+    QCOMPARE(during, before);
+
+    QVERIFY(loader.unload());
+    QVERIFY(!isMapped());
+    QVERIFY(!QFile::exists(c_folder));
+    QCOMPARE(topFolders(), before);
+}
+
+void TestFrontDoor::qmlTypesComeWithRoot()
+{
+    QString const backend = QStringLiteral("BeMaintenanceToolZrt");
+    QString const channel = QStringLiteral("DZrtToolChannel");
+    QString const missing = QStringLiteral("module \"PlgLibToolZrt\" is not installed");
+    QCOMPARE(complaintAbout(backend), missing);
+    QPluginLoader loader(c_library);
+    QVERIFY(loader.load());
+    QCOMPARE(complaintAbout(backend), missing);
+    QCOMPARE(complaintAbout(channel), missing);
+    QVERIFY(loader.instance());
+    QCOMPARE(complaintAbout(backend), QString());
+    QCOMPARE(complaintAbout(channel), QString());
+    QCOMPARE(complaintAbout(QStringLiteral("OLM_DZrtToolChannel")),
+             QStringLiteral("OLM_DZrtToolChannel is not a type"));
+    QCOMPARE(complaintAbout(QStringLiteral("PToolVeskZrt")), QStringLiteral("PToolVeskZrt is not a type"));
+}
+
+void TestFrontDoor::page()
+{
+    QLibrary library(c_library);
+    QVERIFY(library.load());
+    QCOMPARE(QDir(c_folder).entryList(QDir::AllEntries | QDir::Hidden), QStringList{c_page});
+    QResource const resource(c_folder + QLatin1Char('/') + c_page);
+    QVERIFY(resource.isValid());
+    QCOMPARE(resource.compressionAlgorithm(), QResource::NoCompression);
+    QCOMPARE(resource.size(), qint64(3036));
+    QByteArray const content(reinterpret_cast<char const*>(resource.data()), int(resource.size()));
+    QCOMPARE(content, contentOf(QStringLiteral(MAINTENANCE_PAGE_FILE)));
+    // As it is, it stands in the library.
+    QCOMPARE(contentOf(c_library).count(content), 1);
+}
+
+void TestFrontDoor::metaDataBytes()
+{
+    QByteArray const content = contentOf(c_library);
+    QCOMPARE(content.count("QTMETADATA !"), 1);
+    auto const section = sectionOf(QStringLiteral(".qtmetadata"));
+    // The section holds this and nothing else.
+    QCOMPARE(content.mid(int(section.offset), int(section.size)).toHex(' '), metaDataBlock().toHex(' '));
+}
+
+void TestFrontDoor::metaDataByQuery()
+{
+    QLibrary library(c_library);
+    auto const query = reinterpret_cast<char const* (*)()>(library.resolve("qt_plugin_query_metadata"));
+    QVERIFY2(query, qPrintable(library.errorString()));
+    QCOMPARE(QByteArray(query(), metaDataBlock().size()), metaDataBlock());
+    QCOMPARE(query(), query());
+}
+
+void TestFrontDoor::metaDataByLoader()
+{
+    auto const metaData = QPluginLoader(c_library).metaData();
+    QCOMPARE(metaData.value(QStringLiteral("IID")).toString(), QString::fromLatin1(c_identifier));
+    QCOMPARE(metaData.value(QStringLiteral("className")).toString(), QStringLiteral("PToolVeskZrt"));
+    QCOMPARE(metaData.value(QStringLiteral("debug")).toBool(), c_architecture == 1);
+    QVERIFY(!metaData.contains(QStringLiteral("MetaData")));
+}
+
+void TestFrontDoor::metaDataByProgram()
+{
+    auto const output =
+        outputOf(QStringLiteral(QTPLUGININFO_PROGRAM), {QStringLiteral("--full-json"), c_library});
+    QCOMPARE(QJsonDocument::fromJson(output).object(),
+             (QJsonObject{{QStringLiteral("IID"), QString::fromLatin1(c_identifier)},
+                          {QStringLiteral("className"), QStringLiteral("PToolVeskZrt")},
+                          {QStringLiteral("archreq"), int(c_architecture)},
+                          {QStringLiteral("debug"), c_architecture == 1},
+                          {QStringLiteral("version"), 0x050f00}}));
+}
+
+void TestFrontDoor::setUpInOrder()
+{
+    QCOMPARE(filesSetUpAtLoad(), (QStringList{QStringLiteral("be_maintenance_plugin.cpp"),
+                                              QStringLiteral("d_zrt_tool_channel.cpp"),
+                                              QStringLiteral("qrc_maintenance_panel.cpp")}));
+}
+
+void TestFrontDoor::linkedToBases_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QMetaObject const*>("base");
+
+    QTest::newRow("plugin") << QByteArray("PToolVeskZrt") << &DAbstractTighteningTool::staticMetaObject;
+    QTest::newRow("backend") << QByteArray("BeMaintenanceToolZrt")
+                             << &DAbstractPluginBackend::staticMetaObject;
+    QTest::newRow("channel") << QByteArray("DZrtToolChannel") << &DObject::staticMetaObject;
+    QTest::newRow("list model") << QByteArray("OLM_DZrtToolChannel") << &QAbstractListModel::staticMetaObject;
+}
+
+void TestFrontDoor::linkedToBases()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QMetaObject const*, base);
+    QLibrary library(c_library);
+    QByteArray const symbol = "_ZN" + QByteArray::number(name.size()) + name + "16staticMetaObjectE";
+    auto const* const meta = reinterpret_cast<QMetaObject const*>(library.resolve(symbol));
+    QVERIFY2(meta, qPrintable(library.errorString()));
+    QCOMPARE(QByteArray(meta->className()), name);
+    QCOMPARE(meta->superClass(), base);
+}
+
+void TestFrontDoor::rootInstance()
+{
+    QLibrary library(c_library);
+    auto const make = reinterpret_cast<QObject* (*)()>(library.resolve("qt_plugin_instance"));
+    QVERIFY2(make, qPrintable(library.errorString()));
+    auto* const root = qobject_cast<DAbstractPlugin*>(make());
+    QVERIFY(root);
+    QCOMPARE(make(), root);
+    QCOMPARE(ShippedPlugin().root(), root);
+    QCOMPARE(root->metaObject()->className(), "PToolVeskZrt");
+    QVERIFY(root->objectUuid().isNull());
+    QVERIFY(!root->parent());
+}
+
+void TestFrontDoor::rootInstanceIsMadeAgain()
+{
+    QLibrary library(c_library);
+    auto const make = reinterpret_cast<QObject* (*)()>(library.resolve("qt_plugin_instance"));
+    QPointer<QObject> const first = make();
+    delete first.data();
+    QVERIFY(first.isNull());
+    auto* const second = qobject_cast<DAbstractPlugin*>(make());
+    QVERIFY(second);
+    QVERIFY(second->objectUuid().isNull());
+    QVERIFY(!second->parent());
+    QCOMPARE(make(), second);
+    QCOMPARE(ShippedPlugin().root(), second);
+}
+
+void TestFrontDoor::typesAreRegisteredAgain_data()
+{
+    QTest::addColumn<QString>("name");
+
+    QTest::newRow("backend") << QStringLiteral("BeMaintenanceToolZrt");
+    QTest::newRow("channel") << QStringLiteral("DZrtToolChannel");
+}
+
+void TestFrontDoor::typesAreRegisteredAgain()
+{
+    QFETCH(QString, name);
+    // Every plugin object registers the types, and the engine takes them.
+    auto const first = ShippedPlugin().makeInstance(c_object);
+    auto const second = ShippedPlugin().makeInstance(QUuid());
+    QCOMPARE(complaintAbout(name), QString());
+}
+
+QTEST_GUILESS_MAIN(TestFrontDoor)
+#include "tst_front_door.moc"
