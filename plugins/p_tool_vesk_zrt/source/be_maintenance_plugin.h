@@ -21,8 +21,9 @@
 class Q_DECL_EXPORT BeMaintenanceToolZrt : public DAbstractPluginBackend
 {
     Q_OBJECT
-    Q_PROPERTY(
-        OLM_DZrtToolChannel* statusChannelsModel READ statusChannelsModel NOTIFY channelsModelChanged FINAL)
+    // clang-format off
+    Q_PROPERTY(OLM_DZrtToolChannel* statusChannelsModel READ statusChannelsModel NOTIFY channelsModelChanged FINAL)
+    // clang-format on
     Q_PROPERTY(QString serialNumber READ serialNumber NOTIFY channelsModelChanged FINAL)
     Q_PROPERTY(QString validity READ validity NOTIFY channelsModelChanged FINAL)
     Q_PROPERTY(int daysBeforeExpiration READ daysBeforeExpiration NOTIFY channelsModelChanged FINAL)

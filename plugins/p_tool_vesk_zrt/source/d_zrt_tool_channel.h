@@ -26,7 +26,7 @@ public:
         CeCtUnknown,
         CeCtString,
         CeCtBool,
-        _CeCtNbr ///< how many there are
+        _CeCtNbr ///< how many there are  NOLINT(bugprone-reserved-identifier): pages know it by this name
     };
     Q_ENUM(EnChannelType)
 

@@ -12,7 +12,7 @@
 #include <algorithm>
 
 /// Lists of objects as models for QML.
-namespace __qobjectsqmllist
+namespace __qobjectsqmllist // NOLINT(bugprone-reserved-identifier): hosts know it by this name
 {
 
 /// A list of objects of class T as a model: a delegate finds its object under `modelData`, and those of its

@@ -25,7 +25,7 @@ constexpr char const* c_tools = "tools";
 struct Field
 {
     QString key;
-    QVariant::Type type;
+    QMetaType::Type type;
     void (*fromFile)(DElement& record, JsonInput const& value);
     void (*set)(DElement& record, QVariant const& value);
     QVariant (*get)(DElement const& record);
@@ -40,11 +40,11 @@ QVariant textOrNull(QString const& text)
 QList<Field> const& fields()
 {
     static QList<Field> const list{
-        {QStringLiteral("serialNumber"), QVariant::String,
+        {QStringLiteral("serialNumber"), QMetaType::QString,
          [](DElement& record, JsonInput const& value) { record.setSerialNumber(value.toText()); },
          [](DElement& record, QVariant const& value) { record.setSerialNumber(value.toString()); },
          [](DElement const& record) { return QVariant(record.serialNumber()); }},
-        {QStringLiteral("validityDate"), QVariant::String,
+        {QStringLiteral("validityDate"), QMetaType::QString,
          [](DElement& record, JsonInput const& value) {
              if (value.toVariant().isValid())
                  record.setValidityDate(value.toText());
@@ -55,7 +55,7 @@ QList<Field> const& fields()
                  record.setValidityDate(value.toString());
          },
          [](DElement const& record) { return textOrNull(record.validityDate()); }},
-        {QStringLiteral("alertBeforeExpiration"), QVariant::Int,
+        {QStringLiteral("alertBeforeExpiration"), QMetaType::Int,
          [](DElement& record, JsonInput const& value) {
              record.setStbExpiredDelay(static_cast<int>(value.toInteger(0, std::numeric_limits<int>::max())));
          },
@@ -144,9 +144,9 @@ void MaintenanceRecords::edit(QString const& tool, QVariantMap const& parameters
         if (!field)
             throw InputError(QStringLiteral("maintenance of \"%1\": unknown parameter \"%2\"")
                                  .arg(shown(tool), shown(it.key())));
-        if (it.value().type() != field->type)
+        if (it.value().userType() != field->type)
             throw InputError(QStringLiteral("maintenance of \"%1\": \"%2\" must be a %3, not a %4")
-                                 .arg(shown(tool), it.key(), QLatin1String(QVariant::typeToName(field->type)),
+                                 .arg(shown(tool), it.key(), QLatin1String(QMetaType::typeName(field->type)),
                                       QLatin1String(it.value().typeName())));
     }
     auto const element = record(tool);

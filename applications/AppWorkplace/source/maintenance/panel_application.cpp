@@ -23,7 +23,7 @@ PanelApplication::~PanelApplication()
 QString PanelApplication::objectId(QString const& tool)
 {
     static QUuid const tools(QStringLiteral("{6f0f4a6e-3a52-4f0e-9a0e-1f6f5f1d7c11}"));
-    QString const id = QUuid::createUuidV5(tools, tool).toString();
+    QString id = QUuid::createUuidV5(tools, tool).toString();
     m_tools.insert(id, tool);
     return id;
 }
