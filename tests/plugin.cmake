@@ -36,7 +36,7 @@ add_zrt_plugin_test(front_door
     MAINTENANCE_PAGE_FILE="${PROJECT_SOURCE_DIR}/plugins/p_tool_vesk_zrt/resource/maintenance_panel.qml"
     READELF_PROGRAM="${CMAKE_READELF}"
     QTPLUGININFO_PROGRAM="${ZRT_QTPLUGININFO}")
-target_link_libraries(tst_front_door PRIVATE Qt5::Qml)
+target_link_libraries(tst_front_door PRIVATE Qt5::Qml ${CMAKE_DL_LIBS})
 add_zrt_plugin_test(odd_replies)
 add_zrt_plugin_test(plugin_traces NM_PROGRAM="${CMAKE_NM}")
 add_zrt_plugin_test(tool_plugin)

@@ -21,7 +21,25 @@
 #include <QtEndian>
 #include <QtTest>
 
+#include <dlfcn.h>
+
 #include <memory>
+
+/// The formats of the resources that libraries register from now on. This stands in front of Qt's own
+/// function, which it calls.
+static QList<int> registeredFormats;
+
+Q_DECL_EXPORT bool qRegisterResourceData(int format, unsigned char const* tree, unsigned char const* names,
+                                         unsigned char const* data);
+
+bool qRegisterResourceData(int format, unsigned char const* tree, unsigned char const* names,
+                           unsigned char const* data)
+{
+    registeredFormats += format;
+    auto const qts = reinterpret_cast<decltype(&qRegisterResourceData)>(
+        dlsym(RTLD_NEXT, "_Z21qRegisterResourceDataiPKhS0_S0_"));
+    return qts(format, tree, names, data);
+}
 
 /// What the library is to a program that knows nothing of it yet: its metadata, what stands ready once it is
 /// loaded, and its way in.
@@ -185,7 +203,9 @@ void TestFrontDoor::pageComesAndGoes()
 
     QPluginLoader loader(c_library);
     loader.setLoadHints({}); // Qt keeps a library by default
+    registeredFormats.clear();
     QVERIFY2(loader.load(), qPrintable(loader.errorString()));
+    QCOMPARE(registeredFormats, QList<int>{3});
     QVERIFY(isMapped());
     QCOMPARE(contentOf(c_folder + QLatin1Char('/') + c_page),
              contentOf(QStringLiteral(MAINTENANCE_PAGE_FILE)));

@@ -45,13 +45,17 @@ public:
         auto const document = pageDocument(plugin(), name, id);
         return make(parent, document.text, document.url);
     }
-    /// Opens the page as it stands in the source tree.
+    /// Opens the page as it stands in the source tree, with the components there.
     Q_INVOKABLE QQuickItem* openSourcePage(QQuickItem* parent)
     {
-        QFile file(QStringLiteral(PAGE_FILE));
-        return file.open(QIODevice::ReadOnly)
-                   ? make(parent, file.readAll(), QUrl::fromLocalFile(file.fileName()))
-                   : nullptr;
+        return make(parent, pageSource().toUtf8(), QUrl::fromLocalFile(QStringLiteral(PAGE_FILE)));
+    }
+    /// Opens the page with the components of another host.
+    Q_INVOKABLE QQuickItem* openElsewhere(QQuickItem* parent)
+    {
+        QString const place =
+            QStringLiteral(QUICK_TEST_SOURCE_DIR "/other_host/plugins/zrt/resource/page.qml");
+        return make(parent, pageSource().toUtf8(), QUrl::fromLocalFile(place));
     }
     Q_INVOKABLE void closePage() { delete m_page.data(); }
 

@@ -387,6 +387,27 @@ Item {
             ])
         }
 
+        // What the device still owes finds nobody; the page's last words are said all the same.
+        function test_closeWithPendingTreatment() {
+            bench.addChannel("lamp", "readLamp")
+            bench.setConnected(true)
+            page.updateData()
+            bench.closePage()
+            compare(calls(), [["updatePluginParameters", "{a-tool}", {}], "saveMaintenanceToFile"])
+        }
+
+        // Nor does a switch that is asked for again and again hold the page up.
+        function test_closeWithRefusedSwitch() {
+            bench.addChannel("lamp", "readLamp")
+            const be = bench.backendOfPage()
+            const retries = spy(be, "delayingClickedOnChannel")
+            be.clickedOnChannel(0)
+            retries.wait()
+            bench.closePage()
+            compare(calls(), [["updatePluginParameters", "{a-tool}", {}], "saveMaintenanceToFile"])
+            wait(0)
+        }
+
         function test_recordNever() {
             bench.removeRecord()
             reopen()
@@ -425,6 +446,44 @@ Item {
             verify(page)
             compare(bench.backendOfPage().name, "{OBJECT_NAME}")
             compare(bench.backendOfPage().objectId, "{OBJECT_ID}")
+        }
+
+        // The components of another host have what a page needs and nothing else.
+        function test_otherHost() {
+            bench.closePage()
+            page = bench.openElsewhere(screen)
+            verify(page)
+            page.width = 300
+            const column = page.contentItem
+            compare(column.objectName, root + ".idColumn")
+            compare(column.width, 300)
+            compare(column.spacing, 11)
+            compare(childrenOf(column).map(child => child.width), [300, 300, 300])
+            compare(serialNumber().text, "ZRT-0042")
+            compare(validity().date, "2027-03-01")
+            bench.takeCalls()
+            serialNumber().sigTextChanged("a")
+            validity().selectionDone(new Date(2027, 4, 1), false)
+            alert().value = 9
+            alert().valueModified()
+            bench.closePage()
+            compare(calls(), ["setConfigChanged", "setConfigChanged", "setConfigChanged",
+                ["updatePluginParameters", "{OBJECT_ID}",
+                 {serialNumber: "a", validityDate: "2027-05-01", alertBeforeExpiration: 9}],
+                "saveMaintenanceToFile"])
+        }
+
+        function test_stepSize_data() {
+            return [
+                {tag: "0", value: 0, step: 1},
+                {tag: "6", value: 6, step: 1},
+                {tag: "7", value: 7, step: 7},
+                {tag: "365", value: 365, step: 7}
+            ]
+        }
+        function test_stepSize(data) {
+            bench.backendOfPage().setDaysBeforeExpiration(data.value)
+            compare(alert().stepSize, data.step)
         }
     }
 }
