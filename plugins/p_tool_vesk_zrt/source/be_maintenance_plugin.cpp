@@ -14,7 +14,13 @@ constexpr int c_serialNumberNoElementLine = 177;
 constexpr int c_expirationNoElementLine = 188;
 constexpr int c_validityNoElementLine = 207;
 
-constexpr char const* c_noElement = "ERROR: Failure to get element pointer";
+// Without a record an edit has nowhere to go; says so.
+bool canEdit(QSharedPointer<DElement> const& element, QObject const& backend, int line)
+{
+    if (!element)
+        zrt::errorLine(backend, __FILE__, line) << "ERROR: Failure to get element pointer";
+    return !element.isNull();
+}
 
 } // namespace
 
@@ -54,10 +60,8 @@ int BeMaintenanceToolZrt::daysBeforeExpiration()
 
 void BeMaintenanceToolZrt::setSerialNumber(QString const& serialNumber)
 {
-    if (!m_element) {
-        zrt::errorLine(*this, __FILE__, c_serialNumberNoElementLine) << c_noElement;
+    if (!canEdit(m_element, *this, c_serialNumberNoElementLine))
         return;
-    }
     m_element->setSerialNumber(serialNumber);
     m_modifiedParameters.insert(QStringLiteral("serialNumber"), serialNumber);
     emit channelsModelChanged();
@@ -65,10 +69,8 @@ void BeMaintenanceToolZrt::setSerialNumber(QString const& serialNumber)
 
 void BeMaintenanceToolZrt::setDaysBeforeExpiration(int daysBeforeExpiration)
 {
-    if (!m_element) {
-        zrt::errorLine(*this, __FILE__, c_expirationNoElementLine) << c_noElement;
+    if (!canEdit(m_element, *this, c_expirationNoElementLine))
         return;
-    }
     m_element->setStbExpiredDelay(daysBeforeExpiration);
     m_modifiedParameters.insert(QStringLiteral("alertBeforeExpiration"), daysBeforeExpiration);
     emit channelsModelChanged();
@@ -76,10 +78,8 @@ void BeMaintenanceToolZrt::setDaysBeforeExpiration(int daysBeforeExpiration)
 
 void BeMaintenanceToolZrt::setValidityDate(QDate validityDate, bool isPermanent)
 {
-    if (!m_element) {
-        zrt::errorLine(*this, __FILE__, c_validityNoElementLine) << c_noElement;
+    if (!canEdit(m_element, *this, c_validityNoElementLine))
         return;
-    }
     // Of a date that is none, nothing is left but a null text.
     QString const validity = isPermanent ? QStringLiteral("") : validityDate.toString(Qt::ISODate);
     m_element->setValidityDate(validity);
