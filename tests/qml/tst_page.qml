@@ -387,6 +387,13 @@ Item {
             ])
         }
 
+        function test_closeWithOpenCalendar() {
+            mouseClick(inner(validity(), "UiButton"))
+            tryFindCalendar()
+            bench.closePage()
+            compare(calls(), [["updatePluginParameters", "{a-tool}", {}], "saveMaintenanceToFile"])
+        }
+
         // What the device still owes finds nobody; the page's last words are said all the same.
         function test_closeWithPendingTreatment() {
             bench.addChannel("lamp", "readLamp")

@@ -24,6 +24,13 @@ Item {
         UiCalendar { width: 400; height: 400 }
     }
     Component {
+        id: keyEater
+        Item {
+            property var eaten: []
+            Keys.onPressed: eaten = eaten.concat([event.key])
+        }
+    }
+    Component {
         id: selector
         UiValidityDateSelector {}
     }
@@ -43,15 +50,23 @@ Item {
         name: "Widgets"
         when: windowShown
 
+        property var made: []
+
         function init() {
             bench.watchMessages()
         }
+        // What an object has to say when it goes counts too.
         function cleanup() {
+            for (const item of made)
+                item.destroy()
+            made = []
+            wait(0)
             compare(bench.takeWarnings(), [])
         }
 
         function make(component, properties) {
-            const item = createTemporaryObject(component, screen, Object.assign({width: 400}, properties))
+            const item = component.createObject(screen, Object.assign({width: 400}, properties))
+            made.push(item)
             verify(waitForRendering(item))
             return item
         }
@@ -172,6 +187,18 @@ Item {
             compare(heard().map(([day]) => bench.isoDate(day)), [data.day])
         }
 
+        // What the calendar has a use for is not for whoever is around it.
+        function test_calendarKeepsItsKeys() {
+            const around = make(keyEater)
+            const item = calendar.createObject(around, {current: Days.noon(2027, 2, 1)})
+            item.forceActiveFocus()
+            for (const key of [Qt.Key_Left, Qt.Key_PageDown, Qt.Key_Home, Qt.Key_Return])
+                keyClick(key)
+            compare(around.eaten, [])
+            keyClick(Qt.Key_A)
+            compare(around.eaten, [Qt.Key_A])
+        }
+
         function test_calendarLimits_data() {
             return [
                 {tag: "first day", at: [1, 0, 1], key: Qt.Key_Left, stays: "0001-01-01"},
@@ -215,7 +242,8 @@ Item {
                 {tag: "ends with the week", month: [2027, 0]},
                 {tag: "leap", month: [2028, 1]},
                 {tag: "before 1970", month: [1969, 11]},
-                {tag: "year 99", month: [99, 5]}
+                {tag: "year 99", month: [99, 5]},
+                {tag: "summer time begins", month: [2027, 2]}
             ]
         }
         function test_calendarMonths(data) {
@@ -258,7 +286,9 @@ Item {
         }
 
         function test_selectorOpensAtItsDay() {
-            compare(bench.isoDate(open(make(selector, {date: "2031-05-06"})).current), "2031-05-06")
+            const opened = open(make(selector, {date: "2031-05-06"}))
+            compare(bench.isoDate(opened.current), "2031-05-06")
+            compare(bench.isoDate(opened.selected), "2031-05-06")
         }
 
         function test_selectorOpensToday_data() {
@@ -270,15 +300,19 @@ Item {
             verify(shown === before || shown === bench.isoDate(new Date()))
         }
 
-        function test_selectorKeyboard() {
+        function test_selectorKeyboard_data() {
+            return [{tag: "space", key: Qt.Key_Space}, {tag: "return", key: Qt.Key_Return},
+                    {tag: "enter", key: Qt.Key_Enter}]
+        }
+        function test_selectorKeyboard(data) {
             const item = make(selector, {date: "2027-03-01"})
             listen(item, "selectionDone")
             const button = inner(item, "UiButton")
             button.forceActiveFocus()
-            keyClick(Qt.Key_Space)
+            keyClick(data.key)
             tryCompare(findChild(screen.Window.contentItem, "calendar"), "activeFocus", true)
             keyClick(Qt.Key_Right)
-            keyClick(Qt.Key_Return)
+            keyClick(data.key)
             compare(heard().map(([day, permanent]) => [bench.isoDate(day), permanent]), [["2027-03-02", false]])
             tryCompare(button, "activeFocus", true)
         }

@@ -101,6 +101,8 @@ FocusScope {
 
                     readonly property date day: Days.noon(root.shownYear, root.shownMonth, 1 - root.lead + index)
                     readonly property bool isSelected: Days.isSame(day, root.selected)
+                    // The calendar may go before its cells, and its focus with it.
+                    readonly property bool isCurrent: root && root.activeFocus && Days.isSame(day, root.current)
                     readonly property bool isOfMonth: day.getMonth() === root.shownMonth
 
                     objectName: isOfMonth ? "day" + day.getDate() : ""
@@ -122,7 +124,7 @@ FocusScope {
                         radius: side / 2
                         color: cell.isSelected ? Material.accent
                                                : cell.down ? Material.listHighlightColor : "transparent"
-                        border.width: root.activeFocus && Days.isSame(cell.day, root.current) ? 2 : 0
+                        border.width: cell.isCurrent ? 2 : 0
                         border.color: cell.isSelected ? Material.foreground : Material.accent
                     }
                     contentItem: Label {

@@ -24,7 +24,7 @@ function parse(text) {
     if (!parts)
         return none
     const day = noon(Number(parts[1]), Number(parts[2]) - 1, Number(parts[3]))
-    return exists(day) && day.getDate() === Number(parts[3]) && day.getMonth() === Number(parts[2]) - 1 ? day : none
+    return exists(day) && day.getMonth() === Number(parts[2]) - 1 ? day : none
 }
 
 function isSame(a, b) {
