@@ -310,7 +310,7 @@ Item {
         function test_dates_data() {
             return [
                 {tag: "leap day", date: new Date(2028, 1, 29), stored: "2028-02-29"},
-                {tag: "before 1970", date: new Date(1969, 11, 31), stored: "1969-12-31"},
+                {tag: "before 1970", date: new Date(1969, 11, 31, 12), stored: "1969-12-31"},
                 {tag: "midnight", date: new Date(2027, 0, 1, 0, 0), stored: "2027-01-01"},
                 {tag: "last minute", date: new Date(2027, 0, 1, 23, 59), stored: "2027-01-01"},
                 {tag: "year 9999", date: new Date(9999, 11, 31), stored: "9999-12-31"},

@@ -243,7 +243,7 @@ Item {
                 {tag: "leap", month: [2028, 1]},
                 {tag: "before 1970", month: [1969, 11]},
                 {tag: "year 99", month: [99, 5]},
-                {tag: "summer time begins", month: [2027, 2]}
+                {tag: "summer time begins in Chile", month: [2027, 8]}
             ]
         }
         function test_calendarMonths(data) {
