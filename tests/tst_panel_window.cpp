@@ -32,6 +32,7 @@ private slots:
 
     void editCloseReopen();
     void calendarByMouse();
+    void alert();
     void closeWithoutEdits();
     void failedSave();
     void discard();
@@ -75,7 +76,8 @@ namespace
 
 QByteArray const c_records = R"({"tools": {
     "left bench": {"serialNumber": "ZRT-0042", "validityDate": "2027-03-01", "alertBeforeExpiration": 14},
-    "right bench": {"serialNumber": "ZRT-0043", "validityDate": "", "alertBeforeExpiration": 7}}})";
+    "right bench": {"serialNumber": "ZRT-0043", "validityDate": "", "alertBeforeExpiration": 7},
+    "old tool": {"validityDate": "1969-12-31"}}})";
 
 QString const c_serialNumber = QStringLiteral(".idValueSetSerialNumber");
 QString const c_validity = QStringLiteral(".idValueSetValidityDate");
@@ -243,6 +245,23 @@ void TestPanelWindow::calendarByMouse()
     click(named(window(), "day30"));
     QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->validityDate(),
                  QStringLiteral("2027-04-30"));
+}
+
+void TestPanelWindow::alert()
+{
+    openStation(QStringLiteral("right bench"));
+    QVERIFY(!named(window(), "alert"));
+    openStation(QStringLiteral("old tool"));
+    QVERIFY(m_station->panel->isUrgent());
+    QTRY_VERIFY(named(window(), "alert"));
+    QVERIFY(named(window(), "alert")->property("text").toString().contains(QStringLiteral("overdue")));
+    picture("overdue");
+
+    // It goes as soon as there is no reason for it.
+    click(find(c_validity, "UiButton"));
+    QTRY_VERIFY(named(window(), "permanent"));
+    click(named(window(), "permanent"));
+    QTRY_VERIFY(!named(window(), "alert"));
 }
 
 void TestPanelWindow::closeWithoutEdits()

@@ -15,8 +15,6 @@ Control {
 
     spacing: 20
     topPadding: head.height + spacing
-    implicitHeight: topPadding + implicitContentHeight + bottomPadding
-    implicitWidth: leftPadding + implicitContentWidth + rightPadding
 
     RowLayout {
         id: head
