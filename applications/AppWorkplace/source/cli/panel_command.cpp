@@ -7,9 +7,11 @@
 #include "maintenance/gui_setup.h"
 #include "maintenance/maintenance_records.h"
 #include "maintenance/panel_application.h"
+#include "maintenance/replace_file.h"
 #include "trace/event_json.h"
 #include "json/input_error.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -17,7 +19,6 @@
 #include <QQuickItem>
 #include <QQuickItemGrabResult>
 #include <QQuickWindow>
-#include <QSaveFile>
 
 #include <cstdio>
 #include <cstdlib>
@@ -81,10 +82,12 @@ void saveScreenshot(QQuickWindow& window, QString const& fileName)
     auto const grabbed = window.contentItem()->grabToImage();
     QObject::connect(grabbed.data(), &QQuickItemGrabResult::ready, qApp, &QGuiApplication::quit);
     QGuiApplication::exec();
-    QSaveFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly) || !grabbed->image().save(&file, "PNG") || !file.commit())
-        throw InputError(
-            QStringLiteral("%1: the picture could not be written: %2").arg(fileName, file.errorString()));
+    QBuffer picture;
+    picture.open(QIODevice::WriteOnly);
+    QString const why = grabbed->image().save(&picture, "PNG") ? replaceFile(fileName, picture.data())
+                                                               : QStringLiteral("the page was not drawn");
+    if (!why.isEmpty())
+        throw InputError(QStringLiteral("%1: the picture could not be written: %2").arg(fileName, why));
 }
 
 void tell(Output& output, char const* kind, QString const& tool, QString const& file, bool json)

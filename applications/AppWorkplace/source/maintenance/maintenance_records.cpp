@@ -1,5 +1,7 @@
 #include "maintenance_records.h"
 
+#include "replace_file.h"
+
 #include "json/input_error.h"
 #include "json/json_input.h"
 #include "json/variant_json.h"
@@ -9,7 +11,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
-#include <QSaveFile>
 
 #include <chrono>
 #include <limits>
@@ -182,10 +183,9 @@ bool MaintenanceRecords::save()
         }
     }
 
-    QSaveFile file(m_fileName);
-    QByteArray const text = QByteArray::fromStdString(root.dump(4)) + '\n';
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit())
-        fail(file.errorString());
+    QString const why = replaceFile(m_fileName, QByteArray::fromStdString(root.dump(4)) + '\n');
+    if (!why.isEmpty())
+        fail(why);
     m_edited.clear();
     return true;
 }
