@@ -117,10 +117,15 @@ void MaintenanceRecords::read(QString const& tool, JsonInput const& input)
     auto const attempt = [this](auto const& action) {
         try {
             action();
+            return true;
         } catch (InputError const& error) {
             m_complaints += error.message();
+            return false;
         }
     };
+    // What is no record has no fields to complain about one by one.
+    if (!attempt([&input] { input.keys(); }))
+        return;
     attempt([&input] { input.allowKeys(fieldKeys()); });
     for (auto const& field : fields()) {
         attempt([&] {
