@@ -169,13 +169,16 @@ bool MaintenanceRecords::save()
     auto const fail = [this](QString const& why) {
         throw InputError(QStringLiteral("%1: the records could not be saved: %2").arg(m_fileName, why));
     };
-    // Two programs that save at the same time must not undo each other's edits.
-    QLockFile lock(m_fileName + QStringLiteral(".lock"));
+    // Two programs that save at the same time must not undo each other's edits, by whichever link they know
+    // the file.
+    QString const target = QFileInfo(m_fileName).canonicalFilePath();
+    QString const lockName = (target.isEmpty() ? m_fileName : target) + QStringLiteral(".lock");
+    QLockFile lock(lockName);
     constexpr std::chrono::milliseconds patience(3000);
     if (!lock.tryLock(static_cast<int>(patience.count())))
         fail(lock.error() == QLockFile::LockFailedError
                  ? QStringLiteral("another program is writing them")
-                 : QStringLiteral("%1.lock cannot be written").arg(m_fileName));
+                 : QStringLiteral("%1 cannot be written").arg(lockName));
 
     Json root = contentOf(m_fileName);
     for (auto it = m_edited.cbegin(); it != m_edited.cend(); ++it) {
