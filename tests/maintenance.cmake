@@ -1,2 +1,9 @@
 # Tests of the maintenance side of AppWorkplace: records, pages, and the verbs that deal with them.
 add_zrt_workplace_test(maintenance_records)
+add_zrt_workplace_test(maintenance_state)
+add_zrt_workplace_test(page_document
+    DEFINITIONS ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>"
+    DEPENDS p_tool_vesk_zrt)
+find_package(Qt5 5.15 REQUIRED COMPONENTS Qml)
+target_link_libraries(tst_page_document PRIVATE Qt5::Qml)
+add_zrt_workplace_test(panel_application)
