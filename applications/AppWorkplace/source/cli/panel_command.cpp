@@ -30,12 +30,17 @@ namespace
 constexpr char const* c_platform = "QT_QPA_PLATFORM";
 constexpr char const* c_hint = "; --screenshot FILE makes a picture without one";
 
-// Qt ends the program when it finds no screen; at least it shall say so as everything else is said.
-void onMessageWithoutScreen(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
+// Qt ends the program when it finds no screen; at least it shall say so as everything else is said. Why there
+// is none, the first warning about the platform tells; the last word is advice.
+void onMessageWithoutScreen(QtMsgType type, QMessageLogContext const& context, QString const& text)
 {
+    static QString reason;
+    bool const isWarning =
+        type == QtWarningMsg && QLatin1String(context.category).startsWith(QLatin1String("qt.qpa"));
+    if (reason.isEmpty() && (isWarning || type == QtFatalMsg))
+        reason = text.section(QLatin1Char('\n'), 0, 0).simplified();
     if (type != QtFatalMsg)
         return;
-    QString const reason = text.section(QLatin1Char('\n'), 0, 0).simplified();
     std::fprintf(stderr, "workplace: no screen to open a window on: %s%s\n", qUtf8Printable(reason), c_hint);
     std::_Exit(2);
 }
