@@ -7,3 +7,12 @@ add_zrt_workplace_test(page_document
 find_package(Qt5 5.15 REQUIRED COMPONENTS Qml)
 target_link_libraries(tst_page_document PRIVATE Qt5::Qml)
 add_zrt_workplace_test(panel_application)
+# Runs the program; links nothing of it. Pictures are looked at.
+find_package(Qt5 5.15 REQUIRED COMPONENTS Gui)
+add_zrt_test(panel_cli
+    LIBRARIES Qt5::Gui
+    DEFINITIONS
+        WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
+        ODD_INTERFACE_FILE="$<TARGET_FILE:odd_interface>"
+        ODD_INSTANCES_FILE="$<TARGET_FILE:odd_instances>")
+add_dependencies(tst_panel_cli workplace p_tool_vesk_zrt odd_interface odd_instances)
