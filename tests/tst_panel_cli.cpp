@@ -97,6 +97,7 @@ private slots:
 
     void inspectRecords_data();
     void inspectRecords();
+    void defaultPlaceIsMade();
     void inspectWithoutRecords();
     void inspectBadRecords_data();
     void inspectBadRecords();
@@ -687,6 +688,26 @@ void TstPanelCli::inspectRecords()
                               QStringLiteral("--screenshot"), pictureName}
                   + options);
     QCOMPARE(linesOf(outcome.out).value(0), QStringLiteral("b: maintenance valid permanently"));
+}
+
+void TstPanelCli::defaultPlaceIsMade()
+{
+    QStringList const arguments{panel, QStringLiteral("--tool"), tool, QStringLiteral("--screenshot"),
+                                pictureName};
+    Outcome outcome = run(arguments);
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.exitCode, 0);
+    QDir const place(m_folder->filePath(QStringLiteral("data/workplace")));
+    QVERIFY(place.exists());
+    QVERIFY(place.isEmpty());
+
+    m_folder->write(QStringLiteral("file"), "");
+    QString const data = m_folder->filePath(QStringLiteral("file"));
+    outcome = run(arguments, {{QStringLiteral("XDG_DATA_HOME"), data}});
+    QCOMPARE(outcome.err,
+             QStringLiteral("workplace: %1/workplace/maintenance.json: there is no folder %1/workplace\n")
+                 .arg(data));
+    QCOMPARE(outcome.exitCode, 2);
 }
 
 void TstPanelCli::inspectWithoutRecords()
