@@ -58,6 +58,8 @@ class TestPluginBackend : public QObject
     Q_OBJECT
 
 private slots:
+    void cleanup();
+
     void construction();
     void offersProperties_data();
     void offersProperties();
@@ -67,6 +69,9 @@ private slots:
 
     void elementIsAttached();
     void elementMayBeNull();
+    void elementSourceAttaches();
+    void elementSourceIsAskedOnce();
+    void noElementSource();
 
     void queuesTreatment();
     void refusesTreatment_data();
@@ -86,6 +91,11 @@ private slots:
     void elementKeepsValues_data();
     void elementKeepsValues();
 };
+
+void TestPluginBackend::cleanup()
+{
+    DAbstractPluginBackend::setElementSource({});
+}
 
 void TestPluginBackend::construction()
 {
@@ -217,6 +227,66 @@ void TestPluginBackend::elementMayBeNull()
     QVERIFY(watched.isNull());
     QVERIFY(backend.element().isNull());
     QCOMPARE(initialized.count(), 3);
+}
+
+void TestPluginBackend::elementSourceAttaches()
+{
+    QMap<QString, QSharedPointer<DElement>> const elements{
+        {QStringLiteral("{1}"), QSharedPointer<DElement>::create()},
+        {QStringLiteral("{2}"), QSharedPointer<DElement>::create()}};
+    DAbstractPluginBackend::setElementSource([elements](QString const& id) { return elements.value(id); });
+    TestBackend backend;
+    TestBackend other;
+    // What a page binds to the id looks at the record at once.
+    QList<QSharedPointer<DElement>> attachedWhenTold;
+    connect(&backend, &DAbstractPluginBackend::objectIdChanged, this,
+            [&] { attachedWhenTold += backend.element(); });
+    QSignalSpy const initialized(&backend, &DAbstractPluginBackend::abstractBackendInitialized);
+    backend.setObjectId(QStringLiteral("{1}"));
+    QCOMPARE(initialized.count(), 1);
+    QVERIFY(backend.setProperty("objectId", QStringLiteral("{2}")));
+    QCOMPARE(initialized.count(), 2);
+    backend.setObjectId(QStringLiteral("{3}"));
+    QCOMPARE(initialized.count(), 3);
+    QCOMPARE(attachedWhenTold,
+             (QList<QSharedPointer<DElement>>{
+                 elements.value(QStringLiteral("{1}")), elements.value(QStringLiteral("{2}")), {}}));
+    QVERIFY(other.element().isNull());
+}
+
+void TestPluginBackend::elementSourceIsAskedOnce()
+{
+    QStringList asked;
+    DAbstractPluginBackend::setElementSource([&asked](QString const& id) {
+        asked += id;
+        return QSharedPointer<DElement>();
+    });
+    TestBackend backend;
+    backend.setObjectId(QString());
+    QCOMPARE(asked, QStringList());
+    backend.setObjectId(QStringLiteral("{1}"));
+    backend.setObjectId(QStringLiteral("{1}"));
+    QCOMPARE(asked, QStringList{QStringLiteral("{1}")});
+    // The host's own record is not asked for.
+    backend.setElement(QSharedPointer<DElement>::create());
+    QCOMPARE(asked.size(), 1);
+    QVERIFY(backend.element());
+}
+
+void TestPluginBackend::noElementSource()
+{
+    TestBackend backend;
+    auto const element = QSharedPointer<DElement>::create();
+    backend.setElement(element);
+    QSignalSpy const initialized(&backend, &DAbstractPluginBackend::abstractBackendInitialized);
+    backend.setObjectId(QStringLiteral("{1}"));
+    QCOMPARE(backend.element(), element);
+
+    DAbstractPluginBackend::setElementSource([](QString const&) { return QSharedPointer<DElement>(); });
+    DAbstractPluginBackend::setElementSource({});
+    backend.setObjectId(QStringLiteral("{2}"));
+    QCOMPARE(backend.element(), element);
+    QCOMPARE(initialized.count(), 0);
 }
 
 void TestPluginBackend::queuesTreatment()

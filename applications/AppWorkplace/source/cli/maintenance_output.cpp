@@ -38,5 +38,5 @@ void showComplaints(MaintenanceRecords const& records)
 {
     auto const complaints = records.complaints();
     for (auto const& complaint : complaints)
-        std::fprintf(stderr, "workplace: %s\n", qUtf8Printable(complaint));
+        std::fprintf(stderr, "workplace: %s\n", qUtf8Printable(onOneLine(complaint)));
 }

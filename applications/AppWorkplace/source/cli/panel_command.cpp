@@ -7,9 +7,11 @@
 #include "maintenance/gui_setup.h"
 #include "maintenance/maintenance_records.h"
 #include "maintenance/panel_application.h"
+#include "maintenance/replace_file.h"
 #include "trace/event_json.h"
 #include "json/input_error.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -17,7 +19,6 @@
 #include <QQuickItem>
 #include <QQuickItemGrabResult>
 #include <QQuickWindow>
-#include <QSaveFile>
 
 #include <cstdio>
 #include <cstdlib>
@@ -29,12 +30,17 @@ namespace
 constexpr char const* c_platform = "QT_QPA_PLATFORM";
 constexpr char const* c_hint = "; --screenshot FILE makes a picture without one";
 
-// Qt ends the program when it finds no screen; at least it shall say so as everything else is said.
-void onMessageWithoutScreen(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
+// Qt ends the program when it finds no screen; at least it shall say so as everything else is said. Why there
+// is none, the first warning about the platform tells; the last word is advice.
+void onMessageWithoutScreen(QtMsgType type, QMessageLogContext const& context, QString const& text)
 {
+    static QString reason;
+    bool const isWarning =
+        type == QtWarningMsg && QLatin1String(context.category).startsWith(QLatin1String("qt.qpa"));
+    if (reason.isEmpty() && (isWarning || type == QtFatalMsg))
+        reason = text.section(QLatin1Char('\n'), 0, 0).simplified();
     if (type != QtFatalMsg)
         return;
-    QString const reason = text.section(QLatin1Char('\n'), 0, 0).simplified();
     std::fprintf(stderr, "workplace: no screen to open a window on: %s%s\n", qUtf8Printable(reason), c_hint);
     std::_Exit(2);
 }
@@ -81,10 +87,12 @@ void saveScreenshot(QQuickWindow& window, QString const& fileName)
     auto const grabbed = window.contentItem()->grabToImage();
     QObject::connect(grabbed.data(), &QQuickItemGrabResult::ready, qApp, &QGuiApplication::quit);
     QGuiApplication::exec();
-    QSaveFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly) || !grabbed->image().save(&file, "PNG") || !file.commit())
-        throw InputError(
-            QStringLiteral("%1: the picture could not be written: %2").arg(fileName, file.errorString()));
+    QBuffer picture;
+    picture.open(QIODevice::WriteOnly);
+    QString const why = grabbed->image().save(&picture, "PNG") ? replaceFile(fileName, picture.data())
+                                                               : QStringLiteral("the page was not drawn");
+    if (!why.isEmpty())
+        throw InputError(QStringLiteral("%1: the picture could not be written: %2").arg(fileName, why));
 }
 
 void tell(Output& output, char const* kind, QString const& tool, QString const& file, bool json)

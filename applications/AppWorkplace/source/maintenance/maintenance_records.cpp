@@ -1,5 +1,7 @@
 #include "maintenance_records.h"
 
+#include "replace_file.h"
+
 #include "json/input_error.h"
 #include "json/json_input.h"
 #include "json/variant_json.h"
@@ -9,7 +11,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
-#include <QSaveFile>
 
 #include <chrono>
 #include <limits>
@@ -116,10 +117,15 @@ void MaintenanceRecords::read(QString const& tool, JsonInput const& input)
     auto const attempt = [this](auto const& action) {
         try {
             action();
+            return true;
         } catch (InputError const& error) {
             m_complaints += error.message();
+            return false;
         }
     };
+    // What is no record has no fields to complain about one by one.
+    if (!attempt([&input] { input.keys(); }))
+        return;
     attempt([&input] { input.allowKeys(fieldKeys()); });
     for (auto const& field : fields()) {
         attempt([&] {
@@ -163,13 +169,16 @@ bool MaintenanceRecords::save()
     auto const fail = [this](QString const& why) {
         throw InputError(QStringLiteral("%1: the records could not be saved: %2").arg(m_fileName, why));
     };
-    // Two programs that save at the same time must not undo each other's edits.
-    QLockFile lock(m_fileName + QStringLiteral(".lock"));
+    // Two programs that save at the same time must not undo each other's edits, by whichever link they know
+    // the file.
+    QString const target = QFileInfo(m_fileName).canonicalFilePath();
+    QString const lockName = (target.isEmpty() ? m_fileName : target) + QStringLiteral(".lock");
+    QLockFile lock(lockName);
     constexpr std::chrono::milliseconds patience(3000);
     if (!lock.tryLock(static_cast<int>(patience.count())))
         fail(lock.error() == QLockFile::LockFailedError
                  ? QStringLiteral("another program is writing them")
-                 : QStringLiteral("%1.lock cannot be written").arg(m_fileName));
+                 : QStringLiteral("%1 cannot be written").arg(lockName));
 
     Json root = contentOf(m_fileName);
     for (auto it = m_edited.cbegin(); it != m_edited.cend(); ++it) {
@@ -182,10 +191,9 @@ bool MaintenanceRecords::save()
         }
     }
 
-    QSaveFile file(m_fileName);
-    QByteArray const text = QByteArray::fromStdString(root.dump(4)) + '\n';
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit())
-        fail(file.errorString());
+    QString const why = replaceFile(m_fileName, QByteArray::fromStdString(root.dump(4)) + '\n');
+    if (!why.isEmpty())
+        fail(why);
     m_edited.clear();
     return true;
 }

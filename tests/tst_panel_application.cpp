@@ -1,0 +1,309 @@
+#include "maintenance/panel_application.h"
+
+#include "maintenance/maintenance_records.h"
+
+#include "scratch_folder.h"
+
+#include <plugin_management/d_abstract_plugin_backend.h>
+
+#include <QMetaProperty>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include <optional>
+
+namespace
+{
+
+QString const fileName = QStringLiteral("records.json");
+QString const leftBench = QStringLiteral("left bench");
+QVariantMap const edits{{QStringLiteral("serialNumber"), QStringLiteral("new")}};
+QByteArray const emptyRecords = "{\"tools\": {}}\n";
+
+class TestBackend : public DAbstractPluginBackend
+{
+    Q_OBJECT
+
+public:
+    TestBackend() : DAbstractPluginBackend(QStringLiteral("maintenance"), nullptr) {}
+
+    QSharedPointer<DElement> element() const { return m_element; }
+};
+
+/// Calls the application as the script of a page does.
+void update(PanelApplication& application, QString const& objectId, QVariantMap const& parameters)
+{
+    if (!QMetaObject::invokeMethod(&application, "updatePluginParameters", Q_ARG(QString, objectId),
+                                   Q_ARG(QVariantMap, parameters)))
+        qFatal("no script can call it");
+}
+
+void call(PanelApplication& application, char const* function)
+{
+    if (!QMetaObject::invokeMethod(&application, function))
+        qFatal("no script can call %s", function);
+}
+
+} // namespace
+
+/// The workstation as the scripts of maintenance pages see it.
+class TstPanelApplication : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void objectIds_data();
+    void objectIds();
+    void objectIdsDiffer();
+    void configChanges();
+    void saves();
+    void nothingToSave();
+    void unknownId_data();
+    void unknownId();
+    void refusedEdit();
+    void failedSave();
+    void givesUp();
+    void recordsAreAttached();
+    void sourceGoesWithTheApplication();
+
+private:
+    QByteArray saved() const { return contentOf(m_file); }
+
+    std::optional<ScratchFolder> m_folder;
+    QString m_file;
+};
+
+void TstPanelApplication::init()
+{
+    m_folder.emplace();
+    m_file = m_folder->write(fileName, emptyRecords);
+}
+
+void TstPanelApplication::objectIds_data()
+{
+    // Whoever keeps an id finds the tool again with a later version, too.
+    QTest::addColumn<QString>("tool");
+    QTest::addColumn<QString>("id");
+    QTest::newRow("plain") << leftBench << QStringLiteral("{af226794-62da-5455-b862-67889a769079}");
+    QTest::newRow("empty") << QString() << QStringLiteral("{a79b3d98-20d9-5c9a-80c8-e6d13cde9e07}");
+    QTest::newRow("emoji") << QStringLiteral("\U0001F600")
+                           << QStringLiteral("{770bb56f-2f42-53ad-a33f-d119682665a3}");
+    QTest::newRow("quote") << QStringLiteral("\"; Qt.quit(); //")
+                           << QStringLiteral("{c81c4c80-b365-5b52-b11b-98292d68aad8}");
+}
+
+void TstPanelApplication::objectIds()
+{
+    QFETCH(QString, tool);
+    QFETCH(QString, id);
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    QCOMPARE(application.objectId(tool), id);
+    QCOMPARE(application.objectId(tool), id);
+}
+
+void TstPanelApplication::objectIdsDiffer()
+{
+    QStringList const names{QString(),
+                            QStringLiteral(" "),
+                            QStringLiteral("a"),
+                            QStringLiteral("A"),
+                            QStringLiteral("a "),
+                            QStringLiteral("a\n"),
+                            QStringLiteral("\u00E9"),
+                            QStringLiteral("e\u0301")};
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    QStringList ids;
+    for (auto const& name : names)
+        ids += application.objectId(name);
+    QCOMPARE(ids.removeDuplicates(), 0);
+}
+
+void TstPanelApplication::configChanges()
+{
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    auto const& meta = PanelApplication::staticMetaObject;
+    auto const property = meta.property(meta.indexOfProperty("isConfigChanged"));
+    QVERIFY(!property.isWritable());
+    QCOMPARE(property.notifySignal().name(), QByteArray("configChanged"));
+    QSignalSpy const changed(&application, &PanelApplication::configChanged);
+
+    QCOMPARE(application.property("isConfigChanged"), QVariant(false));
+    call(application, "setConfigChanged");
+    QCOMPARE(application.property("isConfigChanged"), QVariant(true));
+    QCOMPARE(changed.count(), 1);
+    // Each edit may change what is shown of the record.
+    call(application, "setConfigChanged");
+    QCOMPARE(changed.count(), 2);
+    call(application, "resetConfigChanged");
+    QCOMPARE(application.property("isConfigChanged"), QVariant(false));
+    QCOMPARE(changed.count(), 3);
+    QCOMPARE(saved(), emptyRecords);
+}
+
+void TstPanelApplication::saves()
+{
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    QSignalSpy const savedSpy(&application, &PanelApplication::saved);
+    QString const id = application.objectId(leftBench);
+    application.setConfigChanged();
+    update(application, id, edits);
+    QCOMPARE(saved(), emptyRecords);
+    QCOMPARE(application.isConfigChanged(), true);
+    QSignalSpy const changed(&application, &PanelApplication::configChanged);
+    call(application, "saveMaintenanceToFile");
+    QVERIFY(saved().contains("\"serialNumber\": \"new\""));
+    QVERIFY(saved().contains("\"left bench\""));
+    QCOMPARE(savedSpy.count(), 1);
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(application.isConfigChanged(), false);
+    QCOMPARE(application.problem(), QString());
+
+    call(application, "saveMaintenanceToFile");
+    QCOMPARE(savedSpy.count(), 1);
+}
+
+void TstPanelApplication::nothingToSave()
+{
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    QSignalSpy const savedSpy(&application, &PanelApplication::saved);
+    application.setConfigChanged();
+    update(application, application.objectId(leftBench), {});
+    call(application, "saveMaintenanceToFile");
+    QCOMPARE(savedSpy.count(), 0);
+    QCOMPARE(application.isConfigChanged(), false);
+    QCOMPARE(application.problem(), QString());
+    QCOMPARE(saved(), emptyRecords);
+}
+
+void TstPanelApplication::unknownId_data()
+{
+    QTest::addColumn<QString>("id");
+    QTest::addColumn<QString>("shownId");
+    QTest::newRow("empty") << QString() << QString();
+    QTest::newRow("name") << leftBench << leftBench;
+    QTest::newRow("line break") << QStringLiteral("a\nb") << QStringLiteral("a\\nb");
+    QTest::newRow("of a tool without a page") << QStringLiteral("{c81c4c80-b365-5b52-b11b-98292d68aad8}")
+                                              << QStringLiteral("{c81c4c80-b365-5b52-b11b-98292d68aad8}");
+}
+
+void TstPanelApplication::unknownId()
+{
+    QFETCH(QString, id);
+    QFETCH(QString, shownId);
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    QString const known = application.objectId(leftBench);
+    update(application, id, edits);
+    QCOMPARE(application.problem(), QStringLiteral("there is no tool with the id \"%1\"").arg(shownId));
+    call(application, "saveMaintenanceToFile");
+    QCOMPARE(application.problem(), QStringLiteral("there is no tool with the id \"%1\"").arg(shownId));
+    QCOMPARE(saved(), emptyRecords);
+
+    update(application, known, edits);
+    QCOMPARE(application.problem(), QString());
+    call(application, "saveMaintenanceToFile");
+    QVERIFY(saved().contains("\"serialNumber\": \"new\""));
+}
+
+void TstPanelApplication::refusedEdit()
+{
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    update(application, application.objectId(leftBench), {{QStringLiteral("serialNumber"), 42}});
+    call(application, "saveMaintenanceToFile");
+    QCOMPARE(application.problem(),
+             QStringLiteral("maintenance of \"left bench\": \"serialNumber\" must be a QString, not a int"));
+    QCOMPARE(saved(), emptyRecords);
+}
+
+void TstPanelApplication::failedSave()
+{
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    QSignalSpy const savedSpy(&application, &PanelApplication::saved);
+    QString const id = application.objectId(leftBench);
+    application.setConfigChanged();
+    m_folder->write(fileName, "{}");
+    update(application, id, edits);
+    call(application, "saveMaintenanceToFile");
+    QCOMPARE(application.problem(), m_file + QStringLiteral(":1: the key \"tools\" is missing"));
+    QCOMPARE(application.isConfigChanged(), true);
+    QCOMPARE(savedSpy.count(), 0);
+    QCOMPARE(saved(), QByteArray("{}"));
+
+    // The page is opened once more and has nothing new to say at its next end.
+    m_folder->write(fileName, emptyRecords);
+    update(application, id, {});
+    call(application, "saveMaintenanceToFile");
+    QCOMPARE(application.problem(), QString());
+    QCOMPARE(application.isConfigChanged(), false);
+    QCOMPARE(savedSpy.count(), 1);
+    QVERIFY(saved().contains("\"serialNumber\": \"new\""));
+}
+
+void TstPanelApplication::givesUp()
+{
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    QSignalSpy const savedSpy(&application, &PanelApplication::saved);
+    QCOMPARE(application.isGivenUp(), false);
+    application.setConfigChanged();
+    update(application, application.objectId(leftBench), edits);
+    application.giveUp();
+    QCOMPARE(application.isGivenUp(), true);
+    call(application, "saveMaintenanceToFile");
+    QCOMPARE(savedSpy.count(), 0);
+    QCOMPARE(saved(), emptyRecords);
+}
+
+void TstPanelApplication::recordsAreAttached()
+{
+    MaintenanceRecords records(m_file);
+    PanelApplication application(records);
+    QString const left = application.objectId(leftBench);
+    QString const right = application.objectId(QStringLiteral("right bench"));
+    TestBackend backend;
+    QVERIFY(backend.setProperty("objectId", left));
+    QVERIFY(backend.element());
+    QCOMPARE(backend.element(), records.record(leftBench));
+    backend.setObjectId(right);
+    QCOMPARE(backend.element(), records.record(QStringLiteral("right bench")));
+    for (auto const& unknown :
+         {leftBench, QStringLiteral("{c81c4c80-b365-5b52-b11b-98292d68aad8}"), QString()}) {
+        backend.setObjectId(left);
+        QSignalSpy const attached(&backend, &DAbstractPluginBackend::abstractBackendInitialized);
+        backend.setObjectId(unknown);
+        QCOMPARE(attached.count(), 1);
+        QVERIFY(!backend.element());
+    }
+    QCOMPARE(records.tools(), QStringList({leftBench, QStringLiteral("right bench")}));
+}
+
+void TstPanelApplication::sourceGoesWithTheApplication()
+{
+    MaintenanceRecords records(m_file);
+    TestBackend backend;
+    QSignalSpy const attached(&backend, &DAbstractPluginBackend::abstractBackendInitialized);
+    QString id;
+    {
+        PanelApplication application(records);
+        id = application.objectId(leftBench);
+    }
+    backend.setObjectId(id);
+    QCOMPARE(attached.count(), 0);
+    QVERIFY(!backend.element());
+    {
+        PanelApplication application(records);
+        backend.setObjectId(application.objectId(QStringLiteral("right bench")));
+        QCOMPARE(attached.count(), 1);
+    }
+}
+
+QTEST_GUILESS_MAIN(TstPanelApplication)
+#include "tst_panel_application.moc"
