@@ -19,9 +19,10 @@ target_include_directories(tst_panel_window PRIVATE support)
 target_link_libraries(tst_panel_window PRIVATE workplace_gui Qt5::Test zrt_build_options)
 target_compile_definitions(tst_panel_window PRIVATE
     ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>"
+    WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
     XDOTOOL_PROGRAM="${XDOTOOL}"
     PICTURES_DIR="${CMAKE_CURRENT_BINARY_DIR}/pictures")
-add_dependencies(tst_panel_window p_tool_vesk_zrt)
+add_dependencies(tst_panel_window p_tool_vesk_zrt workplace)
 add_test(NAME panel_window COMMAND "${XVFB_RUN}" -a -s "-screen 0 1280x800x24" $<TARGET_FILE:tst_panel_window>)
 set_tests_properties(panel_window PROPERTIES
     ENVIRONMENT "QT_QPA_PLATFORM=xcb;TZ=UTC;LC_ALL=C.UTF-8" TIMEOUT 120)

@@ -119,6 +119,7 @@ private slots:
     void refusesEdits_data();
     void refusesEdits();
 
+    void refusesWhatCannotBeReadAgain();
     void fileIsReplaced();
     void linkIsKept_data();
     void linkIsKept();
@@ -567,17 +568,19 @@ void TstMaintenanceRecords::refusesEdits_data()
         "unknown parameter \"serialnumber\"");
     row("empty key", with(QString(), 1), "unknown parameter \"\"");
     row("key with a line break", with(QStringLiteral("a\nb"), 1), "unknown parameter \"a\\nb\"");
-    row("serial number: number", with(serialNumber, 42), "\"serialNumber\" must be a QString, not a int");
+    row("serial number: number", with(serialNumber, 42), "\"serialNumber\" must be a text, not 42 (int)");
     row("serial number: bytes", with(serialNumber, QByteArray("42")),
-        "\"serialNumber\" must be a QString, not a QByteArray");
+        "\"serialNumber\" must be a text, not \"42\" (QByteArray)");
     row("validity: date", with(validityDate, QDate(2030, 1, 1)),
-        "\"validityDate\" must be a QString, not a QDate");
+        "\"validityDate\" must be a text, not \"2030-01-01\" (QDate)");
     row("alert: text", with(alertBeforeExpiration, QStringLiteral("14")),
-        "\"alertBeforeExpiration\" must be a int, not a QString");
+        "\"alertBeforeExpiration\" must be a number of days, not \"14\" (QString)");
     row("alert: fraction", with(alertBeforeExpiration, 14.0),
-        "\"alertBeforeExpiration\" must be a int, not a double");
+        "\"alertBeforeExpiration\" must be a number of days, not 14.0 (double)");
     row("alert: truth value", with(alertBeforeExpiration, true),
-        "\"alertBeforeExpiration\" must be a int, not a bool");
+        "\"alertBeforeExpiration\" must be a number of days, not true (bool)");
+    row("alert: below 0", with(alertBeforeExpiration, -1),
+        "\"alertBeforeExpiration\" must be a number of days, not -1 (int)");
     row("last of all is wrong", with(QStringLiteral("zzz"), 1), "unknown parameter \"zzz\"");
 }
 
@@ -591,6 +594,18 @@ void TstMaintenanceRecords::refusesEdits()
     QCOMPARE(complaintOf([&] { records.edit(tool, parameters); }), message);
     QCOMPARE(told(*records.record(tool)), QStringLiteral("\"\" null 0"));
     QCOMPARE(records.save(), false);
+    QCOMPARE(folder.names(), QStringList());
+}
+
+void TstMaintenanceRecords::refusesWhatCannotBeReadAgain()
+{
+    ScratchFolder const folder;
+    MaintenanceRecords records(folder.filePath(fileName));
+    records.edit(leftBench, {{serialNumber, QString(5 << 20, QLatin1Char('9'))}});
+    QCOMPARE(complaintOf([&] { records.save(); }),
+             folder.filePath(fileName)
+                 + QStringLiteral(
+                     ": the records could not be saved: they would be larger than can be read again"));
     QCOMPARE(folder.names(), QStringList());
 }
 

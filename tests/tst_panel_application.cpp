@@ -218,7 +218,7 @@ void TstPanelApplication::refusedEdit()
     update(application, application.objectId(leftBench), {{QStringLiteral("serialNumber"), 42}});
     call(application, "saveMaintenanceToFile");
     QCOMPARE(application.problem(),
-             QStringLiteral("maintenance of \"left bench\": \"serialNumber\" must be a QString, not a int"));
+             QStringLiteral("maintenance of \"left bench\": \"serialNumber\" must be a text, not 42 (int)"));
     QCOMPARE(saved(), emptyRecords);
 }
 

@@ -38,6 +38,7 @@ private slots:
     void discard();
     void twoPanels();
     void smallScreen();
+    void program();
 
 private:
     /// A workstation with the window of one tool on the screen.
@@ -118,9 +119,11 @@ void activate(QQuickWindow& window)
     QVERIFY(QTest::qWaitForWindowActive(&window));
 }
 
-void xdotool(QStringList const& arguments)
+bool xdotool(QStringList const& arguments)
 {
-    QCOMPARE(QProcess::execute(QStringLiteral(XDOTOOL_PROGRAM), arguments), 0);
+    QProcess process;
+    process.start(QStringLiteral(XDOTOOL_PROGRAM), arguments);
+    return process.waitForFinished() && process.exitCode() == 0;
 }
 
 } // namespace
@@ -168,15 +171,15 @@ void TestPanelWindow::click(QQuickItem* item)
     QVERIFY(frames.wait(30000));
     QPoint const center = item->window()->mapToGlobal(
         item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
-    xdotool({QStringLiteral("mousemove"), QString::number(center.x()), QString::number(center.y()),
-             QStringLiteral("click"), QStringLiteral("1")});
+    QVERIFY(xdotool({QStringLiteral("mousemove"), QString::number(center.x()), QString::number(center.y()),
+                     QStringLiteral("click"), QStringLiteral("1")}));
     // Follows in the X server's queue; when it has arrived, so has the click.
     QTest::qWait(50);
 }
 
 void TestPanelWindow::type(QStringList const& keys)
 {
-    xdotool(QStringList{QStringLiteral("key")} + keys);
+    QVERIFY(xdotool(QStringList{QStringLiteral("key")} + keys));
     QTest::qWait(50);
 }
 
@@ -364,6 +367,32 @@ void TestPanelWindow::smallScreen()
     auto* const cancel = named(window(), "cancel");
     QVERIFY(cancel->mapToScene(QPointF(0, cancel->height())).y() <= window().height());
     picture("small_calendar");
+}
+
+void TestPanelWindow::program()
+{
+    m_folder.emplace();
+    m_file = m_folder->write(QStringLiteral("records.json"), c_records);
+    QProcess workplace;
+    workplace.start(QStringLiteral(WORKPLACE_PROGRAM),
+                    {QStringLiteral("panel"), QStringLiteral("--tool"), QStringLiteral("right bench"),
+                     QStringLiteral("--records"), m_file});
+    QVERIFY(workplace.waitForStarted());
+    // A window that has the focus is one that listens.
+    QVERIFY(xdotool({QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
+                     QStringLiteral("--name"), QStringLiteral("right bench")}));
+    QTRY_VERIFY(xdotool({QStringLiteral("getwindowfocus"), QStringLiteral("getwindowname")}));
+    // By keyboard alone: past the button to the field, and back to the button.
+    type({QStringLiteral("Tab"), QStringLiteral("Tab"), QStringLiteral("End"), QStringLiteral("x"),
+          QStringLiteral("shift+Tab"), QStringLiteral("Return")});
+    QTRY_COMPARE_WITH_TIMEOUT(workplace.state(), QProcess::NotRunning, 30000);
+    QCOMPARE(workplace.readAllStandardOutput(), QByteArray("right bench: maintenance valid permanently\n"
+                                                           "right bench: saved to ")
+                                                    + m_file.toUtf8() + '\n');
+    QCOMPARE(workplace.readAllStandardError(), QByteArray());
+    QCOMPARE(workplace.exitCode(), 0);
+    QCOMPARE(MaintenanceRecords(m_file).record(QStringLiteral("right bench"))->serialNumber(),
+             QStringLiteral("ZRT-0043x"));
 }
 
 QTEST_MAIN(TestPanelWindow)

@@ -199,7 +199,7 @@ int inspectCommand(InspectOptions const& options)
 {
     Output output;
     PluginLibrary library(options.plugin);
-    auto const records = openRecords(options.records);
+    auto const records = options.markdown ? nullptr : openRecords(options.records);
     if (!options.markdown)
         showLibrary(library, options.json, output);
 

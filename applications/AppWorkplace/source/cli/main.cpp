@@ -80,13 +80,15 @@ int run(int argc, char** argv, std::optional<QCoreApplication>& application)
         ->type_name("FILE");
     auto* const inspectJson =
         inspectVerb->add_flag("--json", inspect.json, "one JSON object a line, for programs");
+    auto* const inspectRecords =
+        addText(*inspectVerb, "--records", inspect.records,
+                "the maintenance records; without it those that \"panel\" keeps, if there are any")
+            ->type_name("FILE");
     inspectVerb
         ->add_flag("--markdown", inspect.markdown,
                    "the reference of the commands, as docs/commands.md has it")
-        ->excludes(inspectJson);
-    addText(*inspectVerb, "--records", inspect.records,
-            "the maintenance records; without it those that \"panel\" keeps, if there are any")
-        ->type_name("FILE");
+        ->excludes(inspectJson)
+        ->excludes(inspectRecords);
 
     RunOptions options;
     options.plugin = defaultPlugin();

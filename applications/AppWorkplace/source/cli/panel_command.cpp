@@ -47,11 +47,10 @@ void onMessageWithoutScreen(QtMsgType type, QMessageLogContext const& context, Q
 
 std::unique_ptr<QGuiApplication> makeApplication(bool needsScreen, int& argc, char** argv)
 {
-    bool const isChosen = qEnvironmentVariableIsSet(c_platform);
-    if (!needsScreen && !isChosen)
+    if (!needsScreen)
         qputenv(c_platform, "offscreen");
-    if (needsScreen && !isChosen && qEnvironmentVariableIsEmpty("DISPLAY")
-        && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+    else if (!qEnvironmentVariableIsSet(c_platform) && qEnvironmentVariableIsEmpty("DISPLAY")
+             && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         throw InputError(
             QStringLiteral("no screen to open a window on: DISPLAY is not set%1").arg(QLatin1String(c_hint)));
     auto const former = qInstallMessageHandler(onMessageWithoutScreen);
@@ -95,12 +94,18 @@ void saveScreenshot(QQuickWindow& window, QString const& fileName)
         throw InputError(QStringLiteral("%1: the picture could not be written: %2").arg(fileName, why));
 }
 
-void tell(Output& output, char const* kind, QString const& tool, QString const& file, bool json)
+// "left bench: saved to records.json".
+void tell(PanelOptions const& options, char const* kind, char const* where, QString const& file,
+          Output& output)
 {
-    if (json)
-        output.write(toLine({{"kind", kind}, {"tool", tool.toStdString()}, {"file", file.toStdString()}}));
+    if (options.json)
+        output.write(
+            toLine({{"kind", kind}, {"tool", options.tool.toStdString()}, {"file", file.toStdString()}}));
     else
-        output.write(QStringLiteral("%1: %2 %3\n").arg(onOneLine(tool), QLatin1String(kind), file).toUtf8());
+        output.write(onOneLine(QStringLiteral("%1: %2 %3 %4")
+                                   .arg(options.tool, QLatin1String(kind), QLatin1String(where), file))
+                         .toUtf8()
+                     + '\n');
 }
 
 } // namespace
@@ -121,7 +126,7 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
 
     PanelApplication pages(records);
     QObject::connect(&pages, &PanelApplication::saved, &pages,
-                     [&] { tell(output, "saved to", options.tool, options.records, options.json); });
+                     [&] { tell(options, "saved", "to", options.records, output); });
     {
         MaintenancePanel panel(plugin, options.tool, records, pages, options.theme.value_or(desktopTheme()));
         QQuickWindow& window = panel.window();
@@ -129,8 +134,9 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
         window.show();
         if (isPicture) {
             saveScreenshot(window, options.screenshot);
-            tell(output, "picture in", options.tool, options.screenshot, options.json);
+            tell(options, "picture", "in", options.screenshot, output);
         } else {
+            window.requestActivate(); // where no window manager does
             QGuiApplication::exec();
         }
     }

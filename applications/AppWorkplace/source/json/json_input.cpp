@@ -250,6 +250,11 @@ JsonInput::JsonInput(std::shared_ptr<Node const> root, Node const* node, QString
 
 JsonInput JsonInput::fromFile(QString const& fileName)
 {
+    return fromText(fileName, textOf(fileName));
+}
+
+QByteArray JsonInput::textOf(QString const& fileName)
+{
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
         throw InputError(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
@@ -259,7 +264,11 @@ JsonInput JsonInput::fromFile(QString const& fileName)
     if (text.size() > c_maximalSize)
         throw InputError(
             QStringLiteral("%1: larger than %2 MiB").arg(fileName, QString::number(c_maximalSize >> 20)));
+    return text;
+}
 
+JsonInput JsonInput::fromText(QString const& fileName, QByteArray const& text)
+{
     LineCounter counter(text);
     Builder builder(fileName, counter);
     nlohmann::json::sax_parse(CountingIterator(text.cbegin(), &counter),

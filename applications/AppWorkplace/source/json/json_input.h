@@ -24,6 +24,10 @@ public:
     /// Reads a whole file. Not JSON, a key that stands twice in one object, and a
     /// file beyond the limits are errors.
     static JsonInput fromFile(QString const& fileName);
+    /// As fromFile(), for a file that has been read already.
+    static JsonInput fromText(QString const& fileName, QByteArray const& text);
+    /// What stands in a file; one that cannot be read or is too large is an error.
+    static QByteArray textOf(QString const& fileName);
 
     /// Refuses keys that are not in the list; the value must be an object.
     void allowKeys(QStringList const& keys) const;

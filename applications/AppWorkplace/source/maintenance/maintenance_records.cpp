@@ -8,7 +8,6 @@
 
 #include <plugin_management/d_element.h>
 
-#include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
 
@@ -22,30 +21,36 @@ using Json = nlohmann::ordered_json;
 
 constexpr char const* c_tools = "tools";
 
-/// One field of a record: its key, how a file's value goes into the record, and how the record's comes out.
+bool isText(QVariant const& value)
+{
+    return value.userType() == QMetaType::QString;
+}
+
+bool isCount(QVariant const& value)
+{
+    return value.userType() == QMetaType::Int && value.toInt() >= 0;
+}
+
+/// One field of a record: its key, what a page may set it to, how a file's value goes into the record, and
+/// how the record's comes out.
 struct Field
 {
     QString key;
-    QMetaType::Type type;
+    char const* kind;
+    bool (*fits)(QVariant const& value);
     void (*fromFile)(DElement& record, JsonInput const& value);
     void (*set)(DElement& record, QVariant const& value);
     QVariant (*get)(DElement const& record);
 };
 
-// Null is a text of its own: the validity that is not set.
-QVariant textOrNull(QString const& text)
-{
-    return text.isNull() ? QVariant() : QVariant(text);
-}
-
 QList<Field> const& fields()
 {
     static QList<Field> const list{
-        {QStringLiteral("serialNumber"), QMetaType::QString,
+        {QStringLiteral("serialNumber"), "a text", isText,
          [](DElement& record, JsonInput const& value) { record.setSerialNumber(value.toText()); },
          [](DElement& record, QVariant const& value) { record.setSerialNumber(value.toString()); },
          [](DElement const& record) { return QVariant(record.serialNumber()); }},
-        {QStringLiteral("validityDate"), QMetaType::QString,
+        {QStringLiteral("validityDate"), "a text", isText,
          [](DElement& record, JsonInput const& value) {
              if (value.toVariant().isValid())
                  record.setValidityDate(value.toText());
@@ -55,8 +60,11 @@ QList<Field> const& fields()
              if (record.validityDate() != value.toString())
                  record.setValidityDate(value.toString());
          },
-         [](DElement const& record) { return textOrNull(record.validityDate()); }},
-        {QStringLiteral("alertBeforeExpiration"), QMetaType::Int,
+         // Null is a text of its own: the validity that is not set.
+         [](DElement const& record) {
+             return record.validityDate().isNull() ? QVariant() : QVariant(record.validityDate());
+         }},
+        {QStringLiteral("alertBeforeExpiration"), "a number of days", isCount,
          [](DElement& record, JsonInput const& value) {
              record.setStbExpiredDelay(static_cast<int>(value.toInteger(0, std::numeric_limits<int>::max())));
          },
@@ -88,12 +96,10 @@ Json contentOf(QString const& fileName)
 {
     if (!QFileInfo::exists(fileName))
         return {{c_tools, Json::object()}};
-    // Has the better complaints, and the bounds.
-    JsonInput::fromFile(fileName).at(QLatin1String(c_tools)).keys();
-    QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly))
-        throw InputError(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
-    return Json::parse(file.readAll().toStdString());
+    QByteArray const text = JsonInput::textOf(fileName);
+    // Has the better complaints.
+    JsonInput::fromText(fileName, text).at(QLatin1String(c_tools)).keys();
+    return Json::parse(text.toStdString());
 }
 
 } // namespace
@@ -150,10 +156,10 @@ void MaintenanceRecords::edit(QString const& tool, QVariantMap const& parameters
         if (!field)
             throw InputError(QStringLiteral("maintenance of \"%1\": unknown parameter \"%2\"")
                                  .arg(shown(tool), shown(it.key())));
-        if (it.value().userType() != field->type)
-            throw InputError(QStringLiteral("maintenance of \"%1\": \"%2\" must be a %3, not a %4")
-                                 .arg(shown(tool), it.key(), QLatin1String(QMetaType::typeName(field->type)),
-                                      QLatin1String(it.value().typeName())));
+        if (!field->fits(it.value()))
+            throw InputError(QStringLiteral("maintenance of \"%1\": \"%2\" must be %3, not %4 (%5)")
+                                 .arg(shown(tool), it.key(), QLatin1String(field->kind),
+                                      shown(toText(it.value())), QLatin1String(it.value().typeName())));
     }
     auto const element = record(tool);
     for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
@@ -191,7 +197,10 @@ bool MaintenanceRecords::save()
         }
     }
 
-    QString const why = replaceFile(m_fileName, QByteArray::fromStdString(root.dump(4)) + '\n');
+    QByteArray const text = QByteArray::fromStdString(root.dump(4)) + '\n';
+    if (text.size() > JsonInput::c_maximalSize)
+        fail(QStringLiteral("they would be larger than can be read again"));
+    QString const why = replaceFile(m_fileName, text);
     if (!why.isEmpty())
         fail(why);
     m_edited.clear();
