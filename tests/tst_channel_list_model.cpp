@@ -50,6 +50,7 @@ private slots:
     void shadowedChannelGoes();
     void channelInTwoLists();
     void goesBeforeItsChannels();
+    void blockedSignals();
 
     void modelTester_data();
     void modelTester();
@@ -574,6 +575,21 @@ void TestChannelListModel::idChangesUnheard()
     QCOMPARE(log.take(), QStringList());
     QVERIFY(model.byKey(QStringLiteral("b")).isNull());
     QVERIFY(model.byKey(QStringLiteral("d")).isNull());
+}
+
+void TestChannelListModel::blockedSignals()
+{
+    // Nobody hears of the changes, but the index knows of them.
+    OLM_DZrtToolChannel model;
+    QSignalBlocker const blocker(model);
+    fill(model, QStringLiteral("a b"));
+    QCOMPARE(model.byKey(QStringLiteral("b")), model.at(1));
+    model.removeAt(1);
+    QVERIFY(model.byKey(QStringLiteral("b")).isNull());
+    QWeakPointer<DZrtToolChannel> const last = model.at(0);
+    model.clear();
+    QVERIFY(model.byKey(QStringLiteral("a")).isNull());
+    QVERIFY(last.isNull());
 }
 
 void TestChannelListModel::sameIdTwice()

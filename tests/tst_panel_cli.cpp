@@ -182,7 +182,7 @@ void TstPanelCli::badUsage_data()
         "The following argument was not expected: right bench");
     row("option of another verb", {QStringLiteral("--tool"), tool, QStringLiteral("--markdown")},
         "The following argument was not expected: --markdown");
-    char const* const notASize = "--size: not a size from 240x240 to 8192x8192";
+    char const* const notASize = "--size: not a size from 320x240 to 8192x8192";
     for (char const* const size :
          {"", "x", "800", "800x", "x600", "800x600x1", "239x600", "600x239", "8193x600", "600x8193",
           "-800x600", "0x0", "800*600", "800X600", "8e2x600", "99999999999x600", "800.5x600", "axb"})
@@ -222,6 +222,7 @@ void TstPanelCli::badInput_data()
     records("records: below a file", QStringLiteral("malformed.json/records.json"),
             "malformed.json/records.json: there is no folder malformed.json");
     records("records: folder", QStringLiteral("empty"), "empty: file to open is a directory");
+    records("records: pipe", QStringLiteral("pipe"), "pipe: not a file");
     records(
         "records: malformed", QStringLiteral("malformed.json"),
         "malformed.json:2:4: not JSON: syntax error while parsing object key - invalid literal; last read: "
@@ -248,6 +249,7 @@ void TstPanelCli::badInput()
     QFETCH(QStringList, options);
     QFETCH(QString, message);
     QDir(m_folder->path()).mkdir(QStringLiteral("empty"));
+    QCOMPARE(::mkfifo(QFile::encodeName(m_folder->filePath(QStringLiteral("pipe"))).constData(), 0600), 0);
     m_folder->write(QStringLiteral("malformed.json"), "{\n  tools: {}}\n");
     m_folder->write(QStringLiteral("truncated.json"), "{\"tools\": {");
     m_folder->write(QStringLiteral("unknown.json"), "{\"tools\": {},\n\"tool\": {}}");
@@ -312,7 +314,7 @@ void TstPanelCli::picture_data()
     QTest::addColumn<QSize>("size");
     QTest::newRow("default") << QStringList() << QSize(1280, 800);
     for (auto const& size :
-         {QSize(240, 240), QSize(240, 1000), QSize(1000, 240), QSize(800, 600), QSize(3840, 2160)}) {
+         {QSize(320, 240), QSize(320, 1000), QSize(1000, 240), QSize(800, 600), QSize(3840, 2160)}) {
         QString const text =
             QStringLiteral("%1x%2").arg(QString::number(size.width()), QString::number(size.height()));
         QTest::newRow(qPrintable(text)) << QStringList{QStringLiteral("--size"), text} << size;
@@ -508,6 +510,8 @@ void TstPanelCli::states()
     QCOMPARE(outcome.err, QString());
     QStringList const lines = linesOf(outcome.out);
     QCOMPARE(lines.size(), 2);
+    QCOMPARE(lines[1],
+             QStringLiteral(R"({"kind":"picture","tool":"%1","file":"%2"})").arg(tool, pictureName));
     auto const line = objectOf(lines[0]);
     QCOMPARE(line.value(QStringLiteral("kind")).toString(), QStringLiteral("maintenance"));
     QCOMPARE(line.value(QStringLiteral("tool")).toString(), tool);

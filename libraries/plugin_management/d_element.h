@@ -11,7 +11,8 @@ public:
     QString serialNumber() const;
     void setSerialNumber(QString const& serialNumber);
 
-    /// The day until which the maintenance is valid, as year-month-day with dashes; empty if it is permanent.
+    /// The day until which the maintenance is valid, as year-month-day with dashes; empty if it is permanent,
+    /// null if it is not set.
     QString validityDate() const;
     void setValidityDate(QString const& validityDate);
 

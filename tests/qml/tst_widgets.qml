@@ -102,6 +102,21 @@ Item {
             compare(item.text, "xY")
         }
 
+        // A number that is copied from the screen must not be the end of a longer one.
+        function test_textFieldShowsBeginning() {
+            const item = make(textField, {width: 200, text: "0123456789".repeat(10), horizontalAlignment: Text.AlignHCenter})
+            const field = inner(item, "TextField")
+            compare(field.cursorPosition, 0)
+            verify(field.positionToRectangle(0).x >= 0)
+            field.forceActiveFocus()
+            keyClick(Qt.Key_End)
+            compare(field.cursorPosition, 100)
+            screen.forceActiveFocus()
+            compare(field.cursorPosition, 0)
+            item.text = "9876543210".repeat(10)
+            compare(field.cursorPosition, 0)
+        }
+
         function test_textFieldAlignment() {
             const item = make(textField, {horizontalAlignment: Text.AlignRight, verticalAlignment: Text.AlignBottom})
             const field = inner(item, "TextField")
@@ -183,6 +198,8 @@ Item {
             for (const [key, modifier] of data.keys)
                 keyClick(key, modifier)
             compare(spy.count, 0)
+            // Who cannot see it hears where the keyboard stands.
+            compare(item.Accessible.name, item.current.toLocaleDateString(Qt.locale(), Locale.LongFormat))
             keyClick(Qt.Key_Return)
             compare(heard().map(([day]) => bench.isoDate(day)), [data.day])
         }

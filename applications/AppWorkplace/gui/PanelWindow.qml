@@ -105,7 +105,8 @@ ApplicationWindow {
             Layout.margins: 12
             Layout.alignment: Qt.AlignHCenter
             color: Material.secondaryTextColor
-            text: "Your changes are saved when you close the page."
+            text: panel.mayDiscard ? "Your changes are not saved."
+                                   : "Your changes are saved when you close the page."
             visible: application.isConfigChanged
         }
     }

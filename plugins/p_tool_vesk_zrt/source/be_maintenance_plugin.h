@@ -44,7 +44,8 @@ public:
     // of them looks at all of them afresh.
 
     QString serialNumber();
-    /// Until when the maintenance is valid, as year-month-day with dashes; empty if it is permanent.
+    /// Until when the maintenance is valid, as year-month-day with dashes; empty if it is permanent, null if
+    /// that is not set.
     QString validity();
     /// How many days before the validity ends an alert is raised.
     int daysBeforeExpiration();
@@ -55,8 +56,8 @@ public:
     /// leaves a null text.
     Q_INVOKABLE void setValidityDate(QDate validityDate, bool isPermanent);
 
-    /// What was edited since the construction or the last resetBackend(), as the record has it now:
-    /// "serialNumber" (QString), "alertBeforeExpiration" (int, days), "validityDate" (QString).
+    /// The edits through this backend since its construction or the last resetBackend(): "serialNumber"
+    /// (QString), "alertBeforeExpiration" (int, days), "validityDate" (QString).
     Q_INVOKABLE QVariantMap getModifiedParameters() const;
 
     /// Host: the reply to a treatment. One without a name is the reply to clickedOnChannel(): "cmd_success"

@@ -60,7 +60,7 @@ public:
 
     /// Invalid: a channel shows no value of its own.
     QVariant value() const { return m_value; }
-    /// Takes note of what the device answered and answers true; value() stays what it is.
+    /// For what the device answered: stores nothing, and answers true.
     bool setValue(QVariant const& value);
 
     /// The attributes of the description by their ids, "type" among them.

@@ -25,6 +25,7 @@ QVariant OLM_DZrtToolChannel::item(int i) const
 
 void OLM_DZrtToolChannel::notifyChanged()
 {
+    indexById(); // again, in case the model's own signals are blocked
     emit changed();
 }
 
@@ -37,15 +38,9 @@ void OLM_DZrtToolChannel::indexById()
         if (!channel)
             continue;
         m_byId.insert(channel->id(), channel);
-        connect(channel.data(), &DZrtToolChannel::idChanged, this, &OLM_DZrtToolChannel::onIdChanged,
+        connect(channel.data(), &DZrtToolChannel::idChanged, this, &OLM_DZrtToolChannel::notifyChanged,
                 Qt::UniqueConnection);
     }
-}
-
-void OLM_DZrtToolChannel::onIdChanged()
-{
-    indexById();
-    notifyChanged();
 }
 
 void OLM_DZrtToolChannel::letGo(int first, int last)

@@ -37,7 +37,6 @@ protected:
 
 private:
     void indexById();
-    void onIdChanged();
     void letGo(int first, int last);
 
     QMap<QString, QSharedPointer<DZrtToolChannel>> m_byId;

@@ -26,6 +26,7 @@ Control {
             text: root.name
             textFormat: Text.PlainText
             elide: Text.ElideRight
+            maximumLineCount: 1
             font.pixelSize: 24
         }
         Rectangle {

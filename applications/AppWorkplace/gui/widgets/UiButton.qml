@@ -5,6 +5,11 @@ import QtQuick.Controls 2.15
 Button {
     flat: true
     font.capitalization: Font.MixedCase
-    Keys.onReturnPressed: clicked()
-    Keys.onEnterPressed: clicked()
+    Keys.onReturnPressed: function(event) { press(event) }
+    Keys.onEnterPressed: function(event) { press(event) }
+
+    function press(event) {
+        if (!event.isAutoRepeat)
+            clicked()
+    }
 }

@@ -21,6 +21,9 @@ FocusScope {
 
     signal picked(date pickedDay)
 
+    Accessible.role: Accessible.Table
+    Accessible.name: current.toLocaleDateString(Qt.locale(), Locale.LongFormat)
+
     function show(day) {
         if (Days.exists(day))
             current = Days.noon(day.getFullYear(), day.getMonth(), day.getDate())
@@ -47,7 +50,11 @@ FocusScope {
         case Qt.Key_End: show(Days.noon(shownYear, shownMonth + 1, 0)); break
         case Qt.Key_Return:
         case Qt.Key_Enter:
-        case Qt.Key_Space: picked(current); break
+        case Qt.Key_Space:
+            // A key that is held down has opened the calendar; it shall not pick as well.
+            if (!event.isAutoRepeat)
+                picked(current)
+            break
         default: return
         }
         event.accepted = true
@@ -62,7 +69,10 @@ FocusScope {
             spacing: 0
 
             Repeater {
-                model: [{text: "«", name: "previous year", months: -12}, {text: "‹", name: "previous month", months: -1}]
+                model: [
+                    {text: "«", name: "previous year", months: -12},
+                    {text: "‹", name: "previous month", months: -1}
+                ]
                 delegate: stepButton
             }
             Label {
@@ -72,7 +82,10 @@ FocusScope {
                 text: Qt.locale().standaloneMonthName(root.shownMonth) + " " + root.shownYear
             }
             Repeater {
-                model: [{text: "›", name: "next month", months: 1}, {text: "»", name: "next year", months: 12}]
+                model: [
+                    {text: "›", name: "next month", months: 1},
+                    {text: "»", name: "next year", months: 12}
+                ]
                 delegate: stepButton
             }
         }

@@ -2,8 +2,9 @@ import QtQuick 2.15
 import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
-// A number with a title, to step up and down, its look fixed once it is made. All numbers are whole: they count units of the last decimal, so that
-// with two decimals 150 is shown as 1.50. A binding of `value` outlives the operator's steps.
+// A number with a title, to step up and down. All numbers are whole: they count units of the last decimal, so that
+// with two decimals 150 is shown as 1.50. Suffix and decimals are what they were when it was made. A binding of
+// `value` outlives the operator's steps.
 ColumnLayout {
     id: root
 

@@ -27,5 +27,14 @@ ColumnLayout {
         selectByMouse: true
         Accessible.name: root.title
         onTextEdited: root.sigTextChanged(text)
+
+        // A text that is too long shows its beginning, unless somebody is at work on it.
+        function showBeginning() {
+            if (!activeFocus)
+                cursorPosition = 0
+        }
+        onTextChanged: showBeginning()
+        onWidthChanged: showBeginning()
+        onActiveFocusChanged: showBeginning()
     }
 }

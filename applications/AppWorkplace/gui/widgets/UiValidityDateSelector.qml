@@ -32,6 +32,8 @@ ColumnLayout {
     UiButton {
         id: button
         Layout.fillWidth: true
+        leftPadding: 40
+        rightPadding: 40
         font.pixelSize: 18
         text: {
             if (root.isPermanent)

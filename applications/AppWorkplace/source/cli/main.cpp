@@ -56,13 +56,12 @@ CLI::Option* addText(CLI::App& app, std::string const& name, QString& value, std
 
 QSize toSize(std::string const& text)
 {
-    // Smaller than this nothing is readable; larger than this no screen is.
-    constexpr int smallest = 240;
-    constexpr int largest = 8192;
+    // Smaller than the window's least nothing is readable; larger than this no screen is.
+    constexpr QSize smallest(320, 240);
+    constexpr QSize largest(8192, 8192);
     auto const sides = QString::fromStdString(text).split(QLatin1Char('x'));
     QSize const size(sides.value(0).toInt(), sides.value(1).toInt());
-    bool const fits =
-        std::min(size.width(), size.height()) >= smallest && std::max(size.width(), size.height()) <= largest;
+    bool const fits = size.expandedTo(smallest) == size && size.boundedTo(largest) == size;
     return sides.size() == 2 && fits ? size : QSize();
 }
 
@@ -122,7 +121,7 @@ int run(int argc, char** argv, std::optional<QCoreApplication>& application)
         ->type_name("WIDTHxHEIGHT")
         ->check(
             [](std::string const& text) {
-                return std::string(toSize(text).isValid() ? "" : "not a size from 240x240 to 8192x8192");
+                return std::string(toSize(text).isValid() ? "" : "not a size from 320x240 to 8192x8192");
             },
             "");
     panelVerb

@@ -66,20 +66,24 @@ MaintenancePanel::Theme desktopTheme()
                : MaintenancePanel::Theme::Light;
 }
 
-// The default place is made; in any other a folder that is not there is a slip.
-void checkFolder(QString const& records)
+// The default place is made; in any other a folder that is not there is a slip. A pipe would never be read to
+// its end.
+void checkPlace(QString const& records)
 {
     QFileInfo const file(records);
+    if (file.exists() && !file.isFile() && !file.isDir())
+        throw InputError(QStringLiteral("%1: not a file").arg(records));
     if (records == defaultRecordsFile())
         QDir().mkpath(file.path());
     if (!file.dir().exists())
         throw InputError(QStringLiteral("%1: there is no folder %2").arg(records, file.path()));
 }
 
-void saveScreenshot(QQuickWindow& window, QString const& fileName)
+void takeScreenshot(QQuickWindow& window, QString const& fileName)
 {
     // Everything has its place with the first frame.
     auto const shown = QObject::connect(&window, &QQuickWindow::frameSwapped, qApp, &QGuiApplication::quit);
+    window.show();
     QGuiApplication::exec();
     QObject::disconnect(shown);
     // The items can be grabbed on every platform, the window's surface cannot.
@@ -116,7 +120,7 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
     auto const application = makeApplication(!isPicture, argc, argv);
     PluginLibrary library(options.plugin);
     auto const& plugin = library.plugin();
-    checkFolder(options.records);
+    checkPlace(options.records);
     MaintenanceRecords records(options.records);
     setUpGui();
 
@@ -131,12 +135,13 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
         MaintenancePanel panel(plugin, options.tool, records, pages, options.theme.value_or(desktopTheme()));
         QQuickWindow& window = panel.window();
         window.resize(options.size);
-        window.show();
         if (isPicture) {
-            saveScreenshot(window, options.screenshot);
+            takeScreenshot(window, options.screenshot);
             tell(options, "picture", "in", options.screenshot, output);
         } else {
+            window.show();
             window.requestActivate(); // where no window manager does
+            panel.focusFirstField();
             QGuiApplication::exec();
         }
     }

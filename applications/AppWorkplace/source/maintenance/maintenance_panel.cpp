@@ -13,19 +13,24 @@
 #include <QQmlContext>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QRegularExpression>
 #include <QtDebug>
 
 namespace
 {
 
-// The page looks at its values afresh whenever it looks at one of them; the engine takes that for a mistake
-// and says so at every edit. What else it says is worth reading.
-bool isBindingLoop(QQmlError const& warning)
-{
-    return warning.description().contains(QLatin1String("Binding loop detected"));
-}
+// How many complaints about the records leave room for the page.
+constexpr int c_shownComplaints = 3;
 
 } // namespace
+
+bool isInherentBindingLoop(QString const& warning)
+{
+    static QRegularExpression const pattern(
+        QStringLiteral("/(UiTextField\\.qml:.*\"text\"|UiSpinBox\\.qml:.*\"value\"|maintenance_panel\\.qml:.*"
+                       "\"(text|date|value)\")$"));
+    return warning.contains(QLatin1String("Binding loop detected")) && pattern.match(warning).hasMatch();
+}
 
 MaintenancePanel::MaintenancePanel(DAbstractPlugin const& plugin, QString const& tool,
                                    MaintenanceRecords& records, PanelApplication& application, Theme theme)
@@ -37,7 +42,7 @@ MaintenancePanel::MaintenancePanel(DAbstractPlugin const& plugin, QString const&
     m_engine.setOutputWarningsToStandardError(false);
     connect(&m_engine, &QQmlEngine::warnings, this, [](QList<QQmlError> const& warnings) {
         for (auto const& warning : warnings) {
-            if (!isBindingLoop(warning))
+            if (!isInherentBindingLoop(warning.toString()))
                 qWarning().noquote() << warning.toString();
         }
     });
@@ -77,21 +82,31 @@ void MaintenancePanel::openPage()
 QString MaintenancePanel::alert() const
 {
     auto const state = maintenanceState(*m_records.record(m_tool), QDate::currentDate());
-    return state.isAlert() ? toText(state) : QString();
+    // The page itself cannot tell a validity that is not set from a permanent one.
+    bool const isNotSet = state.kind == MaintenanceState::Kind::NotSet;
+    return state.isAlert() || isNotSet ? toText(state) : QString();
 }
 
 bool MaintenancePanel::isUrgent() const
 {
-    return maintenanceState(*m_records.record(m_tool), QDate::currentDate()).kind
-           != MaintenanceState::Kind::Due;
+    auto const kind = maintenanceState(*m_records.record(m_tool), QDate::currentDate()).kind;
+    return kind == MaintenanceState::Kind::Overdue || kind == MaintenanceState::Kind::Unreadable;
 }
 
 QString MaintenancePanel::problem() const
 {
     QStringList lines = m_records.complaints();
+    if (lines.size() > c_shownComplaints)
+        lines = lines.mid(0, c_shownComplaints)
+                << QStringLiteral("and %1 more").arg(lines.size() - c_shownComplaints);
     if (!m_application.problem().isEmpty())
         lines.prepend(m_application.problem());
     return lines.join(QLatin1Char('\n'));
+}
+
+void MaintenancePanel::focusFirstField()
+{
+    m_page->nextItemInFocusChain()->forceActiveFocus(Qt::TabFocusReason);
 }
 
 bool MaintenancePanel::close()

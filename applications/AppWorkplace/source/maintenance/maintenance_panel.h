@@ -14,6 +14,11 @@ class PanelApplication;
 class QQuickItem;
 class QQuickWindow;
 
+/// Whether a warning of the QML engine is the one that a maintenance page cannot avoid: whenever one of its
+/// values is read, its backend tells that all may have changed, and the engine takes that for a mistake. What
+/// else it says is worth reading.
+bool isInherentBindingLoop(QString const& warning);
+
 /// The maintenance page of one tool in a window: `panel` in the window's QML.
 ///
 /// The page is the plugin's. Closing the window ends it, whereupon it hands over what was edited and has it
@@ -45,7 +50,7 @@ public:
     QQuickItem* page() const { return m_page.get(); }
 
     QString tool() const { return m_tool; }
-    /// What the operator must know about the tool's maintenance; empty if there is nothing.
+    /// What the operator must know about the tool's maintenance; empty if all is well.
     QString alert() const;
     /// Whether there is more to it than that the maintenance is due soon.
     bool isUrgent() const;
@@ -53,6 +58,9 @@ public:
     QString problem() const;
     /// Whether it was tried in vain to save the edits.
     bool mayDiscard() const { return m_mayDiscard; }
+
+    /// For a keyboard: the first field is the place to begin.
+    void focusFirstField();
 
     /// Ends the page. Answers whether the window may go: the edits are saved, or given up.
     Q_INVOKABLE bool close();

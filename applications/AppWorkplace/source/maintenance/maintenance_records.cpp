@@ -186,7 +186,12 @@ bool MaintenanceRecords::save()
                  ? QStringLiteral("another program is writing them")
                  : QStringLiteral("%1 cannot be written").arg(lockName));
 
-    Json root = contentOf(m_fileName);
+    Json root;
+    try {
+        root = contentOf(m_fileName);
+    } catch (InputError const& error) {
+        throw InputError(QStringLiteral("%1; the records could not be saved").arg(error.message()));
+    }
     for (auto it = m_edited.cbegin(); it != m_edited.cend(); ++it) {
         Json& tool = root[c_tools][it.key().toStdString()];
         if (!tool.is_null() && !tool.is_object())

@@ -18,7 +18,8 @@ public:
     explicit PanelApplication(MaintenanceRecords& records);
     ~PanelApplication() override;
 
-    /// The id under which the page of a tool speaks to the application: the same in every run.
+    /// Makes a tool known, and answers the id under which its pages speak to the application: the same in
+    /// every run.
     QString objectId(QString const& tool);
 
     /// What the operator edited on the page of the tool with this id.
