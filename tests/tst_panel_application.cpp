@@ -232,7 +232,8 @@ void TstPanelApplication::failedSave()
     m_folder->write(fileName, "{}");
     update(application, id, edits);
     call(application, "saveMaintenanceToFile");
-    QCOMPARE(application.problem(), m_file + QStringLiteral(":1: the key \"tools\" is missing; the records could not be saved"));
+    QCOMPARE(application.problem(),
+             m_file + QStringLiteral(":1: the key \"tools\" is missing; the records could not be saved"));
     QCOMPARE(application.isConfigChanged(), true);
     QCOMPARE(savedSpy.count(), 0);
     QCOMPARE(saved(), QByteArray("{}"));
