@@ -258,7 +258,7 @@ QByteArray JsonInput::textOf(QString const& fileName)
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
         throw InputError(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
-    QByteArray const text = file.read(c_maximalSize + 1);
+    QByteArray text = file.read(c_maximalSize + 1);
     if (file.error() != QFileDevice::NoError)
         throw InputError(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
     if (text.size() > c_maximalSize)
