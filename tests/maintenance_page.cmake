@@ -25,4 +25,4 @@ target_compile_definitions(tst_panel_window PRIVATE
 add_dependencies(tst_panel_window p_tool_vesk_zrt workplace)
 add_test(NAME panel_window COMMAND "${XVFB_RUN}" -a -s "-screen 0 1280x800x24" $<TARGET_FILE:tst_panel_window>)
 set_tests_properties(panel_window PROPERTIES
-    ENVIRONMENT "QT_QPA_PLATFORM=xcb;TZ=UTC;LC_ALL=C.UTF-8" TIMEOUT 120)
+    ENVIRONMENT "QT_QPA_PLATFORM=xcb;TZ=UTC;LC_ALL=C.UTF-8;QT_LOGGING_RULES=default.debug=false" TIMEOUT 120)
