@@ -216,11 +216,13 @@ void TestPanelWindow::editCloseReopen()
 {
     openStation(QStringLiteral("left bench"));
     picture("light");
+    QVERIFY(!named(window(), "state"));
 
     click(find(c_serialNumber, "TextField"));
     type({QStringLiteral("ctrl+a"), QStringLiteral("Z"), QStringLiteral("minus"), QStringLiteral("8")});
     QTRY_COMPARE(m_station->records.record(QStringLiteral("left bench"))->serialNumber(),
                  QStringLiteral("Z-8"));
+    QTRY_VERIFY(named(window(), "state"));
 
     click(find(c_validity, "UiButton"));
     QTRY_VERIFY(named(window(), "calendar") && named(window(), "calendar")->hasActiveFocus());
