@@ -434,6 +434,9 @@ void TestChannelListModel::firstDeclarationCounts()
     // A declared property goes before the object itself.
     QCOMPARE(model.data(indexAt(0), c_objectRole), QVariant(20));
     QVERIFY(!model.data(indexAt(0), 300).isValid());
+    // Nor does it count what was set without being declared.
+    model.at(0)->setProperty("no", 1);
+    QVERIFY(!model.data(indexAt(0), 300).isValid());
 }
 
 void TestChannelListModel::changes_data()

@@ -99,8 +99,8 @@ void TstPanelApplication::objectIds()
     QFETCH(QString, id);
     MaintenanceRecords records(m_file);
     PanelApplication application(records);
-    QCOMPARE(application.objectId(tool), id);
-    QCOMPARE(application.objectId(tool), id);
+    QCOMPARE(application.addTool(tool), id);
+    QCOMPARE(application.addTool(tool), id);
 }
 
 void TstPanelApplication::objectIdsDiffer()
@@ -117,7 +117,7 @@ void TstPanelApplication::objectIdsDiffer()
     PanelApplication application(records);
     QStringList ids;
     for (auto const& name : names)
-        ids += application.objectId(name);
+        ids += application.addTool(name);
     QCOMPARE(ids.removeDuplicates(), 0);
 }
 
@@ -149,7 +149,7 @@ void TstPanelApplication::saves()
     MaintenanceRecords records(m_file);
     PanelApplication application(records);
     QSignalSpy const savedSpy(&application, &PanelApplication::saved);
-    QString const id = application.objectId(leftBench);
+    QString const id = application.addTool(leftBench);
     application.setConfigChanged();
     update(application, id, edits);
     QCOMPARE(saved(), emptyRecords);
@@ -173,7 +173,7 @@ void TstPanelApplication::nothingToSave()
     PanelApplication application(records);
     QSignalSpy const savedSpy(&application, &PanelApplication::saved);
     application.setConfigChanged();
-    update(application, application.objectId(leftBench), {});
+    update(application, application.addTool(leftBench), {});
     call(application, "saveMaintenanceToFile");
     QCOMPARE(savedSpy.count(), 0);
     QCOMPARE(application.isConfigChanged(), false);
@@ -198,7 +198,7 @@ void TstPanelApplication::unknownId()
     QFETCH(QString, shownId);
     MaintenanceRecords records(m_file);
     PanelApplication application(records);
-    QString const known = application.objectId(leftBench);
+    QString const known = application.addTool(leftBench);
     update(application, id, edits);
     QCOMPARE(application.problem(), QStringLiteral("there is no tool with the id \"%1\"").arg(shownId));
     call(application, "saveMaintenanceToFile");
@@ -215,7 +215,7 @@ void TstPanelApplication::refusedEdit()
 {
     MaintenanceRecords records(m_file);
     PanelApplication application(records);
-    update(application, application.objectId(leftBench), {{QStringLiteral("serialNumber"), 42}});
+    update(application, application.addTool(leftBench), {{QStringLiteral("serialNumber"), 42}});
     call(application, "saveMaintenanceToFile");
     QCOMPARE(application.problem(),
              QStringLiteral("maintenance of \"left bench\": \"serialNumber\" must be a text, not 42 (int)"));
@@ -227,7 +227,7 @@ void TstPanelApplication::failedSave()
     MaintenanceRecords records(m_file);
     PanelApplication application(records);
     QSignalSpy const savedSpy(&application, &PanelApplication::saved);
-    QString const id = application.objectId(leftBench);
+    QString const id = application.addTool(leftBench);
     application.setConfigChanged();
     m_folder->write(fileName, "{}");
     update(application, id, edits);
@@ -255,7 +255,7 @@ void TstPanelApplication::givesUp()
     QSignalSpy const savedSpy(&application, &PanelApplication::saved);
     QCOMPARE(application.isGivenUp(), false);
     application.setConfigChanged();
-    update(application, application.objectId(leftBench), edits);
+    update(application, application.addTool(leftBench), edits);
     application.giveUp();
     QCOMPARE(application.isGivenUp(), true);
     call(application, "saveMaintenanceToFile");
@@ -267,8 +267,8 @@ void TstPanelApplication::recordsAreAttached()
 {
     MaintenanceRecords records(m_file);
     PanelApplication application(records);
-    QString const left = application.objectId(leftBench);
-    QString const right = application.objectId(QStringLiteral("right bench"));
+    QString const left = application.addTool(leftBench);
+    QString const right = application.addTool(QStringLiteral("right bench"));
     TestBackend backend;
     QVERIFY(backend.setProperty("objectId", left));
     QVERIFY(backend.element());
@@ -294,14 +294,14 @@ void TstPanelApplication::sourceGoesWithTheApplication()
     QString id;
     {
         PanelApplication application(records);
-        id = application.objectId(leftBench);
+        id = application.addTool(leftBench);
     }
     backend.setObjectId(id);
     QCOMPARE(attached.count(), 0);
     QVERIFY(!backend.element());
     {
         PanelApplication application(records);
-        backend.setObjectId(application.objectId(QStringLiteral("right bench")));
+        backend.setObjectId(application.addTool(QStringLiteral("right bench")));
         QCOMPARE(attached.count(), 1);
     }
 }

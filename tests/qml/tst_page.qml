@@ -314,6 +314,7 @@ Item {
                 {tag: "midnight", date: new Date(2027, 0, 1, 0, 0), stored: "2027-01-01"},
                 {tag: "last minute", date: new Date(2027, 0, 1, 23, 59), stored: "2027-01-01"},
                 {tag: "year 9999", date: new Date(9999, 11, 31), stored: "9999-12-31"},
+                {tag: "year 10000", date: new Date(10000, 0, 1), stored: ""},
                 {tag: "none", date: new Date(NaN), stored: ""}
             ]
         }

@@ -128,7 +128,7 @@ ApplicationWindow {
         property alias actions: actionLoader.sourceComponent
 
         Layout.fillWidth: true
-        implicitHeight: visible ? content.implicitHeight + 16 : 0
+        implicitHeight: content.implicitHeight + 16
         visible: text !== ""
 
         RowLayout {

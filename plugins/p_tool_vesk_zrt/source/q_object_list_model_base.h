@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QList>
+#include <QMetaProperty>
 #include <QPair>
 #include <QQmlEngine>
 #include <QSharedPointer>
@@ -60,6 +61,13 @@ protected:
     virtual void notifyChanged() = 0;
 
 private:
+    // What was set on the object without being declared is none of its class's properties.
+    static QVariant declared(QObject const& object, char const* property)
+    {
+        auto const* const meta = object.metaObject();
+        return meta->property(meta->indexOfProperty(property)).read(&object);
+    }
+
     QList<QSharedPointer<T>> m_items;
     PropertyRoles m_propertyRoles;
 };
@@ -76,7 +84,7 @@ template <class T> QVariant QObjectListModelBase<T>::data(QModelIndex const& ind
     QObject* const object = at(index.row()).data();
     for (auto const& [number, property] : m_propertyRoles) {
         if (number == role)
-            return object ? object->property(property) : QVariant();
+            return object ? declared(*object, property) : QVariant();
     }
     return role == c_objectRole ? QVariant::fromValue(object) : QVariant();
 }
@@ -104,8 +112,7 @@ template <class T> QHash<int, QByteArray> QObjectListModelBase<T>::roleNames() c
 
 template <class T> void QObjectListModelBase<T>::insert(int i, QSharedPointer<T> const& item)
 {
-    // Otherwise the engine would take a parentless object that a script got hold of for its own, and delete
-    // it.
+    // Otherwise the engine would delete a parentless object that a script got hold of.
     if (item)
         QQmlEngine::setObjectOwnership(item.data(), QQmlEngine::CppOwnership);
     int const row = std::clamp(i, 0, count());

@@ -142,7 +142,7 @@ int run(int argc, char** argv, std::optional<QCoreApplication>& application)
             throw CLI::ParseError("unknown verb \"" + std::string(argv[1]) + '"', c_badUsage);
         app.parse(argc, argv);
         if (*panelVerb) {
-            application.reset(); // it has none of a window
+            application.reset(); // the panel makes one that knows of windows
             return panelCommand(panel, argc, argv);
         }
         return *inspectVerb ? inspectCommand(inspect) : runCommand(options);

@@ -65,7 +65,7 @@ MaintenancePanel::~MaintenancePanel()
 
 void MaintenancePanel::openPage()
 {
-    auto const document = pageDocument(m_plugin, m_tool, m_application.objectId(m_tool));
+    auto const document = pageDocument(m_plugin, m_tool, m_application.addTool(m_tool));
     QQmlComponent component(&m_engine);
     component.setData(document.text, document.url);
     auto* const item = qobject_cast<QQuickItem*>(component.create());
@@ -79,17 +79,22 @@ void MaintenancePanel::openPage()
     connect(place, &QQuickItem::widthChanged, item, [item, place] { item->setWidth(place->width()); });
 }
 
+MaintenanceState MaintenancePanel::state() const
+{
+    return maintenanceState(*m_records.record(m_tool), QDate::currentDate());
+}
+
 QString MaintenancePanel::alert() const
 {
-    auto const state = maintenanceState(*m_records.record(m_tool), QDate::currentDate());
+    auto const now = state();
     // The page itself cannot tell a validity that is not set from a permanent one.
-    bool const isNotSet = state.kind == MaintenanceState::Kind::NotSet;
-    return state.isAlert() || isNotSet ? toText(state) : QString();
+    bool const isNotSet = now.kind == MaintenanceState::Kind::NotSet;
+    return now.isAlert() || isNotSet ? toText(now) : QString();
 }
 
 bool MaintenancePanel::isUrgent() const
 {
-    auto const kind = maintenanceState(*m_records.record(m_tool), QDate::currentDate()).kind;
+    auto const kind = state().kind;
     return kind == MaintenanceState::Kind::Overdue || kind == MaintenanceState::Kind::Unreadable;
 }
 

@@ -1,15 +1,14 @@
 #pragma once
 
-#include <QImage>
 #include <QObject>
 #include <QQmlApplicationEngine>
-#include <QSize>
 #include <QString>
 
 #include <memory>
 
 class DAbstractPlugin;
 class MaintenanceRecords;
+struct MaintenanceState;
 class PanelApplication;
 class QQuickItem;
 class QQuickWindow;
@@ -71,6 +70,7 @@ signals:
     void changed();
 
 private:
+    MaintenanceState state() const;
     void openPage();
 
     DAbstractPlugin const& m_plugin;

@@ -11,7 +11,6 @@
 #include <QFileInfo>
 #include <QLockFile>
 
-#include <chrono>
 #include <limits>
 
 namespace
@@ -180,8 +179,8 @@ bool MaintenanceRecords::save()
     QString const target = QFileInfo(m_fileName).canonicalFilePath();
     QString const lockName = (target.isEmpty() ? m_fileName : target) + QStringLiteral(".lock");
     QLockFile lock(lockName);
-    constexpr std::chrono::milliseconds patience(3000);
-    if (!lock.tryLock(static_cast<int>(patience.count())))
+    constexpr int patience = 3000; // milliseconds
+    if (!lock.tryLock(patience))
         fail(lock.error() == QLockFile::LockFailedError
                  ? QStringLiteral("another program is writing them")
                  : QStringLiteral("%1 cannot be written").arg(lockName));

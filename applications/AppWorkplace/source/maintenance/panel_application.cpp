@@ -20,7 +20,7 @@ PanelApplication::~PanelApplication()
     DAbstractPluginBackend::setElementSource({});
 }
 
-QString PanelApplication::objectId(QString const& tool)
+QString PanelApplication::addTool(QString const& tool)
 {
     static QUuid const tools(QStringLiteral("{6f0f4a6e-3a52-4f0e-9a0e-1f6f5f1d7c11}"));
     QString id = QUuid::createUuidV5(tools, tool).toString();

@@ -20,7 +20,7 @@ public:
 
     /// Makes a tool known, and answers the id under which its pages speak to the application: the same in
     /// every run.
-    QString objectId(QString const& tool);
+    QString addTool(QString const& tool);
 
     /// What the operator edited on the page of the tool with this id.
     Q_INVOKABLE void updatePluginParameters(QString const& objectId, QVariantMap const& parameters);
