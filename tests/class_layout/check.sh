@@ -1,15 +1,16 @@
 #!/bin/bash
-# Compares the layout of the classes that plugins are built against with the committed baseline.txt. A plugin
-# calls through virtual tables by position: a table in another order breaks every plugin that is already built,
-# without a word from compiler or linker.
+# Compares the layout of a room's classes with the committed baseline. Host and plugin call each other through virtual
+# tables by position: a table in another order breaks whatever is already built, without a word from compiler or
+# linker.
 #
-#   check.sh [--update] COMPILER CXXFILT WORK_DIRECTORY [compiler options...]
+#   check.sh [--update] ROOM COMPILER CXXFILT WORK_DIRECTORY [compiler options...]
 #
-# To accept a deliberate change run
+# The room is "libraries" (the host framework's classes that plugins are built against) or "plugin" (all of the
+# plugin's); ROOM.cpp names the headers, ROOM.txt is the baseline. To accept a deliberate change run
 #
 #   cmake --build <build directory> --target update_class_layout
 #
-# and commit baseline.txt with it.
+# and commit the baseline with it.
 set -euo pipefail
 
 update=false
@@ -17,20 +18,37 @@ if [ "$1" = --update ]; then
     update=true
     shift
 fi
-compiler=$1
-cxxfilt=$2
-work=$3
-shift 3
+room=$1
+compiler=$2
+cxxfilt=$3
+work=$4
+shift 4
 
 here=$(cd "$(dirname "$0")" && pwd)
-baseline=$here/baseline.txt
-classes=(IPlugin DAbstractPlugin DAbstractTighteningTool ICommand DAbstractCommand DAbstractPluginBackend
-    DObject DElement)
+baseline=$here/$room.txt
+case $room in
+    libraries)
+        # How much data the framework's classes have is the host's business.
+        data=0
+        classes=(IPlugin DAbstractPlugin DAbstractTighteningTool ICommand DAbstractCommand DAbstractPluginBackend
+            DObject DElement)
+        ;;
+    plugin)
+        data=1
+        classes=(PToolVeskZrt DCmdStartTightening DCmdStopTightening DCmdEventListen DCmdGetDirection DCmdInitZrt
+            DCmdRestore DCmdTriggerListen DCmdGetPresetInfo BeMaintenanceToolZrt DZrtToolChannel
+            "__qobjectsqmllist::QObjectListModelBase<DZrtToolChannel>" OLM_DZrtToolChannel)
+        ;;
+    *)
+        echo "check.sh: no such room: '$room' (there are libraries and plugin)" >&2
+        exit 2
+        ;;
+esac
 
 rm -rf "$work"
 mkdir -p "$work"
-"$compiler" -std=c++17 -fPIC -fsyntax-only -fdump-lang-class="$work/dump.txt" "$@" "$here/classes.cpp"
-awk -v classes="${classes[*]}" -f "$here/layout.awk" "$work/dump.txt" | "$cxxfilt" |
+"$compiler" -std=c++17 -fPIC -fsyntax-only -fdump-lang-class="$work/dump.txt" "$@" "$here/$room.cpp"
+awk -v classes="${classes[*]}" -v data=$data -f "$here/layout.awk" "$work/dump.txt" | "$cxxfilt" |
     sed -e 's/Probe//g' -e 's/non-virtual thunk to //' >"$work/layout.txt"
 
 # The part of a layout that is about one class.
@@ -53,7 +71,7 @@ fi
 
 changed=()
 for class in "${classes[@]}"; do
-    if ! diff -u --label "$class, as built plugins know it" --label "$class, as it is now" \
+    if ! diff -u --label "$class, as it is already built" --label "$class, as it is now" \
         <(part "$baseline" "$class") <(part "$work/layout.txt" "$class"); then
         changed+=("$class")
     fi

@@ -1,6 +1,6 @@
 # Turns the compiler's dump of classes (-fdump-lang-class) into what plugins that are already built rely on:
-# for each class in the variable "classes", its bases and the order of its virtual tables. Sizes, offsets and
-# addresses are left out.
+# for each class in the variable "classes", its bases and the order of its virtual tables, and with the variable "data"
+# how many bytes it adds to its first base, the gap in front of them included. Offsets and addresses are left out.
 
 /^(Vtable for|Class) / {
     kind = $1
@@ -31,9 +31,17 @@ kind == "Vtable" && /^[0-9]+ / {
 }
 
 # A base: its name, an address in parentheses, its offset.
-kind == "Class" && /^ *[A-Za-z_]+ \(0x/ {
-    if ($1 != name)
+kind == "Class" && /^ *[A-Za-z_:<>]+ \(0x/ {
+    if ($1 != name) {
         bases[name] = bases[name] "  base " $1 "\n"
+        if (!(name in first))
+            first[name] = $1
+    }
+}
+# Without the padding behind it, which a deriving class may use.
+kind == "Class" && /^ *base size=/ {
+    split($2, part, "=")
+    size[name] = part[2]
 }
 kind == "Class" {
     known[name] = 1
@@ -53,7 +61,11 @@ END {
         if (!known[name])
             continue
         printf "class %s\n%s", name, bases[name]
-        probe = name "Probe"
+        if (data)
+            print "  own bytes: " size[name] - size[first[name]]
+        probe = name
+        sub(/<.*>$/, "", probe)
+        probe = probe "Probe"
         for (t = 0; t < tables[name]; ++t) {
             print t == 0 ? "  virtual table" : "  virtual table of a further base"
             total = count[name, t]

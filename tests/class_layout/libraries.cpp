@@ -1,5 +1,6 @@
-// What the compiler lays out for the layout check: the classes, and for those that are abstract a probe that
-// gives every pure function a body, since the compiler's dump names a function only where it has one.
+// What the compiler lays out for the layout check of the host framework: its classes, and for those that are
+// abstract a probe that gives every pure function a body, since the compiler's dump names a function only
+// where it has one.
 #include <plugin_management/d_abstract_command.h>
 #include <plugin_management/d_abstract_plugin_backend.h>
 #include <plugin_management/d_abstract_tightening_tool.h>
