@@ -100,6 +100,7 @@ private slots:
     void installsContractHeaders();
     void buildsPluginAlone();
     void metadataNamesMaker();
+    void installsWhatIsBuilt();
     void installedPluginLoads();
     void pluginNeedsContractOnly();
     void sourcesIncludeContractOnly();
@@ -173,6 +174,16 @@ void TestSdkConsumer::metadataNamesMaker()
     QCOMPARE(metadata.value(QStringLiteral("IID")).toString(),
              makerDomain() + QStringLiteral(".rd.box.PToolVeskZrt"));
     QCOMPARE(metadata.value(QStringLiteral("className")).toString(), QStringLiteral("PToolVeskZrt"));
+}
+
+void TestSdkConsumer::installsWhatIsBuilt()
+{
+    // Else what is known of the one, its run path above all, would not hold for the other.
+    QFile built(path("build/" LIB_DIR "/libp_tool_vesk_zrt.so"));
+    QFile installed(m_library);
+    QVERIFY2(built.open(QIODevice::ReadOnly), qPrintable(built.errorString()));
+    QVERIFY2(installed.open(QIODevice::ReadOnly), qPrintable(installed.errorString()));
+    QVERIFY(built.readAll() == installed.readAll());
 }
 
 void TestSdkConsumer::installedPluginLoads()
