@@ -53,13 +53,11 @@ private:
     int const m_output;
 };
 
-/// What the program must print, from a file. It names the plugin's sources, its
-/// file and the maker as @SOURCE@,
-/// @PLUGIN@ and @MAKER@.
+/// What the program must print, from a file. It names the plugin's file and the maker as @PLUGIN@ and
+/// @MAKER@.
 QString expected(QString const& name)
 {
     return QString::fromUtf8(contentOf(QStringLiteral(TEST_DATA "/workplace/") + name))
-        .replace(QStringLiteral("@SOURCE@"), QStringLiteral(SOURCE_FOLDER))
         .replace(QStringLiteral("@PLUGIN@"), pluginFile)
         .replace(QStringLiteral("@MAKER@"), QStringLiteral(ZRT_MAKER_DOMAIN));
 }
