@@ -12,3 +12,9 @@ add_zrt_workplace_test(examples
     DEPENDS workplace p_tool_vesk_zrt)
 # What the examples print is compared; the plugin's traces in a debug build are not part of it.
 set_property(TEST examples APPEND PROPERTY ENVIRONMENT "QT_LOGGING_RULES=default.debug=false")
+
+# Records the traces of the examples again, after a deliberate change.
+add_custom_target(update_traces
+    COMMAND bash "${CMAKE_CURRENT_SOURCE_DIR}/update_traces.sh" $<TARGET_FILE:workplace>
+        "${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
+    DEPENDS workplace p_tool_vesk_zrt VERBATIM)

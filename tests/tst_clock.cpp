@@ -47,6 +47,7 @@ private slots:
     void delaysThatAreNone();
     void farDelay();
     void simulatedDate();
+    void moveTo();
     void realDate();
     void waitsInRealTimeOnly_data() { addPaces(); }
     void waitsInRealTimeOnly();
@@ -177,6 +178,29 @@ void TstClock::simulatedDate()
     clock.step();
     QCOMPARE(clock.date(), QDateTime(QDate(2000, 1, 1), QTime(0, 1, 1, 250), Qt::UTC));
     QCOMPARE(Clock(Pace::Simulated).date(), start);
+    // One that was asked for.
+    QDateTime const other(QDate(2026, 3, 9), QTime(7, 5), Qt::UTC);
+    Clock at(other);
+    QVERIFY(at.pace() == Pace::Simulated);
+    at.after(250, [] {});
+    QVERIFY(at.step());
+    QCOMPARE(at.date(), other.addMSecs(250));
+}
+
+void TstClock::moveTo()
+{
+    Clock clock(Pace::Simulated);
+    QVERIFY(!clock.nextDue());
+    clock.moveTo(7);
+    QCOMPARE(clock.now(), qint64{7});
+    clock.after(5, [] {});
+    clock.after(3, [] {});
+    QCOMPARE(clock.nextDue(), std::optional<qint64>(10));
+    clock.moveTo(10); // which does not run it
+    QCOMPARE(clock.nextDue(), std::optional<qint64>(10));
+    QVERIFY(clock.step());
+    QCOMPARE(clock.now(), qint64{10});
+    QCOMPARE(clock.nextDue(), std::optional<qint64>(12));
 }
 
 void TstClock::realDate()

@@ -126,6 +126,8 @@ void TstEventJson::values_data()
     row("text to escape", QStringLiteral("\"\\\n\t\u001b\u007f"), "\"\\\"\\\\\\n\\t\\u001b\u007f\"");
     row("text with NUL", QString::fromLatin1("a\0b", 3), "\"a\\u0000b\"");
     row("text beyond ASCII", QStringLiteral("\u00e9\U0001F600"), "\"\xc3\xa9\xf0\x9f\x98\x80\"");
+    row("map with the mark of a type", QVariantMap({{QStringLiteral("@type"), 1}}),
+        R"({"@type":"QVariantMap","@value":{"@type":1}})", R"({"@type":1})");
     row("list", QVariantList({1, QStringLiteral("x"), QVariant(), QVariantList()}), "[1,\"x\",null,[]]");
     row("map",
         QVariantMap({{QStringLiteral("b"), 1}, {QStringLiteral("a"), QVariantMap({{QString(), true}})}}),
@@ -202,13 +204,17 @@ void TstEventJson::events_data()
         QTest::newRow(name) << time << event << QByteArray(line) + '\n';
     };
     QVariantMap const map = {{QStringLiteral("b"), true}, {QStringLiteral("a"), 1U}};
-    row("begin", 0, RunStarted{QStringLiteral("P"), QStringLiteral("1.0"), QStringLiteral("ZRT \"1\"")},
-        R"({"time":0,"event":"begin","plugin":"P","version":"1.0","controller":"ZRT \"1\""})");
+    row("begin", 0,
+        RunStarted{QStringLiteral("P"), QStringLiteral("1.0"), QStringLiteral("ZRT \"1\""),
+                   QDateTime(QDate(2026, 3, 9), QTime(7, 5, 1, 20))},
+        R"({"time":0,"event":"begin","format":1,"plugin":"P","version":"1.0","controller":"ZRT \"1\"",)"
+        R"("start":"2026-03-09T07:05:01.020"})");
     row("order", 15, OrderStarted{3, QStringLiteral("init"), map},
         R"({"time":15,"event":"order","order":3,"command":"init",)"
         R"("parameters":{"a":{"@type":"uint","@value":1},"b":true}})");
     row("stop", 15, StopOrdered{QStringLiteral("halt"), 2},
         R"({"time":15,"event":"stop","command":"halt","running":2})");
+    row("stop all", 15, AllStopped{3}, R"({"time":15,"event":"stopAll","running":3})");
     row("instruction", 1,
         InstructionPosted{1, 2, {QStringLiteral("device"), QStringLiteral("go"), map, 4000}},
         R"({"time":1,"event":"instruction","order":1,"instruction":2,"target":"device","name":"go",)"
@@ -216,6 +222,9 @@ void TstEventJson::events_data()
     row("instruction without arguments", 1, InstructionPosted{1, 2, {QString(), QString(), {}, -1}},
         R"({"time":1,"event":"instruction","order":1,"instruction":2,"target":"","name":"",)"
         R"("arguments":{},"timeAllowance":-1})");
+    row("not delivered", 1, InstructionFailed{1, 2, QStringLiteral("go"), QStringLiteral("gone"), false},
+        R"({"time":1,"event":"notDelivered","order":1,"instruction":2,"name":"go","reason":"gone",)"
+        R"("goesOn":false})");
     row("withdrawn", 1, InstructionWithdrawn{1, 2},
         R"({"time":1,"event":"withdrawn","order":1,"instruction":2})");
     row("reply", 1, ReplyArrived{1, 2, map},

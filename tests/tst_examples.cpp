@@ -39,7 +39,7 @@ Outcome run(QStringList const& arguments)
             QString::fromUtf8(program.readAllStandardError())};
 }
 
-/// What the program writes when its standard output is a terminal.
+/// What the program writes when it stands at a terminal.
 class Terminal
 {
 public:
@@ -59,11 +59,21 @@ public:
     Terminal(Terminal const&) = delete;
     Terminal& operator=(Terminal const&) = delete;
 
-    QString run(QStringList const& arguments)
+    enum class Channel
+    {
+        Output,
+        Error,
+    };
+
+    /// Runs the program in the folder of the examples, with one of its channels on the terminal.
+    QString run(QStringList const& arguments, Channel channel = Channel::Output)
     {
         QProcess program;
         program.setWorkingDirectory(examples);
-        program.setStandardOutputFile(m_name);
+        if (channel == Channel::Output)
+            program.setStandardOutputFile(m_name);
+        else
+            program.setStandardErrorFile(m_name);
         program.start(QStringLiteral(WORKPLACE_PROGRAM), arguments);
         QByteArray text;
         do
@@ -224,6 +234,11 @@ private slots:
     void droppedRepliesInTheTrace_data();
     void droppedRepliesInTheTrace();
     void everyFaultHasAnExample();
+
+    void traces_data();
+    void traces();
+    void replayAtATerminal();
+    void everyTraceHasItsSequence();
 
     void setups_data();
     void setups();
@@ -398,6 +413,67 @@ void TstExamples::droppedRepliesInTheTrace()
     QCOMPARE(run({QStringLiteral("run"), QStringLiteral("--trace"), trace, file}).exitCode, 0);
     QCOMPARE(linesOf(QString::fromUtf8(contentOf(trace))).filter(QStringLiteral("\"event\":\"dropped\"")),
              QStringList{dropped});
+}
+
+void TstExamples::traces_data()
+{
+    QTest::addColumn<QString>("name");
+    auto const table = faultTable();
+    for (auto const& name : {QStringLiteral("init"), QStringLiteral("working_day")})
+        QTest::newRow(qPrintable(name)) << name;
+    for (auto const& one : table)
+        QTest::newRow(one.name) << QStringLiteral("faults/") + QString::fromLatin1(one.name).chopped(5);
+}
+
+void TstExamples::traces()
+{
+    QFETCH(QString, name);
+    ScratchFolder const folder;
+    QString const recorded = QStringLiteral("traces/%1.jsonl").arg(name);
+    QString const trace = folder.filePath(QStringLiteral("trace"));
+    QCOMPARE(run({QStringLiteral("run"), QStringLiteral("--trace"), trace, name + QStringLiteral(".json")})
+                 .exitCode,
+             0);
+    QStringList const lines = linesOf(QString::fromUtf8(contentOf(trace)));
+    QStringList const recordedLines =
+        linesOf(QString::fromUtf8(contentOf(examples + QLatin1Char('/') + recorded)));
+    for (int i = 0; i < qMin(lines.size(), recordedLines.size()); ++i)
+        QCOMPARE(lines[i], recordedLines[i]);
+    QCOMPARE(lines.size(), recordedLines.size());
+
+    int causes = 0;
+    for (auto const& line : recordedLines) {
+        QString const event = objectOf(line).value(QStringLiteral("event")).toString();
+        causes += QStringList({QStringLiteral("begin"), QStringLiteral("order"), QStringLiteral("stop"),
+                               QStringLiteral("stopAll"), QStringLiteral("reply")})
+                      .count(event);
+    }
+    Outcome const outcome = run({QStringLiteral("replay"), recorded});
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.out, QStringLiteral("%1 steps, all as recorded\n").arg(causes));
+    QCOMPARE(outcome.exitCode, 0);
+}
+
+void TstExamples::replayAtATerminal()
+{
+    QStringList const arguments{QStringLiteral("replay"), QStringLiteral("traces/working_day.jsonl")};
+    QString const shown = Terminal().run(arguments, Terminal::Channel::Error);
+    QVERIFY2(shown.startsWith(QStringLiteral("\rreplaying 2 %\rreplaying 3 %")), qPrintable(shown));
+    QVERIFY2(shown.endsWith(QStringLiteral("\rreplaying 100 %\r\x1b[K")), qPrintable(shown));
+}
+
+void TstExamples::everyTraceHasItsSequence()
+{
+    QStringList left;
+    for (QDirIterator it(examples + QStringLiteral("/traces"), QDir::Files, QDirIterator::Subdirectories);
+         it.hasNext();) {
+        QString const name = QDir(examples + QStringLiteral("/traces"))
+                                 .relativeFilePath(it.next())
+                                 .section(QLatin1Char('.'), 0, 0);
+        if (!QFile::exists(QStringLiteral("%1/%2.json").arg(examples, name)))
+            left += name;
+    }
+    QCOMPARE(left, QStringList());
 }
 
 void TstExamples::everyFaultHasAnExample()

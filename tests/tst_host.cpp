@@ -255,6 +255,10 @@ void TstHost::endpointThatIsNotConnected()
     Order const& order = bench.order("go");
     bench.runAll();
     QCOMPARE(stateName(order), QStringLiteral("failed: \"a\": endpoint \"device\" is gone"));
+    QCOMPARE(
+        bench.log.of(QStringLiteral("notDelivered")),
+        QStringList{QStringLiteral(R"({"time":0,"event":"notDelivered","order":1,"instruction":1,"name":"a",)"
+                                   R"("reason":"endpoint \"device\" is gone","goesOn":false})")});
     QVERIFY(bench.endpoint.got.isEmpty());
     bench.endpoint.connected = true;
     Order const& again = bench.order("go");
@@ -268,6 +272,7 @@ void TstHost::noEndpointForAListener()
     Order const& order = bench.order("listen");
     bench.runAll();
     QCOMPARE(stateName(order), QStringLiteral("running"));
+    QCOMPARE(bench.log.lines.filter(QStringLiteral("\"goesOn\":true")).size(), 1);
     QCOMPARE(bench.tool->stop(QStringLiteral("halt")), 1);
     QCOMPARE(stateName(order), QStringLiteral("succeeded"));
     QVERIFY(order.isOver());
@@ -714,6 +719,11 @@ void TstHost::stopAll()
     QCOMPARE(stateName(two), QStringLiteral("succeeded"));
     QCOMPARE(stateName(shot), QStringLiteral("running"));
     QVERIFY(bench.log.of(QStringLiteral("stop")).isEmpty());
+    QStringList const told{QStringLiteral(R"({"time":0,"event":"stopAll","running":2})")};
+    QCOMPARE(bench.log.of(QStringLiteral("stopAll")), told);
+    // With nothing to stop there is nothing to tell.
+    bench.tool->stopAll();
+    QCOMPARE(bench.log.of(QStringLiteral("stopAll")), told);
 }
 
 void TstHost::releaseKeepsWhatRuns()

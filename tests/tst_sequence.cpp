@@ -523,10 +523,12 @@ void TstSequence::runs_data()
         true,
         "0 order 1 listenA; 0 instruction 1 1 go; 0 order 2 listenB; 0 instruction 2 2 go; "
         "5 reply 1 1; 5 result 1 n; 5 reply 2 2; 5 result 2 n; "
-        "5 withdrawn 1 1; 5 finished 1 listenA ok; 5 withdrawn 2 2; 5 finished 2 listenB ok; 5 end 3 0 0 0");
+        "5 stopAll 2; 5 withdrawn 1 1; 5 finished 1 listenA ok; 5 withdrawn 2 2; 5 finished 2 listenB ok; 5 "
+        "end 3 0 0 0");
     row("failing order ends it", R"({"order": "silent"}, {"order": "lost"}, {"order": "shot"}, {"wait": 1})",
         false,
-        "0 order 1 silent; 0 finished 1 silent ok; 0 order 2 lost; 0 instruction 2 1 go; "
+        "0 order 1 silent; 0 finished 1 silent ok; 0 order 2 lost; 0 instruction 2 1 go; 0 notDelivered 2 1 "
+        "go; "
         "0 finished 2 lost failed \"go\": endpoint \"nowhere\" is gone; 0 end 1 1 2 0");
     row("no reply in time ends it", R"({"order": "shot"}, {"order": "shot"})", false,
         "0 order 1 shot; 0 instruction 1 1 go; 0 result 1 given; 4000 withdrawn 1 1; "
@@ -534,8 +536,9 @@ void TstSequence::runs_data()
         {4001});
     row("listeners are finished after a failure", R"({"order": "listenA"}, {"order": "lost"}, {"wait": 1})",
         false,
-        "0 order 1 listenA; 0 instruction 1 1 go; 0 order 2 lost; 0 instruction 2 2 go; "
-        "0 finished 2 lost failed \"go\": endpoint \"nowhere\" is gone; "
+        "0 order 1 listenA; 0 instruction 1 1 go; 0 order 2 lost; 0 instruction 2 2 go; 0 notDelivered 2 2 "
+        "go; "
+        "0 finished 2 lost failed \"go\": endpoint \"nowhere\" is gone; 0 stopAll 1; "
         "0 withdrawn 1 1; 0 finished 1 listenA ok; 0 end 1 1 1 0");
     row("listener that refuses to start", R"({"order": "refuses"}, {"wait": 1})", false,
         "0 order 1 refuses; 0 finished 1 refuses failed the command refused to start; 0 end 0 1 1 0");
@@ -545,29 +548,29 @@ void TstSequence::runs_data()
         "0 order 1 listenA; 0 instruction 1 1 go; 0 stop halt 1; 0 withdrawn 1 1; "
         "0 finished 1 listenA ok; 0 stop halt 0; 0 end 2 1 0 0");
     row("stop of another", R"({"order": "listenA"}, {"order": "unlock"})", false,
-        "0 order 1 listenA; 0 instruction 1 1 go; 0 stop unlock 0; 0 withdrawn 1 1; "
+        "0 order 1 listenA; 0 instruction 1 1 go; 0 stop unlock 0; 0 stopAll 1; 0 withdrawn 1 1; "
         "0 finished 1 listenA ok; 0 end 1 1 0 0");
     row("must fail and does", R"({"order": "lost", "fails": true}, {"order": "silent"})", true,
-        "0 order 1 lost; 0 instruction 1 1 go; 0 finished 1 lost failed \"go\": endpoint \"nowhere\" is "
-        "gone; "
+        "0 order 1 lost; 0 instruction 1 1 go; 0 notDelivered 1 1 go; "
+        "0 finished 1 lost failed \"go\": endpoint \"nowhere\" is gone; "
         "0 order 2 silent; 0 finished 2 silent ok; 0 end 2 0 0 0");
     row("must fail and does not", R"({"order": "silent", "fails": true}, {"wait": 1})", false,
         "0 order 1 silent; 0 finished 1 silent ok; "
         "0 waitFailed the order succeeded, but should have failed; 0 end 0 1 1 0");
     row("await what is there",
         R"({"order": "listenA"}, {"wait": 5}, {"await": "n", "of": "listenA", "value": 0})", true,
-        "0 order 1 listenA; 0 instruction 1 1 go; 5 reply 1 1; 5 result 1 n; 5 withdrawn 1 1; "
+        "0 order 1 listenA; 0 instruction 1 1 go; 5 reply 1 1; 5 result 1 n; 5 stopAll 1; 5 withdrawn 1 1; "
         "5 finished 1 listenA ok; 5 end 3 0 0 0");
     row("await what comes",
         R"({"order": "listenA"}, {"await": "n", "of": "listenA", "value": 1, "within": 8})", true,
         "0 order 1 listenA; 0 instruction 1 1 go; 5 reply 1 1; 5 result 1 n; 8 reply 1 1; 8 result 1 n; "
-        "8 withdrawn 1 1; 8 finished 1 listenA ok; 8 end 2 0 0 0",
+        "8 stopAll 1; 8 withdrawn 1 1; 8 finished 1 listenA ok; 8 end 2 0 0 0",
         {5, 8, 9});
     row("await what comes too late",
         R"({"order": "listenA"}, {"await": "n", "of": "listenA", "value": 1, "within": 7})", false,
         "0 order 1 listenA; 0 instruction 1 1 go; 5 reply 1 1; 5 result 1 n; "
         "7 waitFailed n of \"listenA\" did not become 1 within 7 ms; "
-        "7 withdrawn 1 1; 7 finished 1 listenA ok; 7 end 1 1 0 0",
+        "7 stopAll 1; 7 withdrawn 1 1; 7 finished 1 listenA ok; 7 end 1 1 0 0",
         {5, 8, 9});
     row("await of what does not run", R"({"await": "n", "of": "listenA", "value": 1})", false,
         "0 waitFailed \"listenA\" is not running; 0 end 0 1 0 0");

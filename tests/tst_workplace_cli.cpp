@@ -133,6 +133,10 @@ private slots:
     void inspectOfBadInput_data();
     void inspectOfBadInput();
     void traceIntoAPipe();
+    void replayOfAnother_data();
+    void replayOfAnother();
+    void replayComplaints_data();
+    void replayComplaints();
     void traceThatFails_data();
     void traceThatFails();
     void traceIsNotWrittenOverInput_data();
@@ -149,9 +153,10 @@ void TstWorkplaceCli::help_data()
     QTest::newRow("program") << QStringList{QStringLiteral("--help")}
                              << QStringList{
                                     QStringLiteral("Usage: workplace [OPTIONS] SUBCOMMAND"),
-                                    QStringLiteral("Exit codes: 0 as asked, 1 an order failed, 2 bad usage "
-                                                   "or input."),
-                                    QStringLiteral("inspect  "), QStringLiteral("run  ")};
+                                    QStringLiteral("Exit codes: 0 as asked, 1 an order failed or a replay "
+                                                   "differs, 2 bad usage or input."),
+                                    QStringLiteral("inspect  "), QStringLiteral("run  "),
+                                    QStringLiteral("replay  ")};
     QTest::newRow("short") << QStringList{QStringLiteral("-h")}
                            << QStringList{QStringLiteral("Usage: workplace [OPTIONS] SUBCOMMAND")};
     QTest::newRow("run") << QStringList{QStringLiteral("run"), QStringLiteral("--help")}
@@ -165,6 +170,9 @@ void TstWorkplaceCli::help_data()
                              << QStringList{QStringLiteral("Usage: workplace inspect [OPTIONS]"),
                                             QStringLiteral("--plugin FILE  "), QStringLiteral("--json"),
                                             QStringLiteral("--markdown")};
+    QTest::newRow("replay") << QStringList{QStringLiteral("replay"), QStringLiteral("--help")}
+                            << QStringList{QStringLiteral("Usage: workplace replay [OPTIONS] TRACE"),
+                                           QStringLiteral("--plugin FILE  "), QStringLiteral("--json")};
     QTest::newRow("help wins over a missing argument")
         << QStringList{QStringLiteral("run"), QStringLiteral("-h"), QStringLiteral("--json")}
         << QStringList{QStringLiteral("Usage: workplace run [OPTIONS] SEQUENCE")};
@@ -194,6 +202,7 @@ void TstWorkplaceCli::badUsage_data()
     row("verb in another case", "Run x.json", "unknown verb \"Run\"");
     row("no sequence", "run", "SEQUENCE is required");
     row("two sequences", "run a.json b.json", "The following argument was not expected: b.json");
+    row("no trace to replay", "replay", "TRACE is required");
     row("unknown option", "run a.json --fast", "The following argument was not expected: --fast");
     row("option of the other verb", "inspect --trace x",
         "The following arguments were not expected: x --trace");
@@ -298,9 +307,17 @@ void TstWorkplaceCli::realTime()
     Program::run({QStringLiteral("run"), file, QStringLiteral("--trace"),
                   folder.filePath(QStringLiteral("simulated"))},
                  examples);
-    QVERIFY(!contentOf(folder.filePath(QStringLiteral("real"))).isEmpty());
-    QCOMPARE(contentOf(folder.filePath(QStringLiteral("real"))),
-             contentOf(folder.filePath(QStringLiteral("simulated"))));
+    // They differ in their date alone.
+    QByteArray real = contentOf(folder.filePath(QStringLiteral("real")));
+    QVERIFY(!real.isEmpty());
+    int const date = real.indexOf(QDate::currentDate().toString(Qt::ISODate).toLatin1());
+    QVERIFY(date > 0);
+    real.replace(date, int(sizeof "2000-01-01T00:00:00.000") - 1, "2000-01-01T00:00:00.000");
+    QCOMPARE(real, contentOf(folder.filePath(QStringLiteral("simulated"))));
+    Outcome const replayed =
+        Program::run({QStringLiteral("replay"), folder.filePath(QStringLiteral("real"))}, examples);
+    QCOMPARE(replayed.err, QString());
+    QVERIFY2(replayed.out.endsWith(QStringLiteral("all as recorded\n")), qPrintable(replayed.out));
 }
 
 void TstWorkplaceCli::trace()
@@ -314,7 +331,7 @@ void TstWorkplaceCli::trace()
     QCOMPARE(outcome.out, expected(QStringLiteral("init.txt")));
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(QString::fromUtf8(contentOf(folder.filePath(QStringLiteral("trace.jsonl")))),
-             expected(QStringLiteral("init.trace.jsonl")));
+             QString::fromUtf8(contentOf(examples + QStringLiteral("/traces/init.jsonl"))));
     QCOMPARE(folder.names(), QStringList{QStringLiteral("trace.jsonl")});
 }
 
@@ -326,7 +343,7 @@ void TstWorkplaceCli::traceBesideJson()
                                          folder.path());
     QCOMPARE(outcome.out, expected(QStringLiteral("init.jsonl")));
     QCOMPARE(QString::fromUtf8(contentOf(folder.filePath(QStringLiteral("trace.jsonl")))),
-             expected(QStringLiteral("init.trace.jsonl")));
+             QString::fromUtf8(contentOf(examples + QStringLiteral("/traces/init.jsonl"))));
 }
 
 void TstWorkplaceCli::controllerOption()
@@ -794,8 +811,117 @@ void TstWorkplaceCli::traceIntoAPipe()
     QVERIFY(reader.waitForFinished());
     QCOMPARE(outcome.err, QString());
     QCOMPARE(outcome.exitCode, 0);
-    QCOMPARE(QString::fromUtf8(reader.readAll()), expected(QStringLiteral("init.trace.jsonl")));
+    QCOMPARE(QString::fromUtf8(reader.readAll()),
+             QString::fromUtf8(contentOf(examples + QStringLiteral("/traces/init.jsonl"))));
     m_writesDirectly = true;
+}
+
+// A record of a plugin that did something else.
+void TstWorkplaceCli::replayOfAnother_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("after");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("json");
+    auto const row = [](char const* name, char const* before, char const* after, char const* text,
+                        char const* json) {
+        QTest::newRow(name) << QByteArray(before) << QByteArray(after) << QString::fromUtf8(text)
+                            << QString::fromUtf8(json);
+    };
+    row("result", R"("key":"doneOk","value":true)", R"("key":"doneOk","value":false)",
+        R"(trace.jsonl:8: {"time":15,"event":"reply","order":1,"instruction":3,"reply":{"doneOk":true}}
+- {"time":15,"event":"result","order":1,"key":"doneOk","value":false}
++ {"time":15,"event":"result","order":1,"key":"doneOk","value":true}
+  {"time":15,"event":"finished","order":1,"command":"init","success":true}
+5 steps, 1 DIFFERENT
+)",
+        R"({"line":8,"step":{"time":15,"event":"reply","order":1,"instruction":3,"reply":{"doneOk":true}},)"
+        R"("recorded":[{"time":15,"event":"result","order":1,"key":"doneOk","value":false},)"
+        R"({"time":15,"event":"finished","order":1,"command":"init","success":true}],)"
+        R"("replayed":[{"time":15,"event":"result","order":1,"key":"doneOk","value":true},)"
+        R"({"time":15,"event":"finished","order":1,"command":"init","success":true}]}
+{"steps":5,"differences":1,"recordedWith":"Plugin Tool ZRT 1.0","replayedWith":"Plugin Tool ZRT 1.0"}
+)");
+    row("another instruction", R"("name":"setLock")", R"("name":"unlock")",
+        R"(trace.jsonl:4: {"time":5,"event":"reply","order":1,"instruction":1,"reply":{"firmware":"1.4.2","model":"ZRT","serialNumber":"ZRT-2026-0042"}}
+- {"time":5,"event":"instruction","order":1,"instruction":2,"target":"device","name":"unlock","arguments":{"lock":1},"timeAllowance":4000}
++ {"time":5,"event":"instruction","order":1,"instruction":0,"target":"device","name":"setLock","arguments":{"lock":1},"timeAllowance":4000}
+trace.jsonl:6: {"time":10,"event":"reply","order":1,"instruction":2,"reply":{"fasteningLocked":true,"lockStatus":1,"looseningLocked":true}}
+! nobody waits for this reply: the instruction was not sent
+- {"time":10,"event":"instruction","order":1,"instruction":3,"target":"device","name":"setLockScreen","arguments":{},"timeAllowance":4000}
+trace.jsonl:8: {"time":15,"event":"reply","order":1,"instruction":3,"reply":{"doneOk":true}}
+! nobody waits for this reply: the instruction was not sent
+- {"time":15,"event":"result","order":1,"key":"doneOk","value":true}
+- {"time":15,"event":"finished","order":1,"command":"init","success":true}
+5 steps, 3 DIFFERENT
+)",
+        "");
+    row("another version", R"("version":"1.0")", R"("version":"0.9")",
+        "5 steps, all as recorded (recorded with Plugin Tool ZRT 0.9, replayed with Plugin Tool ZRT 1.0)\n",
+        R"({"steps":5,"differences":0,"recordedWith":"Plugin Tool ZRT 0.9","replayedWith":"Plugin Tool ZRT 1.0"}
+)");
+}
+
+void TstWorkplaceCli::replayOfAnother()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, after);
+    QFETCH(QString, text);
+    QFETCH(QString, json);
+    ScratchFolder const folder;
+    QByteArray trace = contentOf(examples + QStringLiteral("/traces/init.jsonl"));
+    QCOMPARE(trace.count(before), 1);
+    folder.write(QStringLiteral("trace.jsonl"), trace.replace(before, after));
+    int const code = text.contains(QStringLiteral("DIFFERENT")) ? 1 : 0;
+    QStringList const arguments{QStringLiteral("replay"), QStringLiteral("trace.jsonl")};
+    Outcome outcome = Program::run(arguments, folder.path());
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.out, text);
+    QCOMPARE(outcome.exitCode, code);
+    outcome = Program::run(arguments + QStringList{QStringLiteral("--json")}, folder.path());
+    QCOMPARE(outcome.err, QString());
+    if (!json.isEmpty())
+        QCOMPARE(outcome.out, json);
+    QCOMPARE(outcome.exitCode, code);
+    auto const lines = outcome.out.toUtf8().trimmed().split('\n');
+    for (auto const& line : lines)
+        QVERIFY2(QJsonDocument::fromJson(line).isObject(), line.constData());
+}
+
+void TstWorkplaceCli::replayComplaints_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("complaint");
+    QByteArray const trace = contentOf(examples + QStringLiteral("/traces/init.jsonl"));
+    auto const row = [](char const* name, QByteArray const& content, char const* complaint) {
+        QTest::newRow(name) << content << QString::fromUtf8(complaint);
+    };
+    row("missing", QByteArray(), ": No such file or directory");
+    row("a sequence", contentOf(initExample),
+        ":1:2: not JSON: syntax error while parsing object key - unexpected end of input; expected string "
+        "literal");
+    row("cut off in a line", trace.left(trace.size() / 2), ":5: the trace is cut off in this line");
+    row("cut off behind a line", trace.left(trace.lastIndexOf('\n', -2) + 1),
+        ":10: the trace is cut off behind this line");
+    row("of a newer version", QByteArray(trace).replace("\"format\":1", "\"format\":2"),
+        ":1: format: this trace has format 2, from a newer version; this version reads format 1");
+    row("of another plugin", QByteArray(trace).replace("\"init\"", "\"walk\""),
+        ":2: the plugin has no command \"walk\"");
+}
+
+void TstWorkplaceCli::replayComplaints()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, complaint);
+    ScratchFolder const folder;
+    if (!content.isNull())
+        folder.write(QStringLiteral("trace.jsonl"), content);
+    Outcome const outcome =
+        Program::run({QStringLiteral("replay"), QStringLiteral("trace.jsonl")}, folder.path());
+    // Nothing is replayed before the whole of it is known to be right.
+    QCOMPARE(outcome.out, QString());
+    QCOMPARE(outcome.err, QStringLiteral("workplace: trace.jsonl%1\n").arg(complaint));
+    QCOMPARE(outcome.exitCode, 2);
 }
 
 void TstWorkplaceCli::traceThatFails_data()

@@ -40,6 +40,8 @@ add_zrt_workplace_test(plugin_library
     DEPENDS p_tool_vesk_zrt odd_interface odd_root odd_dependency)
 add_zrt_workplace_test(zrt_controller)
 add_zrt_workplace_test(event_json)
+add_zrt_workplace_test(trace_reader)
+add_zrt_workplace_test(replay)
 add_zrt_workplace_test(workplace_cli
     DEFINITIONS
         WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"

@@ -18,7 +18,6 @@
 #include <utilities/utilities.h>
 
 #include <QFileInfo>
-#include <QUuid>
 
 namespace
 {
@@ -206,7 +205,7 @@ int inspectCommand(InspectOptions const& options)
     Clock clock(Clock::Pace::Simulated);
     RunEvents const events(clock);
     Workstation workstation(clock, events);
-    auto const tool = makeTool(library, QUuid(), workstation);
+    auto const tool = makeTool(library, workstation);
     if (options.markdown) {
         writeReference(tool->plugin(), output);
         output.close();

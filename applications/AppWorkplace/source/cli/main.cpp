@@ -2,6 +2,7 @@
 #include "maintenance_output.h"
 #include "output.h"
 #include "panel_command.h"
+#include "replay_command.h"
 #include "run_command.h"
 
 #include "json/input_error.h"
@@ -68,7 +69,7 @@ QSize toSize(std::string const& text)
 int run(int argc, char** argv, std::optional<QCoreApplication>& application)
 {
     CLI::App app("A small workstation for trying the ZRT tool plugin: real plugin, simulated controller.\n"
-                 "Exit codes: 0 as asked, 1 an order failed, 2 bad usage or input.",
+                 "Exit codes: 0 as asked, 1 an order failed or a replay differs, 2 bad usage or input.",
                  "workplace");
     app.require_subcommand(1);
 
@@ -101,6 +102,14 @@ int run(int argc, char** argv, std::optional<QCoreApplication>& application)
         ->type_name("FILE");
     runVerb->add_flag("--json", options.json, "one JSON object a line, for programs");
     runVerb->add_flag("--real-time", options.realTime, "take the time that the real thing takes");
+
+    ReplayOptions replay;
+    replay.plugin = defaultPlugin();
+    auto* const replayVerb =
+        app.add_subcommand("replay", "Feed a recorded trace to the plugin and compare what comes of it");
+    addText(*replayVerb, "TRACE", replay.trace, "what \"run --trace\" has written")->required();
+    addText(*replayVerb, "--plugin", replay.plugin, "the library, or the folder it is in")->type_name("FILE");
+    replayVerb->add_flag("--json", replay.json, "one JSON object a line, for programs");
 
     PanelOptions panel;
     panel.plugin = defaultPlugin();
@@ -145,7 +154,9 @@ int run(int argc, char** argv, std::optional<QCoreApplication>& application)
             application.reset(); // the panel makes one that knows of windows
             return panelCommand(panel, argc, argv);
         }
-        return *inspectVerb ? inspectCommand(inspect) : runCommand(options);
+        if (*inspectVerb)
+            return inspectCommand(inspect);
+        return *replayVerb ? replayCommand(replay) : runCommand(options);
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() != 0)
             throw;

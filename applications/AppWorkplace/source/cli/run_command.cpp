@@ -17,7 +17,6 @@
 #include "json/input_error.h"
 
 #include <plugin_management/d_abstract_plugin.h>
-#include <utilities/date_source.h>
 #include <utilities/utilities.h>
 
 #include <QFileInfo>
@@ -26,12 +25,6 @@
 
 namespace
 {
-
-// The simulated tool's identity: the same in every run.
-QUuid toolUuid()
-{
-    return QUuid(QStringLiteral("{00000000-0000-4000-8000-000000000001}"));
-}
 
 // A slip on the command line must not cost the user an input file.
 void refuseToOverwrite(QString const& trace, QStringList const& inputs)
@@ -42,19 +35,6 @@ void refuseToOverwrite(QString const& trace, QStringList const& inputs)
     }
 }
 
-// The log lines of a run are dated by its clock.
-class RunDates
-{
-public:
-    explicit RunDates(Clock const& clock)
-    {
-        setDateSource([&clock] { return clock.date(); });
-    }
-    ~RunDates() { setDateSource({}); }
-    RunDates(RunDates const&) = delete;
-    RunDates& operator=(RunDates const&) = delete;
-};
-
 } // namespace
 
 int runCommand(RunOptions const& options)
@@ -64,7 +44,7 @@ int runCommand(RunOptions const& options)
     Clock clock(options.realTime ? Clock::Pace::RealTime : Clock::Pace::Simulated);
     RunEvents events(clock);
     Workstation workstation(clock, events);
-    auto const tool = makeTool(library, toolUuid(), workstation);
+    auto const tool = makeTool(library, workstation);
     Sequence const sequence = readSequence(options.sequence, tool->plugin());
     QString const setupFile = options.controller.isEmpty() ? sequence.controllerFile : options.controller;
     ZrtSetup const setup = setupFile.isEmpty() ? ZrtSetup() : readZrtSetup(setupFile);
@@ -95,10 +75,9 @@ int runCommand(RunOptions const& options)
     bool succeeded = false;
     {
         LogTap const logTap(events);
-        events.publish(RunStarted{tool->plugin().pluginName(),
-                                  versionToString(tool->plugin().pluginVersion()),
-                                  setup.state.model + QLatin1Char(' ') + setup.state.serialNumber});
-        RunDates const dates(clock);
+        events.publish(
+            RunStarted{tool->plugin().pluginName(), versionToString(tool->plugin().pluginVersion()),
+                       setup.state.model + QLatin1Char(' ') + setup.state.serialNumber, clock.date()});
         succeeded = SequenceRunner(*tool, endpoint, workstation, clock).run(sequence);
     }
     if (trace)

@@ -101,10 +101,13 @@ struct ToText
                             ? QString()
                             : QStringLiteral("  FAILED: no running command stops by that name")));
     }
+    QString operator()(AllStopped const&) const { return {}; }
     QString operator()(InstructionPosted const&) const { return {}; }
     QString operator()(InstructionFailed const& event) const
     {
-        return about(event.order, QStringLiteral("  %1 NOT DELIVERED: %2").arg(event.name, event.reason));
+        return event.goesOn ? about(event.order,
+                                    QStringLiteral("  %1 NOT DELIVERED: %2").arg(event.name, event.reason))
+                            : QString();
     }
     QString operator()(InstructionWithdrawn const&) const { return {}; }
     QString operator()(ReplyArrived const&) const { return {}; }
@@ -174,7 +177,9 @@ void Transcript::show(qint64 time, RunEvent const& event)
 
 QByteArray toJsonTranscript(qint64 time, RunEvent const& event)
 {
-    bool const isForTraces = std::holds_alternative<InstructionPosted>(event)
+    auto const* const failed = std::get_if<InstructionFailed>(&event);
+    bool const isForTraces = (failed && !failed->goesOn) || std::holds_alternative<AllStopped>(event)
+                             || std::holds_alternative<InstructionPosted>(event)
                              || std::holds_alternative<InstructionWithdrawn>(event)
                              || std::holds_alternative<ReplyArrived>(event)
                              || std::holds_alternative<ReplyDropped>(event);

@@ -45,6 +45,8 @@ Clock::Clock(Pace pace) : m_pace(pace), m_start(startOf(pace))
     m_sinceStart.start();
 }
 
+Clock::Clock(QDateTime start) : m_pace(Pace::Simulated), m_start(std::move(start)) {}
+
 void Clock::after(qint64 delay, std::function<void()> task)
 {
     m_tasks.emplace(std::pair(m_now + std::max<qint64>(delay, 0), ++m_planned), std::move(task));
@@ -62,4 +64,15 @@ bool Clock::step()
     next.mapped()();
     deliverPostedEvents();
     return true;
+}
+
+std::optional<qint64> Clock::nextDue() const
+{
+    return m_tasks.empty() ? std::nullopt : std::optional(m_tasks.begin()->first.first);
+}
+
+void Clock::moveTo(qint64 time)
+{
+    Q_ASSERT(time >= m_now && time <= nextDue().value_or(time));
+    m_now = time;
 }

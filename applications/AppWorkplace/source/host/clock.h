@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <utility>
 
 /// The one source of time. Everything that takes time is a task planned here; tasks run one after the other,
@@ -21,6 +22,8 @@ public:
     };
 
     explicit Clock(Pace pace);
+    /// Simulated, starting at this date.
+    explicit Clock(QDateTime start);
 
     /// Milliseconds since the start.
     qint64 now() const { return m_now; }
@@ -32,6 +35,10 @@ public:
 
     /// Goes to the time of the next task and runs it; false when none is planned.
     bool step();
+    /// When the next task is planned.
+    std::optional<qint64> nextDue() const;
+    /// Goes to a time that no task is planned before.
+    void moveTo(qint64 time);
 
 private:
     Pace const m_pace;

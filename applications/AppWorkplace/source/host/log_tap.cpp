@@ -1,6 +1,9 @@
 #include "log_tap.h"
 
+#include "clock.h"
 #include "run_event.h"
+
+#include <utilities/date_source.h>
 
 #include <QRegularExpression>
 
@@ -38,6 +41,7 @@ void publish(QtMsgType type, QMessageLogContext const& /*context*/, QString cons
 
 LogTap::LogTap(RunEvents const& events)
 {
+    setDateSource([&events] { return events.clock().date(); });
     s_events = &events;
     m_former = qInstallMessageHandler(publish);
 }
@@ -46,4 +50,5 @@ LogTap::~LogTap()
 {
     qInstallMessageHandler(m_former);
     s_events = nullptr;
+    setDateSource({});
 }

@@ -4,8 +4,9 @@
 
 class RunEvents;
 
-/// While it lives, Qt's log lines become events of the run. The addresses of objects in them are replaced by
-/// "0x..": they say nothing once the run is over and are different in every one. One at a time.
+/// While it lives, Qt's log lines become events of the run, and are dated by their clock. The addresses of
+/// objects in them are replaced by "0x..": they say nothing once the run is over and are different in every
+/// one. One at a time.
 class LogTap
 {
 public:

@@ -2,6 +2,7 @@
 
 #include <plugin_management/d_order.h>
 
+#include <QDateTime>
 #include <QString>
 #include <QVariant>
 
@@ -18,6 +19,7 @@ struct RunStarted
     QString plugin;
     QString version;
     QString controller; ///< model and serial number
+    QDateTime start;    ///< by the wall clock of the place
 };
 struct OrderStarted
 {
@@ -30,19 +32,25 @@ struct StopOrdered
     QString stopCommand;
     int running; ///< how many running commands it ends
 };
+/// Every running command that has a stop name is ended, for the sequence is over.
+struct AllStopped
+{
+    int running; ///< how many these are
+};
 struct InstructionPosted
 {
     quint64 order;
     quint64 instruction;
     DInstruction content;
 };
-/// An instruction of a command that goes on could not be delivered, and why.
+/// An instruction could not be delivered, and why.
 struct InstructionFailed
 {
     quint64 order;
     quint64 instruction;
     QString name;
     QString reason;
+    bool goesOn; ///< its command does, in spite of it
 };
 struct InstructionWithdrawn
 {
@@ -105,9 +113,10 @@ struct RunFinished
     quint64 droppedReplies;
 };
 
-using RunEvent = std::variant<RunStarted, OrderStarted, StopOrdered, InstructionPosted, InstructionFailed,
-                              InstructionWithdrawn, ReplyArrived, ReplyDropped, ResultUpdated, OrderFinished,
-                              PersonActed, WaitFailed, ExpectationMissed, LogWritten, RunFinished>;
+using RunEvent =
+    std::variant<RunStarted, OrderStarted, StopOrdered, AllStopped, InstructionPosted, InstructionFailed,
+                 InstructionWithdrawn, ReplyArrived, ReplyDropped, ResultUpdated, OrderFinished, PersonActed,
+                 WaitFailed, ExpectationMissed, LogWritten, RunFinished>;
 
 /// Passes each event on to all listeners, with its time in milliseconds.
 class RunEvents
@@ -116,6 +125,8 @@ public:
     using Listener = std::function<void(qint64 time, RunEvent const& event)>;
 
     explicit RunEvents(Clock const& clock) : m_clock(clock) {}
+
+    Clock const& clock() const { return m_clock; }
 
     void listen(Listener listener) { m_listeners.push_back(std::move(listener)); }
     void publish(RunEvent const& event) const;

@@ -78,6 +78,8 @@ int Tool::stop(QString const& stopCommand)
 void Tool::stopAll()
 {
     auto const orders = runningWhere([](QString const& name) { return !name.isEmpty(); });
+    if (!orders.empty())
+        m_workstation.events().publish(AllStopped{static_cast<int>(orders.size())});
     for (auto* const order : orders)
         order->stop();
 }

@@ -28,10 +28,9 @@ quint64 Workstation::carry(Order& order, DInstruction const& instruction)
     Endpoint* const endpoint = m_endpoints.value(instruction.target);
     if (!endpoint || !endpoint->isConnected()) {
         QString const reason = QStringLiteral("endpoint \"%1\" is gone").arg(instruction.target);
-        // A one-shot command fails for this reason and says so; one that listens goes on, and nobody else
-        // would tell.
-        if (order.command().isRecurrent())
-            m_events.publish(InstructionFailed{orderId, id, instruction.name, reason});
+        // A one-shot command fails for this reason and says so; one that listens goes on.
+        m_events.publish(
+            InstructionFailed{orderId, id, instruction.name, reason, order.command().isRecurrent()});
         m_clock.after(0, [target, id, reason] {
             if (target)
                 target->instructionFailed(id, reason);

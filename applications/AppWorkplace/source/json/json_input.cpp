@@ -26,7 +26,12 @@ namespace
 // Counts lines while the parser reads on.
 struct LineCounter
 {
-    explicit LineCounter(QByteArray const& whole) : text(whole) {}
+    LineCounter(QByteArray const& whole, int firstLine)
+        : text(whole)
+        , first(firstLine)
+        , line(firstLine)
+        , previous(firstLine)
+    {}
 
     /// The parser takes a NUL byte for the end of the file; nothing else does.
     bool isAtNul() const { return read > 0 && text[read - 1] == '\0'; }
@@ -37,10 +42,11 @@ struct LineCounter
     }
 
     QByteArray const& text;
+    int const first;
     int read = 0; ///< characters
-    int line = 1;
+    int line;
     /// Before the last character that was read: a number ends only with the character behind it.
-    int previous = 1;
+    int previous;
 };
 
 class CountingIterator
@@ -183,9 +189,10 @@ public:
             == QLatin1String("0")) // a line break where none may be: at the end of the line before
             throw InputError(located(m_fileName, m_counter.previous, {},
                                      QStringLiteral("not JSON: ") + shown(match.captured(3))));
-        throw InputError(
-            QStringLiteral("%1:%2:%3: not JSON: %4")
-                .arg(m_fileName, match.captured(1), match.captured(2), shown(match.captured(3))));
+        throw InputError(QStringLiteral("%1:%2:%3: not JSON: %4")
+                             .arg(m_fileName,
+                                  QString::number(m_counter.first + match.captured(1).toInt() - 1),
+                                  match.captured(2), shown(match.captured(3))));
     }
 
 private:
@@ -267,9 +274,9 @@ QByteArray JsonInput::textOf(QString const& fileName)
     return text;
 }
 
-JsonInput JsonInput::fromText(QString const& fileName, QByteArray const& text)
+JsonInput JsonInput::fromText(QString const& fileName, QByteArray const& text, int firstLine)
 {
-    LineCounter counter(text);
+    LineCounter counter(text, firstLine);
     Builder builder(fileName, counter);
     nlohmann::json::sax_parse(CountingIterator(text.cbegin(), &counter),
                               CountingIterator(text.cend(), &counter), &builder);
@@ -277,6 +284,11 @@ JsonInput JsonInput::fromText(QString const& fileName, QByteArray const& text)
         builder.refuseNul();
     auto const root = std::make_shared<Node const>(std::move(builder.root));
     return {root, root.get(), fileName, QString()};
+}
+
+QVariant::Type JsonInput::type() const
+{
+    return m_node->value.type();
 }
 
 void JsonInput::allowKeys(QStringList const& keys) const
@@ -331,18 +343,17 @@ QString JsonInput::toText() const
 
 qint64 JsonInput::toInteger(qint64 lowest, qint64 highest) const
 {
-    auto const type = m_node->value.type();
     qint64 const number = m_node->value.toLongLong();
-    if ((type != QVariant::Int && type != QVariant::LongLong) || number < lowest || number > highest)
+    if ((type() != QVariant::Int && type() != QVariant::LongLong) || number < lowest || number > highest)
         fail(QStringLiteral("must be a whole number from %1 to %2").arg(lowest).arg(highest));
     return number;
 }
 
 QVariant JsonInput::toVariant() const
 {
-    if (m_node->value.type() == QVariant::Map)
+    if (type() == QVariant::Map)
         return toVariantMap();
-    if (m_node->value.type() != QVariant::List)
+    if (type() != QVariant::List)
         return m_node->value;
     QVariantList list;
     for (auto const& item : items())
@@ -364,9 +375,9 @@ void JsonInput::fail(QString const& what) const
     throw InputError(located(m_fileName, m_node->line, m_path, what));
 }
 
-JsonInput::Node const& JsonInput::ofKind(QVariant::Type type, char const* expected) const
+JsonInput::Node const& JsonInput::ofKind(QVariant::Type kind, char const* expected) const
 {
-    if (m_node->value.type() != type)
+    if (type() != kind)
         fail(QStringLiteral("must be %1, not %2")
                  .arg(QLatin1String(expected), QLatin1String(kindOf(m_node->value))));
     return *m_node;

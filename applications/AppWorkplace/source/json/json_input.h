@@ -24,11 +24,13 @@ public:
     /// Reads a whole file. Not JSON, a key that stands twice in one object, and a
     /// file beyond the limits are errors.
     static JsonInput fromFile(QString const& fileName);
-    /// As fromFile(), for a file that has been read already.
-    static JsonInput fromText(QString const& fileName, QByteArray const& text);
+    /// As fromFile(), for text that has been read already and begins on this line of its file.
+    static JsonInput fromText(QString const& fileName, QByteArray const& text, int firstLine = 1);
     /// What stands in a file; one that cannot be read or is too large is an error.
     static QByteArray textOf(QString const& fileName);
 
+    /// Invalid, Bool, Int, LongLong, ULongLong, Double, String, List or Map.
+    QVariant::Type type() const;
     /// Refuses keys that are not in the list; the value must be an object.
     void allowKeys(QStringList const& keys) const;
     /// Whether the object has the key; the value must be an object.
@@ -58,7 +60,7 @@ private:
 
     JsonInput(std::shared_ptr<Node const> root, Node const* node, QString fileName, QString path);
 
-    Node const& ofKind(QVariant::Type type, char const* expected) const;
+    Node const& ofKind(QVariant::Type kind, char const* expected) const;
 
     std::shared_ptr<Node const> m_root; // keeps the tree that m_node is part of
     Node const* m_node;

@@ -1,5 +1,8 @@
 #include "variant_json.h"
 
+#include "input_error.h"
+#include "json_input.h"
+
 #include <QStringList>
 
 #include <cmath>
@@ -10,6 +13,9 @@ namespace
 using Json = nlohmann::ordered_json;
 
 constexpr int c_maximalDepth = 64;
+
+QString const c_type = QStringLiteral("@type");
+QString const c_value = QStringLiteral("@value");
 
 // Whether values of types that JSON does not have keep the name of their type.
 enum class Types
@@ -68,6 +74,8 @@ Json nearest(QVariant const& value, Types types, int depth)
         return value.toLongLong();
     case QMetaType::Float:
         return std::isfinite(value.toDouble()) ? Json(value.toDouble()) : Json(text(value.toString()));
+    case QMetaType::QVariantMap:
+        return mapToJson(value.toMap(), types, depth);
     case QMetaType::QVariantHash:
         return mapToJson(sorted(value.toHash()), types, depth);
     case QMetaType::QStringList:
@@ -97,12 +105,36 @@ Json toJson(QVariant const& value, Types types, int depth)
     case QMetaType::QVariantList:
         return listToJson(value.toList(), types, depth);
     case QMetaType::QVariantMap:
-        return mapToJson(value.toMap(), types, depth);
+        if (types == Types::Dropped || !value.toMap().contains(c_type))
+            return mapToJson(value.toMap(), types, depth);
+        break;
     default:
         break;
     }
     Json const content = nearest(value, types, depth);
-    return types == Types::Dropped ? content : Json{{"@type", value.typeName()}, {"@value", content}};
+    return types == Types::Dropped ? content
+                                   : Json{{text(c_type), value.typeName()}, {text(c_value), content}};
+}
+
+QVariantMap members(JsonInput const& json)
+{
+    QVariantMap map;
+    auto const keys = json.keys();
+    for (auto const& key : keys)
+        map.insert(key, toTypedVariant(json.at(key)));
+    return map;
+}
+
+QVariant ofNamedType(JsonInput const& json)
+{
+    json.allowKeys({c_type, c_value});
+    QString const name = json.at(c_type).toText();
+    JsonInput const content = json.at(c_value);
+    int const type = QMetaType::type(name.toUtf8().constData());
+    QVariant value = content.type() == QVariant::Map ? members(content) : toTypedVariant(content);
+    if (type == QMetaType::UnknownType || !value.convert(type))
+        content.fail(QStringLiteral("no value of the type \"%1\"").arg(shown(name)));
+    return value;
 }
 
 } // namespace
@@ -110,6 +142,22 @@ Json toJson(QVariant const& value, Types types, int depth)
 Json toJson(QVariant const& value)
 {
     return toJson(value, Types::Kept, 0);
+}
+
+QVariant toTypedVariant(JsonInput const& json)
+{
+    switch (json.type()) {
+    case QVariant::List: {
+        QVariantList list;
+        for (auto const& item : json.items())
+            list += toTypedVariant(item);
+        return list;
+    }
+    case QVariant::Map:
+        return json.has(c_type) ? ofNamedType(json) : members(json);
+    default:
+        return json.toVariant();
+    }
 }
 
 QString toText(QVariant const& value)

@@ -5,10 +5,15 @@
 
 #include <nlohmann/json.hpp>
 
+class JsonInput;
+
 /// A value as JSON. What JSON has is written as it is: null for an invalid value, truth values, ints,
-/// doubles, texts, lists, maps. Any other value keeps its type: {"@type": "uint", "@value": 7}. Containers
-/// nested deeper than a bound are cut.
+/// doubles, texts, lists, maps. Any other value keeps its type: {"@type": "uint", "@value": 7}, and so does a
+/// map that has a key "@type". Containers nested deeper than a bound are cut.
 nlohmann::ordered_json toJson(QVariant const& value);
+
+/// The value that toJson() has written. A type that has no text to be made from again is an InputError.
+QVariant toTypedVariant(JsonInput const& json);
 
 /// A value as short text for people: as JSON, without the types.
 QString toText(QVariant const& value);

@@ -17,9 +17,11 @@ struct ToJson
     Json operator()(RunStarted const& event) const
     {
         return {{"event", "begin"},
+                {"format", c_traceFormat},
                 {"plugin", text(event.plugin)},
                 {"version", text(event.version)},
-                {"controller", text(event.controller)}};
+                {"controller", text(event.controller)},
+                {"start", text(event.start.toString(QLatin1String(c_traceDateFormat)))}};
     }
     Json operator()(OrderStarted const& event) const
     {
@@ -31,6 +33,10 @@ struct ToJson
     Json operator()(StopOrdered const& event) const
     {
         return {{"event", "stop"}, {"command", text(event.stopCommand)}, {"running", event.running}};
+    }
+    Json operator()(AllStopped const& event) const
+    {
+        return {{"event", "stopAll"}, {"running", event.running}};
     }
     Json operator()(InstructionPosted const& event) const
     {
@@ -44,11 +50,9 @@ struct ToJson
     }
     Json operator()(InstructionFailed const& event) const
     {
-        return {{"event", "notDelivered"},
-                {"order", event.order},
-                {"instruction", event.instruction},
-                {"name", text(event.name)},
-                {"reason", text(event.reason)}};
+        return {{"event", "notDelivered"},          {"order", event.order},
+                {"instruction", event.instruction}, {"name", text(event.name)},
+                {"reason", text(event.reason)},     {"goesOn", event.goesOn}};
     }
     Json operator()(InstructionWithdrawn const& event) const
     {

@@ -1,0 +1,165 @@
+#include "replay_command.h"
+
+#include "make_tool.h"
+#include "output.h"
+
+#include "host/clock.h"
+#include "host/log_tap.h"
+#include "host/plugin_library.h"
+#include "host/tool.h"
+#include "host/workstation.h"
+#include "trace/event_json.h"
+#include "trace/replay.h"
+#include "json/input_error.h"
+
+#include <plugin_management/d_abstract_plugin.h>
+#include <utilities/utilities.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace
+{
+
+using Json = nlohmann::ordered_json;
+
+std::vector<QByteArray> linesOf(std::vector<ReplayStep::Outcome> const& outcomes)
+{
+    std::vector<QByteArray> lines;
+    for (auto const& outcome : outcomes)
+        lines.push_back(toLine(toJson(outcome.time, outcome.event)));
+    return lines;
+}
+
+// What both begin and end with stands once; between, what the record has, then what came now.
+QByteArray diff(std::vector<QByteArray> const& recorded, std::vector<QByteArray> const& replayed)
+{
+    auto const [first, firstNew] =
+        std::mismatch(recorded.cbegin(), recorded.cend(), replayed.cbegin(), replayed.cend());
+    auto const [last, lastNew] = std::mismatch(recorded.crbegin(), std::make_reverse_iterator(first),
+                                               replayed.crbegin(), std::make_reverse_iterator(firstNew));
+    QByteArray text;
+    auto const add = [&text](char const* mark, auto from, auto to) {
+        std::for_each(from, to, [&text, mark](QByteArray const& line) { text += mark + line; });
+    };
+    add("  ", recorded.cbegin(), first);
+    add("- ", first, last.base());
+    add("+ ", firstNew, lastNew.base());
+    add("  ", last.base(), recorded.cend());
+    return text;
+}
+
+QByteArray toText(QString const& fileName, ReplayStep const& step)
+{
+    QByteArray text = QStringLiteral("%1:%2: ").arg(fileName, QString::number(step.cause.line)).toUtf8();
+    text += toLine(toJson(step.cause.time, step.cause.event));
+    if (!step.problem.isEmpty())
+        text += "! " + step.problem.toUtf8() + '\n';
+    return text + diff(linesOf(step.recorded), linesOf(step.replayed));
+}
+
+QByteArray toJsonLine(ReplayStep const& step)
+{
+    auto const list = [](std::vector<ReplayStep::Outcome> const& outcomes) {
+        Json items = Json::array();
+        for (auto const& outcome : outcomes)
+            items.push_back(toJson(outcome.time, outcome.event));
+        return items;
+    };
+    Json json{{"line", step.cause.line}, {"step", toJson(step.cause.time, step.cause.event)}};
+    if (!step.problem.isEmpty())
+        json["problem"] = step.problem.toStdString();
+    json["recorded"] = list(step.recorded);
+    json["replayed"] = list(step.replayed);
+    return toLine(json);
+}
+
+QString nameAndVersion(DAbstractPlugin const& plugin)
+{
+    return plugin.pluginName() + QLatin1Char(' ') + versionToString(plugin.pluginVersion());
+}
+
+/// On a terminal how far the replay is, on a line that goes again.
+class Progress
+{
+public:
+    Progress() = default;
+    ~Progress() { clear(); }
+    Progress(Progress const&) = delete;
+    Progress& operator=(Progress const&) = delete;
+
+    void show(int percent)
+    {
+        if (m_isTerminal && percent != m_percent)
+            std::fprintf(stderr, "\rreplaying %d %%", percent);
+        m_percent = percent;
+    }
+    void clear()
+    {
+        if (m_isTerminal && m_percent >= 0)
+            std::fprintf(stderr, "\r\x1b[K");
+        m_percent = -1;
+    }
+
+private:
+    bool const m_isTerminal = isatty(STDERR_FILENO) != 0;
+    int m_percent = -1;
+};
+
+} // namespace
+
+int replayCommand(ReplayOptions const& options)
+{
+    PluginLibrary library(options.plugin);
+    RunStarted begin;
+    {
+        // The clock starts when the record does, which only the record tells.
+        Clock clock(Clock::Pace::Simulated);
+        RunEvents const events(clock);
+        Workstation workstation(clock, events);
+        begin = checkTrace(options.trace, *makeTool(library, workstation));
+    }
+    Clock clock(begin.start);
+    RunEvents events(clock);
+    Workstation workstation(clock, events);
+    auto const tool = makeTool(library, workstation);
+
+    Output output;
+    int steps = 0;
+    int differences = 0;
+    {
+        LogTap const logTap(events);
+        Replay replay(*tool, workstation, clock, events);
+        TraceReader trace(options.trace);
+        Progress progress;
+        while (auto const step = replay.next(trace)) {
+            ++steps;
+            progress.show(trace.progress());
+            if (step->isSame())
+                continue;
+            ++differences;
+            progress.clear();
+            output.write(options.json ? toJsonLine(*step) : toText(options.trace, *step));
+        }
+    }
+    QString const recordedWith = begin.plugin + QLatin1Char(' ') + begin.version;
+    QString const replayedWith = nameAndVersion(tool->plugin());
+    if (options.json) {
+        output.write(toLine(Json{{"steps", steps},
+                                 {"differences", differences},
+                                 {"recordedWith", recordedWith.toStdString()},
+                                 {"replayedWith", replayedWith.toStdString()}}));
+    } else {
+        QString text = QStringLiteral("%1 steps, ").arg(steps)
+                       + (differences == 0 ? QStringLiteral("all as recorded")
+                                           : QStringLiteral("%1 DIFFERENT").arg(differences));
+        if (replayedWith != recordedWith)
+            text += QStringLiteral(" (recorded with %1, replayed with %2)")
+                        .arg(shown(recordedWith), shown(replayedWith));
+        output.write(text.toUtf8() + '\n');
+    }
+    output.close();
+    return differences == 0 ? 0 : 1;
+}

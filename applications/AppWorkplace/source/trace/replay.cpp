@@ -1,0 +1,196 @@
+#include "replay.h"
+
+#include "event_json.h"
+#include "host/clock.h"
+#include "host/tool.h"
+#include "host/workstation.h"
+#include "json/input_error.h"
+
+#include <plugin_management/d_abstract_plugin.h>
+
+#include <algorithm>
+#include <type_traits>
+#include <utility>
+
+namespace
+{
+
+template <class Event, class... Events> constexpr bool isOneOf()
+{
+    return (std::is_same_v<Event, Events> || ...);
+}
+
+/// What is done to the plugin. The beginning counts as well: a library may have something to log.
+bool isCause(RunEvent const& event)
+{
+    return std::visit(
+        [](auto const& one) {
+            return isOneOf<std::decay_t<decltype(one)>, RunStarted, OrderStarted, StopOrdered, AllStopped,
+                           ReplyArrived, RunFinished>();
+        },
+        event);
+}
+
+/// What the plugin does.
+bool isOutcome(RunEvent const& event)
+{
+    if (auto const* const log = std::get_if<LogWritten>(&event))
+        return log->level != QLatin1String("debug");
+    return std::visit(
+        [](auto const& one) {
+            return isOneOf<std::decay_t<decltype(one)>, InstructionPosted, InstructionFailed,
+                           InstructionWithdrawn, ReplyDropped, ResultUpdated, OrderFinished>();
+        },
+        event);
+}
+
+/// The instruction that an event is about; null if it is about none.
+quint64* instructionOf(RunEvent& event)
+{
+    return std::visit(
+        [](auto& one) -> quint64* {
+            if constexpr (isOneOf<std::decay_t<decltype(one)>, InstructionPosted, InstructionFailed,
+                                  InstructionWithdrawn, ReplyDropped>())
+                return &one.instruction;
+            return nullptr;
+        },
+        event);
+}
+
+} // namespace
+
+bool ReplayStep::isSame() const
+{
+    auto const isSameLine = [](Outcome const& a, Outcome const& b) {
+        return toLine(toJson(a.time, a.event)) == toLine(toJson(b.time, b.event));
+    };
+    return problem.isEmpty()
+           && std::equal(recorded.cbegin(), recorded.cend(), replayed.cbegin(), replayed.cend(), isSameLine);
+}
+
+Replay::Replay(Tool& tool, Workstation& workstation, Clock& clock, RunEvents& events)
+    : m_tool(tool)
+    , m_workstation(workstation)
+    , m_clock(clock)
+{
+    events.listen([this](qint64 time, RunEvent const& event) { note(time, event); });
+}
+
+std::optional<ReplayStep> Replay::next(TraceReader& trace)
+{
+    if (!m_nextCause)
+        m_nextCause = trace.next();
+    if (std::holds_alternative<RunFinished>(m_nextCause->event))
+        return std::nullopt;
+    ReplayStep step{*m_nextCause, {}, {}, {}};
+    for (auto entry = trace.next(); true; entry = trace.next()) {
+        if (isCause(entry->event)) {
+            m_nextCause = entry;
+            break;
+        }
+        if (isOutcome(entry->event))
+            step.recorded.push_back({entry->time, entry->event});
+    }
+    m_step = &step;
+    perform(step);
+    pass(m_nextCause->time);
+    m_step = nullptr;
+    m_tool.releaseOrders();
+    return step;
+}
+
+void Replay::perform(ReplayStep& step)
+{
+    for (auto const& outcome : step.recorded) {
+        if (auto const* const posted = std::get_if<InstructionPosted>(&outcome.event))
+            m_workstation.connectEndpoint(posted->content.target, *this);
+    }
+    auto const& cause = step.cause.event;
+    if (auto const* const order = std::get_if<OrderStarted>(&cause))
+        m_tool.order(order->command, order->parameters);
+    else if (auto const* const stop = std::get_if<StopOrdered>(&cause))
+        m_tool.stop(stop->stopCommand);
+    else if (std::holds_alternative<AllStopped>(cause))
+        m_tool.stopAll();
+    else if (auto const* const reply = std::get_if<ReplyArrived>(&cause)) {
+        if (auto const onReply = m_replies.value(reply->instruction))
+            onReply(reply->reply);
+        else
+            step.problem = QStringLiteral("nobody waits for this reply: the instruction was not sent");
+    }
+}
+
+// A time allowance that ends when the next step is due ends before it if it did so in the record.
+void Replay::pass(qint64 until)
+{
+    while (m_clock.nextDue()) {
+        qint64 const due = *m_clock.nextDue();
+        if (due > until || (due == until && m_step->replayed.size() >= m_step->recorded.size()))
+            break;
+        m_clock.step();
+    }
+    m_clock.moveTo(until);
+}
+
+void Replay::note(qint64 time, RunEvent const& event)
+{
+    if (!m_step || !isOutcome(event))
+        return;
+    auto outcome = event;
+    if (auto const* const posted = std::get_if<InstructionPosted>(&event)) {
+        quint64 const id = recordedId(*posted);
+        m_recordedIds.insert(posted->instruction, id);
+        m_reachable =
+            std::none_of(m_step->recorded.cbegin(), m_step->recorded.cend(), [id](auto const& recorded) {
+                auto const* const failed = std::get_if<InstructionFailed>(&recorded.event);
+                return failed && failed->instruction == id;
+            });
+    }
+    if (auto* const instruction = instructionOf(outcome))
+        *instruction = m_recordedIds.value(*instruction);
+    m_step->replayed.push_back({time, outcome});
+}
+
+// The record's instruction is the first of this name that nothing was found for yet: one that is sent too
+// much, or not at all, does not shift those behind it.
+quint64 Replay::recordedId(InstructionPosted const& posted) const
+{
+    for (auto const& outcome : m_step->recorded) {
+        auto const* const recorded = std::get_if<InstructionPosted>(&outcome.event);
+        if (!recorded || recorded->order != posted.order || recorded->content.name != posted.content.name)
+            continue;
+        auto const isTaken = [recorded](auto const& replayed) {
+            auto const* const other = std::get_if<InstructionPosted>(&replayed.event);
+            return other && other->instruction == recorded->instruction;
+        };
+        if (std::none_of(m_step->replayed.cbegin(), m_step->replayed.cend(), isTaken))
+            return recorded->instruction;
+    }
+    return 0;
+}
+
+void Replay::post(quint64 id, QString const& /*instruction*/, QVariantMap const& /*arguments*/, Reply onReply)
+{
+    m_replies.insert(m_recordedIds.value(id), std::move(onReply));
+}
+
+RunStarted checkTrace(QString const& fileName, Tool const& tool)
+{
+    TraceReader trace(fileName);
+    RunStarted begin;
+    quint64 orders = 0;
+    while (auto const entry = trace.next()) {
+        if (auto const* const started = std::get_if<RunStarted>(&entry->event))
+            begin = *started;
+        auto const* const order = std::get_if<OrderStarted>(&entry->event);
+        if (!order)
+            continue;
+        if (order->order != ++orders)
+            trace.fail(entry->line,
+                       QStringLiteral("order %1 stands where order %2 should").arg(order->order).arg(orders));
+        if (!tool.plugin().commandPrototype(order->command))
+            trace.fail(entry->line,
+                       QStringLiteral("the plugin has no command \"%1\"").arg(shown(order->command)));
+    }
+    return begin;
+}

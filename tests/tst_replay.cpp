@@ -1,0 +1,500 @@
+#include "complaint.h"
+#include "scratch_folder.h"
+#include "scripted_endpoint.h"
+#include "scripted_plugin.h"
+
+#include "host/clock.h"
+#include "host/log_tap.h"
+#include "host/order.h"
+#include "host/tool.h"
+#include "host/workstation.h"
+#include "trace/event_json.h"
+#include "trace/replay.h"
+#include "trace/trace_file.h"
+
+#include <QtTest>
+
+#include <functional>
+
+namespace
+{
+
+QString const c_device = QStringLiteral("device");
+QVariantMap const c_parameters = {{QStringLiteral("count"), 7U}};
+
+CommandScript shot()
+{
+    CommandScript script;
+    script.name = QStringLiteral("shot");
+    script.parameters = {{QStringLiteral("count"), QStringLiteral("ui16"), {}, 0}};
+    script.results = {{QStringLiteral("n"), QStringLiteral("int"), {}, -1}};
+    script.execute = [](ScriptedCommand& command) {
+        command.post(c_device, QStringLiteral("go"),
+                     {{QStringLiteral("c"), command.parameter(QStringLiteral("count"))}});
+        return true;
+    };
+    script.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
+        return command.publish(QStringLiteral("n"), reply.value(QStringLiteral("n")));
+    };
+    return script;
+}
+
+/// Posts two instructions at once.
+CommandScript pair()
+{
+    CommandScript script = shot();
+    script.name = QStringLiteral("pair");
+    script.execute = [](ScriptedCommand& command) {
+        command.post(c_device, QStringLiteral("first"));
+        command.post(c_device, QStringLiteral("second"));
+        return true;
+    };
+    return script;
+}
+
+CommandScript listener()
+{
+    CommandScript script = shot();
+    script.name = QStringLiteral("listen");
+    script.stopName = QStringLiteral("halt");
+    return script;
+}
+
+/// Locks when it ends, and tells it.
+CommandScript keeper()
+{
+    CommandScript script = listener();
+    script.name = QStringLiteral("keep");
+    script.onFinish = [](ScriptedCommand& command) {
+        qCritical("locks");
+        command.post(c_device, QStringLiteral("lock"));
+        return command.finish(true);
+    };
+    return script;
+}
+
+QList<CommandScript> scripts()
+{
+    return {shot(), pair(), listener(), keeper()};
+}
+
+/// A workstation with a scripted tool; its clock begins when it is told.
+struct Bench
+{
+    explicit Bench(QList<CommandScript> commands,
+                   QDateTime const& start = QDateTime(QDate(2026, 3, 9), QTime(7, 5), Qt::UTC))
+        : clock(start)
+        , plugin(std::move(commands))
+        , tool(plugin, QUuid(), workstation)
+    {}
+
+    void runUntil(qint64 time)
+    {
+        while (clock.nextDue().value_or(time) < time)
+            clock.step();
+        clock.moveTo(time);
+    }
+    Order& order(char const* name) { return tool.order(QString::fromLatin1(name), c_parameters); }
+
+    Clock clock;
+    RunEvents events{clock};
+    Workstation workstation{clock, events};
+    ScriptedEndpoint endpoint{clock};
+    ScriptedPlugin plugin;
+    Tool tool;
+};
+
+using Action = std::function<void(Bench&)>;
+
+void record(QString const& fileName, QList<CommandScript> const& commands, Action const& action)
+{
+    Bench bench(commands);
+    TraceFile trace(fileName);
+    bench.events.listen([&trace](qint64 time, RunEvent const& event) { trace.write(time, event); });
+    bench.workstation.connectEndpoint(c_device, bench.endpoint);
+    LogTap const tap(bench.events);
+    bench.events.publish(RunStarted{QStringLiteral("Scripted"), QStringLiteral("0"), {}, bench.clock.date()});
+    action(bench);
+    bench.events.publish(RunFinished{0, 0, 0, 0});
+    trace.close();
+}
+
+QStringList linesOf(std::vector<ReplayStep::Outcome> const& outcomes)
+{
+    QStringList lines;
+    for (auto const& outcome : outcomes)
+        lines += QString::fromUtf8(toLine(toJson(outcome.time, outcome.event)).trimmed());
+    return lines;
+}
+
+struct Replayed
+{
+    int steps = 0;
+    /// Of the steps that differ: "LINE: recorded | replayed" or "LINE: problem".
+    QStringList differences;
+};
+
+Replayed replay(QString const& fileName, QList<CommandScript> const& commands)
+{
+    Bench bench(commands);
+    LogTap const tap(bench.events);
+    Replay replay(bench.tool, bench.workstation, bench.clock, bench.events);
+    TraceReader trace(fileName);
+    Replayed result;
+    while (auto const step = replay.next(trace)) {
+        ++result.steps;
+        if (step->isSame())
+            continue;
+        QStringList const recorded = linesOf(step->recorded);
+        QStringList const replayed = linesOf(step->replayed);
+        QStringList missing;
+        QStringList added;
+        for (auto const& line : recorded) {
+            if (!replayed.contains(line))
+                missing += line;
+        }
+        for (auto const& line : replayed) {
+            if (!recorded.contains(line))
+                added += line;
+        }
+        result.differences += QStringLiteral("%1: %2").arg(
+            QString::number(step->cause.line),
+            step->problem.isEmpty()
+                ? missing.join(QLatin1Char(' ')) + QStringLiteral(" | ") + added.join(QLatin1Char(' '))
+                : step->problem);
+    }
+    return result;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Action)
+Q_DECLARE_METATYPE(QList<CommandScript>)
+
+/// A recorded conversation, held again with the same plugin and with another one.
+class TstReplay : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void same_data();
+    void same();
+    void other_data();
+    void other();
+    void debugLinesDoNotCount();
+    void loggedAtTheBeginning();
+    void check_data();
+    void check();
+};
+
+void TstReplay::same_data()
+{
+    QTest::addColumn<Action>("action");
+    QTest::addColumn<int>("steps");
+    auto const row = [](char const* name, int steps, Action const& action) {
+        QTest::newRow(name) << action << steps;
+    };
+    row("nothing", 1, [](Bench& bench) { bench.runUntil(10); });
+    row("reply", 3, [](Bench& bench) {
+        bench.order("shot");
+        bench.runUntil(10);
+    });
+    row("two instructions, two orders", 8, [](Bench& bench) {
+        bench.order("pair");
+        bench.order("shot");
+        bench.runUntil(10);
+        bench.order("shot");
+        bench.runUntil(20);
+    });
+    row("lost", 2, [](Bench& bench) {
+        bench.endpoint.replyTimes = {};
+        bench.order("shot");
+        bench.runUntil(5000);
+    });
+    row("late", 3, [](Bench& bench) {
+        bench.endpoint.replyTimes = {4100};
+        bench.order("shot");
+        bench.runUntil(5000);
+    });
+    row("late and released", 3, [](Bench& bench) {
+        bench.endpoint.replyTimes = {4100};
+        bench.order("shot");
+        bench.runUntil(4050);
+        bench.tool.releaseOrders();
+        bench.runUntil(5000);
+    });
+    row("exactly in time", 3, [](Bench& bench) {
+        bench.endpoint.replyTimes = {4000};
+        bench.order("shot");
+        bench.runUntil(5000);
+    });
+    row("twice", 4, [](Bench& bench) {
+        bench.endpoint.replyTimes = {5, 5};
+        bench.order("shot");
+        bench.runUntil(10);
+    });
+    row("listens, is stopped", 5, [](Bench& bench) {
+        bench.endpoint.replyTimes = {5, 4500};
+        bench.order("listen");
+        bench.runUntil(4600);
+        bench.tool.stop(QStringLiteral("halt"));
+        bench.runUntil(4700);
+    });
+    row("ends with everything, is answered after", 5, [](Bench& bench) {
+        bench.endpoint.replyTimes = {7};
+        bench.order("keep");
+        bench.runUntil(1);
+        bench.tool.stopAll();
+        bench.runUntil(20);
+    });
+    row("not connected", 4, [](Bench& bench) {
+        bench.order("shot");
+        bench.endpoint.connected = false;
+        bench.runUntil(1);
+        bench.order("shot");
+        bench.runUntil(10);
+    });
+    row("not connected, listens", 3, [](Bench& bench) {
+        bench.endpoint.connected = false;
+        bench.order("listen");
+        bench.runUntil(5000);
+        bench.tool.stop(QStringLiteral("halt"));
+    });
+    row("no such endpoint", 2, [](Bench& bench) {
+        bench.workstation.disconnectEndpoint(c_device);
+        bench.order("pair");
+        bench.runUntil(10);
+    });
+    // At one time, in both orders.
+    row("allowance passes before the next order", 4, [](Bench& bench) {
+        bench.endpoint.replyTimes = {};
+        bench.order("shot");
+        bench.runUntil(4000);
+        bench.clock.step();
+        bench.endpoint.replyTimes = {5};
+        bench.order("shot");
+        bench.runUntil(5000);
+    });
+    row("allowance passes after the next order", 4, [](Bench& bench) {
+        bench.endpoint.replyTimes = {};
+        bench.order("shot");
+        bench.runUntil(4000);
+        bench.endpoint.replyTimes = {5};
+        bench.order("shot");
+        bench.clock.step();
+        bench.runUntil(5000);
+    });
+    row("withdraws", 4, [](Bench& bench) {
+        bench.endpoint.replyTimes = {5};
+        bench.order("listen");
+        bench.order("pair");
+        bench.tool.stop(QStringLiteral("halt"));
+        bench.endpoint.replyTimes = {};
+    });
+    row("what people and the sequence do is nothing to it", 1, [](Bench& bench) {
+        bench.events.publish(PersonActed{QStringLiteral("pulls the trigger"), {}});
+        bench.events.publish(WaitFailed{QStringLiteral("too late")});
+        bench.events.publish(ExpectationMissed{1, QStringLiteral("n"), 1, 2});
+    });
+}
+
+void TstReplay::same()
+{
+    QFETCH(Action, action);
+    QFETCH(int, steps);
+    ScratchFolder const folder;
+    QString const fileName = folder.filePath(QStringLiteral("trace"));
+    record(fileName, scripts(), action);
+    Replayed const replayed = replay(fileName, scripts());
+    QCOMPARE(replayed.differences, QStringList());
+    QCOMPARE(replayed.steps, steps);
+}
+
+void TstReplay::other_data()
+{
+    QTest::addColumn<QList<CommandScript>>("commands");
+    QTest::addColumn<QStringList>("differences");
+    // The record: "pair" on line 2, its replies on lines 5 and 7, then "keep" on line 10.
+    auto const row = [](char const* name, CommandScript const& changed, QStringList const& differences) {
+        auto commands = scripts();
+        for (auto& command : commands) {
+            if (command.name == changed.name)
+                command = changed;
+        }
+        QTest::newRow(name) << commands << differences;
+    };
+    auto const json = [](char const* text) { return QString::fromUtf8(text); };
+    QString const unanswered = QStringLiteral("nobody waits for this reply: the instruction was not sent");
+
+    CommandScript changed = pair();
+    row("nothing", changed, {});
+    changed.execute = [](ScriptedCommand& command) {
+        command.post(c_device, QStringLiteral("first"), {{QStringLiteral("a"), 1}});
+        command.post(c_device, QStringLiteral("second"));
+        return true;
+    };
+    row("argument", changed,
+        {json(
+            R"(2: {"time":0,"event":"instruction","order":1,"instruction":1,"target":"device","name":"first",)"
+            R"("arguments":{},"timeAllowance":4000} | {"time":0,"event":"instruction","order":1,"instruction":1,)"
+            R"("target":"device","name":"first","arguments":{"a":1},"timeAllowance":4000})")});
+    changed.execute = [](ScriptedCommand& command) {
+        command.post(c_device, QStringLiteral("first"), {}, 3000);
+        command.post(c_device, QStringLiteral("second"));
+        return true;
+    };
+    row("time allowance", changed,
+        {json(
+            R"(2: {"time":0,"event":"instruction","order":1,"instruction":1,"target":"device","name":"first",)"
+            R"("arguments":{},"timeAllowance":4000} | {"time":0,"event":"instruction","order":1,"instruction":1,)"
+            R"("target":"device","name":"first","arguments":{},"timeAllowance":3000})")});
+    changed.execute = [](ScriptedCommand& command) {
+        command.post(c_device, QStringLiteral("second"));
+        command.post(c_device, QStringLiteral("first"));
+        return true;
+    };
+    row("the other way round", changed, {json("2:  | ")}); // the same lines, in another order
+    // What is missing or too much is told once, and does not shift what follows.
+    changed.execute = [](ScriptedCommand& command) {
+        command.post(c_device, QStringLiteral("second"));
+        return true;
+    };
+    row("not sent", changed,
+        {json(
+             R"(2: {"time":0,"event":"instruction","order":1,"instruction":1,"target":"device","name":"first",)"
+             R"("arguments":{},"timeAllowance":4000} | )"),
+         QStringLiteral("5: ") + unanswered});
+    changed.execute = [](ScriptedCommand& command) {
+        command.post(c_device, QStringLiteral("more"));
+        command.post(c_device, QStringLiteral("first"));
+        command.post(c_device, QStringLiteral("second"));
+        return true;
+    };
+    row("sent too much", changed,
+        {json(R"(2:  | {"time":0,"event":"instruction","order":1,"instruction":0,"target":"device",)"
+              R"("name":"more","arguments":{},"timeAllowance":4000})"),
+         json(R"(7: {"time":5,"event":"finished","order":1,"command":"pair","success":true} | )"),
+         json(R"(12:  | {"time":4000,"event":"withdrawn","order":1,"instruction":0} )"
+              R"({"time":4000,"event":"finished","order":1,"command":"pair","success":false,)"
+              R"("message":"no reply to \"more\" within 4000 ms"})")});
+    changed = pair();
+    changed.onReply = [](ScriptedCommand& command, QVariantMap const& /*reply*/) {
+        return command.publish(QStringLiteral("n"), 0U);
+    };
+    row("type of a result", changed,
+        {json(R"(5: {"time":5,"event":"result","order":1,"key":"n","value":0} | )"
+              R"({"time":5,"event":"result","order":1,"key":"n","value":{"@type":"uint","@value":0}})"),
+         json(R"(7: {"time":5,"event":"result","order":1,"key":"n","value":0} | )"
+              R"({"time":5,"event":"result","order":1,"key":"n","value":{"@type":"uint","@value":0}})")});
+    changed.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
+        qWarning("odd");
+        command.publish(QStringLiteral("n"), reply.value(QStringLiteral("n")));
+        return false;
+    };
+    row("refused and logged", changed,
+        {json(R"(5:  | {"time":5,"event":"log","level":"warning","text":"odd"})"),
+         json(R"(7: {"time":5,"event":"finished","order":1,"command":"pair","success":true} | )"
+              R"({"time":5,"event":"log","level":"warning","text":"odd"} )"
+              R"({"time":5,"event":"finished","order":1,"command":"pair","success":false,)"
+              R"("message":"the reply to \"first\" was not accepted"})")});
+    changed = keeper();
+    changed.onFinish = [](ScriptedCommand& command) { return command.finish(true); };
+    row("log line and last instruction", changed,
+        {json(R"(12: {"time":8,"event":"log","level":"critical","text":"locks"} )"
+              R"({"time":8,"event":"instruction","order":2,"instruction":4,"target":"device","name":"lock",)"
+              R"("arguments":{},"timeAllowance":4000} )"
+              R"({"time":4008,"event":"withdrawn","order":2,"instruction":4} | )")});
+    changed = keeper();
+    changed.stopName = QStringLiteral("end");
+    row("another stop name", changed,
+        {json(R"(12: {"time":8,"event":"log","level":"critical","text":"locks"} )"
+              R"({"time":8,"event":"instruction","order":2,"instruction":4,"target":"device","name":"lock",)"
+              R"("arguments":{},"timeAllowance":4000} )"
+              R"({"time":8,"event":"finished","order":2,"command":"keep","success":true} )"
+              R"({"time":4007,"event":"withdrawn","order":2,"instruction":3} )"
+              R"({"time":4008,"event":"withdrawn","order":2,"instruction":4} | )")});
+}
+
+void TstReplay::other()
+{
+    QFETCH(QList<CommandScript>, commands);
+    QFETCH(QStringList, differences);
+    ScratchFolder const folder;
+    QString const fileName = folder.filePath(QStringLiteral("trace"));
+    record(fileName, scripts(), [](Bench& bench) {
+        bench.order("pair");
+        bench.runUntil(7);
+        bench.endpoint.replyTimes = {};
+        bench.order("keep");
+        bench.runUntil(8);
+        bench.tool.stop(QStringLiteral("halt"));
+        bench.runUntil(4100);
+    });
+    Replayed const replayed = replay(fileName, commands);
+    QCOMPARE(replayed.differences.join(QLatin1Char('\n')), differences.join(QLatin1Char('\n')));
+    QCOMPARE(replayed.steps, 6);
+}
+
+void TstReplay::debugLinesDoNotCount()
+{
+    ScratchFolder const folder;
+    QString const fileName = folder.filePath(QStringLiteral("trace"));
+    CommandScript chatty = shot();
+    chatty.execute = [](ScriptedCommand& command) {
+        qDebug("about to post");
+        return shot().execute(command);
+    };
+    auto const action = [](Bench& bench) {
+        bench.order("shot");
+        bench.runUntil(10);
+    };
+    record(fileName, {chatty}, action);
+    QVERIFY(contentOf(fileName).contains("about to post"));
+    QCOMPARE(replay(fileName, {shot()}).differences, QStringList());
+    record(fileName, {shot()}, action);
+    QCOMPARE(replay(fileName, {chatty}).differences, QStringList());
+}
+
+void TstReplay::loggedAtTheBeginning()
+{
+    ScratchFolder const folder;
+    QString const fileName = folder.filePath(QStringLiteral("trace"));
+    record(fileName, scripts(), [](Bench& bench) {
+        qWarning("before all");
+        bench.order("shot");
+    });
+    QCOMPARE(replay(fileName, scripts()).differences,
+             QStringList{
+                 QStringLiteral(R"(1: {"time":0,"event":"log","level":"warning","text":"before all"} | )")});
+}
+
+void TstReplay::check_data()
+{
+    QTest::addColumn<QByteArray>("order");
+    QTest::addColumn<QString>("complaint");
+    QTest::newRow("right") << QByteArray(R"("order":1,"command":"shot")") << QStringLiteral("no complaint");
+    QTest::newRow("unknown command") << QByteArray(R"("order":1,"command":"walk")")
+                                     << QStringLiteral(":2: the plugin has no command \"walk\"");
+    QTest::newRow("another number") << QByteArray(R"("order":2,"command":"shot")")
+                                    << QStringLiteral(":2: order 2 stands where order 1 should");
+}
+
+void TstReplay::check()
+{
+    QFETCH(QByteArray, order);
+    QFETCH(QString, complaint);
+    ScratchFolder const folder;
+    QByteArray const begin = toLine(toJson(
+        0, RunStarted{QStringLiteral("P"), QStringLiteral("1"), {}, QDateTime(QDate(2026, 3, 9), QTime())}));
+    QString const fileName = folder.write(
+        QStringLiteral("trace"), begin + R"({"time":0,"event":"order",)" + order + ",\"parameters\":{}}\n"
+                                     + toLine(toJson(0, RunFinished{0, 0, 0, 0})));
+    Bench bench(scripts());
+    RunStarted told;
+    QString const heard = complaintOf([&] { told = checkTrace(fileName, bench.tool); });
+    QCOMPARE(heard, complaint.startsWith(QLatin1Char(':')) ? fileName + complaint : complaint);
+    QCOMPARE(told.plugin, complaint.startsWith(QLatin1Char(':')) ? QString() : QStringLiteral("P"));
+}
+
+QTEST_GUILESS_MAIN(TstReplay)
+#include "tst_replay.moc"
