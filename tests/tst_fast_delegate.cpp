@@ -12,14 +12,15 @@ using fastdelegate::FastDelegate2;
 namespace
 {
 
-int g_allocations = 0;
+// Volatile, for a compiler may take it that new changes nothing that it can see.
+int volatile g_allocations = 0;
 
 } // namespace
 
 // The whole program allocates through these, so that a test can tell that a delegate does not.
 void* operator new(std::size_t size)
 {
-    ++g_allocations;
+    g_allocations = g_allocations + 1;
     if (void* const memory = std::malloc(size ? size : 1))
         return memory;
     throw std::bad_alloc();

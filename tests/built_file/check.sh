@@ -49,9 +49,9 @@ dynamic() {
 }
 
 # The libraries that have to be there when this one is loaded, in the order in which they are looked up. A sanitizer
-# brings its own along.
+# brings its own along, and whether cutting a number is a call into libm is the compiler's choice.
 needed() {
-    dynamic NEEDED | sed -E '/^lib(asan|ubsan)\./d'
+    dynamic NEEDED | sed -E '/^lib(asan|ubsan|m)\./d'
 }
 
 # The folders in which these are looked up besides the system's. A folder of the machine that built the file is none of
