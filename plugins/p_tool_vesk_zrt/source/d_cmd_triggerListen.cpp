@@ -44,7 +44,7 @@ bool DCmdTriggerListen::commandExecute()
     return true;
 }
 
-bool DCmdTriggerListen::finishTheCommand(bool& success)
+DCmdTriggerListen::FinishAnswer DCmdTriggerListen::finishTheCommand(bool& success)
 {
     m_isFinishing = true;
     lockTool();

@@ -2,6 +2,8 @@
 
 #include <plugin_management/d_abstract_command.h>
 
+#include <utility>
+
 /// Command "listenTrigger", stopped by "stopTriggerListening": waits for one tightening that the trigger
 /// starts. It switches the controller to its trigger program, unlocks the tool and follows the controller's
 /// event counter. When the counter moves it resets the trigger mode, stops listening and locks the tool.
@@ -14,11 +16,14 @@ class DCmdTriggerListen : public DAbstractCommand
     Q_OBJECT
 
 public:
+    using FinishAnswer = decltype(std::declval<ICommand&>().finishTheCommand(std::declval<bool&>()));
+
     DCmdTriggerListen(QMap<QString, QVariant> const& parameters, QObject* parent);
     explicit DCmdTriggerListen(QObject* parent);
 
     bool commandExecute() override;
-    bool finishTheCommand(bool& success) override;
+    /// Answers what the host's commands answer when they are finished: a bool, or nothing.
+    FinishAnswer finishTheCommand(bool& success) override;
     QSharedPointer<ICommand> createCommand(QMap<QString, QVariant> const& parameters) const override;
 
 private:
