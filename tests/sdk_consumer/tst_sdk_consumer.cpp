@@ -1,15 +1,18 @@
+#include "plugin_alone.h"
+
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
 #include <QPluginLoader>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <algorithm>
+
+using plugin_alone::run;
 
 namespace
 {
@@ -36,40 +39,6 @@ QStringList contractHeaders()
         QStringLiteral("plugin_management/d_abstract_plugin_backend.h"),
         QStringLiteral("plugin_management/d_element.h"),
     };
-}
-
-struct Outcome
-{
-    bool succeeded = false;
-    QByteArray output;
-};
-
-/// Runs a program to its end. What the surroundings say about where packages are does not count.
-Outcome run(char const* program, QStringList const& arguments)
-{
-    QProcess process;
-    auto environment = QProcessEnvironment::systemEnvironment();
-    for (auto const& name : {"CMAKE_PREFIX_PATH", "WorkstationSdk_DIR", "WorkstationSdk_ROOT", "DESTDIR"})
-        environment.remove(QLatin1String(name));
-    process.setProcessEnvironment(environment);
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(QString::fromLocal8Bit(program), arguments, QIODevice::ReadOnly);
-    bool const ended = process.waitForStarted() && process.waitForFinished(-1);
-    bool const succeeded = ended && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
-    return {succeeded, ended ? process.readAll() : process.errorString().toLocal8Bit()};
-}
-
-Outcome configure(QString const& buildDirectory, QStringList const& more)
-{
-    return run(CMAKE_PROGRAM,
-               QStringList{QStringLiteral("-S"), QStringLiteral(SOURCE_DIR), QStringLiteral("-B"),
-                           buildDirectory, QStringLiteral("-G"), QStringLiteral(GENERATOR),
-                           QStringLiteral("-DCMAKE_BUILD_TYPE=Release"),
-                           QStringLiteral("-DCMAKE_CXX_COMPILER=" CXX_COMPILER),
-                           QStringLiteral("-DCMAKE_INSTALL_LIBDIR=" LIB_DIR),
-                           QStringLiteral("-DQt5_DIR=" QT_PACKAGE_DIR),
-                           QStringLiteral("-DZRT_BUNDLED_SDK=OFF")}
-                   + more);
 }
 
 /// The names of the symbols that a library needs from others, or defines for others.
@@ -116,7 +85,7 @@ private:
 void TestSdkConsumer::initTestCase()
 {
     QVERIFY2(m_directory.isValid(), qPrintable(m_directory.errorString()));
-    m_library = path("prefix/" LIB_DIR "/libp_tool_vesk_zrt.so");
+    m_library = plugin_alone::library(path("prefix"));
 
     auto const installed = run(CMAKE_PROGRAM, {QStringLiteral("--install"), QStringLiteral(BUILD_DIR),
                                                QStringLiteral("--config"), QStringLiteral(BUILD_CONFIG),
@@ -125,19 +94,9 @@ void TestSdkConsumer::initTestCase()
     // The one that came with the framework must not pass for the one that is built here.
     QVERIFY(QFile::remove(m_library));
 
-    auto const configured = configure(path("build"), {QStringLiteral("-DCMAKE_PREFIX_PATH=") + path("prefix"),
-                                                      QStringLiteral("-DZRT_MAKER_DOMAIN=") + makerDomain(),
-                                                      QStringLiteral("-DZRT_WARNINGS_AS_ERRORS=ON")});
-    QVERIFY2(configured.succeeded, configured.output.constData());
-    auto const built =
-        run(CMAKE_PROGRAM, {QStringLiteral("--build"), path("build"), QStringLiteral("--config"),
-                            QStringLiteral("Release"), QStringLiteral("--parallel"), QStringLiteral("2")});
-    QVERIFY2(built.succeeded, built.output.constData());
-    auto const pluginInstalled =
-        run(CMAKE_PROGRAM, {QStringLiteral("--install"), path("build"), QStringLiteral("--config"),
-                            QStringLiteral("Release"), QStringLiteral("--prefix"), path("prefix")});
-    QVERIFY2(pluginInstalled.succeeded, pluginInstalled.output.constData());
-    QVERIFY2(QFileInfo(m_library).isFile(), pluginInstalled.output.constData());
+    QVERIFY(plugin_alone::install(path("build"), path("prefix"), QStringLiteral("Release"),
+                                  {QStringLiteral("-DCMAKE_PREFIX_PATH=") + path("prefix"),
+                                   QStringLiteral("-DZRT_MAKER_DOMAIN=") + makerDomain()}));
 }
 
 void TestSdkConsumer::installsContractHeaders_data()
@@ -292,7 +251,7 @@ void TestSdkConsumer::sourcesIncludeContractOnly()
 
 void TestSdkConsumer::missingPackageIsTold()
 {
-    auto const configured = configure(path("build_without"), {});
+    auto const configured = plugin_alone::configure(path("build_without"), QStringLiteral("Release"), {});
     QVERIFY(!configured.succeeded);
     QString const output = QString::fromLocal8Bit(configured.output).simplified();
     QVERIFY2(output.contains(QStringLiteral("WorkstationSdkConfig.cmake")), qPrintable(output));
