@@ -159,6 +159,8 @@ void TstWorkplaceCli::help_data()
                                     QStringLiteral("replay  ")};
     QTest::newRow("short") << QStringList{QStringLiteral("-h")}
                            << QStringList{QStringLiteral("Usage: workplace [OPTIONS] SUBCOMMAND")};
+    QTest::newRow("version") << QStringList{QStringLiteral("--version")}
+                             << QStringList{QStringLiteral("workplace " PROGRAM_VERSION "\n")};
     QTest::newRow("run") << QStringList{QStringLiteral("run"), QStringLiteral("--help")}
                          << QStringList{QStringLiteral("Usage: workplace run [OPTIONS] SEQUENCE"),
                                         QStringLiteral("--plugin FILE  "),

@@ -54,4 +54,6 @@ add_zrt_workplace_test(workplace_cli
         ODD_INSTANCES_FILE="$<TARGET_FILE:odd_instances>"
         ODD_DEPENDENCY_FILE="$<TARGET_FILE:odd_dependency>"
         ZRT_MAKER_DOMAIN="${ZRT_MAKER_DOMAIN}"
+        PROGRAM_VERSION="${PROJECT_VERSION}"
     DEPENDS workplace p_tool_vesk_zrt odd_interface odd_root odd_instances odd_dependency)
+add_subdirectory(packages)

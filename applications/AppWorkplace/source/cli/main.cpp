@@ -72,6 +72,7 @@ int run(int argc, char** argv, std::optional<QCoreApplication>& application)
                  "Exit codes: 0 as asked, 1 an order failed or a replay differs, 2 bad usage or input.",
                  "workplace");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "workplace " WORKPLACE_VERSION);
 
     InspectOptions inspect;
     inspect.plugin = defaultPlugin();

@@ -3,11 +3,11 @@
 #include "maintenance_output.h"
 #include "output.h"
 
+#include "files/whole_file.h"
 #include "host/plugin_library.h"
 #include "maintenance/gui_setup.h"
 #include "maintenance/maintenance_records.h"
 #include "maintenance/panel_application.h"
-#include "maintenance/replace_file.h"
 #include "trace/event_json.h"
 #include "json/input_error.h"
 

@@ -1,7 +1,6 @@
 #include "maintenance_records.h"
 
-#include "replace_file.h"
-
+#include "files/whole_file.h"
 #include "json/input_error.h"
 #include "json/json_input.h"
 #include "json/variant_json.h"

@@ -1,11 +1,9 @@
 #pragma once
 
+#include "files/whole_file.h"
 #include "host/run_event.h"
 
-#include <QFileDevice>
 #include <QString>
-
-#include <memory>
 
 /// Writes every event of a run into a file, one JSON object a line.
 ///
@@ -16,9 +14,6 @@ class TraceFile
 public:
     /// InputError if the file cannot be opened.
     explicit TraceFile(QString const& fileName);
-    ~TraceFile();
-    TraceFile(TraceFile const&) = delete;
-    TraceFile& operator=(TraceFile const&) = delete;
 
     void write(qint64 time, RunEvent const& event);
     /// InputError if not everything could be written; then no trace is left behind.
@@ -26,5 +21,5 @@ public:
 
 private:
     QString const m_fileName;
-    std::unique_ptr<QFileDevice> m_file;
+    WholeFile m_file;
 };

@@ -1,0 +1,62 @@
+#include "whole_file.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+
+namespace
+{
+
+std::unique_ptr<QFileDevice> makeFile(QString const& fileName)
+{
+    QFileInfo const info(fileName);
+    if (info.exists() && !info.isFile() && !info.isDir())
+        return std::make_unique<QFile>(fileName);
+    return std::make_unique<QSaveFile>(fileName);
+}
+
+} // namespace
+
+WholeFile::WholeFile(QString const& fileName) : m_file(makeFile(fileName)) {}
+
+WholeFile::~WholeFile() = default;
+
+// Unbuffered, because what cannot be written when the file is closed is lost without a word.
+bool WholeFile::open()
+{
+    return m_file->open(QIODevice::WriteOnly | QIODevice::Unbuffered) || fail();
+}
+
+bool WholeFile::write(QByteArray const& content)
+{
+    // A disk that fills up takes a part first; it says why only when it is asked for the rest.
+    qint64 done = 0;
+    while (m_problem.isEmpty() && done < content.size()) {
+        qint64 const count = m_file->write(content.constData() + done, content.size() - done);
+        if (count <= 0)
+            return fail();
+        done += count;
+    }
+    return m_problem.isEmpty();
+}
+
+bool WholeFile::commit()
+{
+    auto* const saved = qobject_cast<QSaveFile*>(m_file.get());
+    return m_problem.isEmpty() && (!saved || saved->commit() || fail());
+}
+
+bool WholeFile::fail()
+{
+    m_problem = m_file->errorString();
+    if (auto* const saved = qobject_cast<QSaveFile*>(m_file.get()))
+        saved->cancelWriting();
+    return false;
+}
+
+QString replaceFile(QString const& fileName, QByteArray const& content)
+{
+    WholeFile file(fileName);
+    static_cast<void>(file.open() && file.write(content) && file.commit());
+    return file.problem();
+}

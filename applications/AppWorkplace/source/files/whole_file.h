@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QFileDevice>
+#include <QString>
+
+#include <memory>
+
+/// A file that is written as a whole or not at all: until commit() has succeeded, the one that was there
+/// before stays as it was. What is no regular file, a pipe or a device, is written to directly.
+///
+/// The first thing that goes wrong ends it: open(), write() and commit() answer false from then on, and
+/// problem() says why.
+class WholeFile
+{
+public:
+    explicit WholeFile(QString const& fileName);
+    ~WholeFile();
+    WholeFile(WholeFile const&) = delete;
+    WholeFile& operator=(WholeFile const&) = delete;
+
+    bool open();
+    bool write(QByteArray const& content);
+    bool commit();
+
+    QString problem() const { return m_problem; }
+
+private:
+    bool fail();
+
+    std::unique_ptr<QFileDevice> m_file;
+    QString m_problem;
+};
+
+/// Puts a file with this content in the place of the one with this name. Answers why that was not possible;
+/// empty if it was.
+QString replaceFile(QString const& fileName, QByteArray const& content);
