@@ -359,6 +359,9 @@ void TestOtherHost::order()
         else
             command->setReply(order.lastPosted.value(instruction), reply);
     }
+    // Of lists of different lengths the test would tell only that.
+    if (order.journal != journal)
+        qWarning("the command did:\n%s", qPrintable(order.journal.join(QLatin1Char('\n'))));
     QCOMPARE(order.journal, journal);
     QCOMPARE(logged(messages), log);
     for (auto const& line : messages.of(QtCriticalMsg))
@@ -431,14 +434,11 @@ void TestOtherHost::maintenanceErrors()
     // The name is the plugin's until a page gives it another.
     QCOMPARE(backend->property("name").toString(), QStringLiteral("PlgLibToolZrt"));
 
-    {
-        MessageCapture const messages;
-        QVERIFY(QMetaObject::invokeMethod(backend, "setSerialNumber",
-                                          Q_ARG(QString, QStringLiteral("ZRT-0043"))));
-        QCOMPARE(logged(messages),
-                 lines("be_maintenance_plugin.cpp:177 ERROR: Failure to get element pointer"));
-    }
-    MessageCapture const messages;
+    MessageCapture messages;
+    QVERIFY(
+        QMetaObject::invokeMethod(backend, "setSerialNumber", Q_ARG(QString, QStringLiteral("ZRT-0043"))));
+    QCOMPARE(logged(messages), lines("be_maintenance_plugin.cpp:177 ERROR: Failure to get element pointer"));
+    messages.lines.clear();
     QVERIFY(!backend->applyTreatmentReply(3, QString(), {}));
     QCOMPARE(logged(messages),
              lines("be_maintenance_plugin.cpp:114 "

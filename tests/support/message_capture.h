@@ -27,7 +27,11 @@ public:
                 s_lines->append({type, text, context.category, context.file, context.function, context.line});
             });
     }
-    ~MessageCapture() { qInstallMessageHandler(m_former); }
+    ~MessageCapture()
+    {
+        qInstallMessageHandler(m_former);
+        s_lines = nullptr;
+    }
     MessageCapture(MessageCapture const&) = delete;
     MessageCapture& operator=(MessageCapture const&) = delete;
 
