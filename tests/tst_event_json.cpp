@@ -1,4 +1,5 @@
 #include "complaint.h"
+#include "file_size_limit.h"
 #include "scratch_folder.h"
 
 #include "trace/event_json.h"
@@ -7,14 +8,8 @@
 
 #include <QtTest>
 
-#include <csignal>
-#include <cstdio>
 #include <functional>
 #include <limits>
-
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 Q_DECLARE_METATYPE(RunEvent)
 
@@ -37,31 +32,11 @@ QVariant nested(QVariant value, int depth)
     return value;
 }
 
-/// Runs @p action in a process of its own, which may not write more than this many bytes into a file, as if
-/// the disk were full then. Answers the complaint.
+/// The complaint of @p action on a disk that has room for so many bytes.
 QString complaintOnASmallDisk(rlim_t bytes, std::function<void()> const& action)
 {
-    int ends[2];
-    if (::pipe(ends) != 0)
-        return QStringLiteral("no pipe");
-    pid_t const child = ::fork();
-    if (child == 0) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        rlimit const limit = {bytes, bytes};
-        QByteArray message = "no limit";
-        if (::setrlimit(RLIMIT_FSIZE, &limit) == 0)
-            message = complaintOf(action).toUtf8();
-        auto const written = ::write(ends[1], message.constData(), static_cast<std::size_t>(message.size()));
-        ::_exit(written == message.size() ? 0 : 1);
-    }
-    ::close(ends[1]);
-    QFile reader;
-    QByteArray message;
-    if (child > 0 && reader.open(ends[0], QIODevice::ReadOnly, QFileDevice::AutoCloseHandle))
-        message = reader.readAll();
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return status == 0 ? QString::fromUtf8(message) : QStringLiteral("the process failed");
+    FileSizeLimit const limit(bytes);
+    return complaintOf(action);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "complaint.h"
+#include "outcome.h"
 #include "scratch_folder.h"
 
 #include "controller/zrt_backup.h"
@@ -19,24 +20,13 @@ QString const examples = QStringLiteral(WORKPLACE_EXAMPLES);
 QString const faultExamples = QStringLiteral(WORKPLACE_EXAMPLES "/faults");
 QString const workingDay = QStringLiteral("working_day.json");
 
-struct Outcome
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
 /// Runs the program in the folder of the examples.
 Outcome run(QStringList const& arguments)
 {
     QProcess program;
     program.setWorkingDirectory(examples);
     program.start(QStringLiteral(WORKPLACE_PROGRAM), arguments);
-    if (!program.waitForFinished(60'000))
-        return {-2, QString(), QStringLiteral("it does not come back")};
-    return {program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -3,
-            QString::fromUtf8(program.readAllStandardOutput()),
-            QString::fromUtf8(program.readAllStandardError())};
+    return outcomeOf(program);
 }
 
 /// What the program writes when it stands at a terminal.

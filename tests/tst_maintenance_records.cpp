@@ -1,6 +1,7 @@
 #include "maintenance/maintenance_records.h"
 
 #include "complaint.h"
+#include "file_size_limit.h"
 #include "in_child.h"
 #include "scratch_folder.h"
 
@@ -10,10 +11,8 @@
 #include <QtTest>
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <limits>
 
 namespace
@@ -25,30 +24,6 @@ QString const leftBench = QStringLiteral("left bench");
 QString const serialNumber = QStringLiteral("serialNumber");
 QString const validityDate = QStringLiteral("validityDate");
 QString const alertBeforeExpiration = QStringLiteral("alertBeforeExpiration");
-
-/// Files may not grow beyond a size, as on a disk that is full.
-class FileSizeLimit
-{
-public:
-    explicit FileSizeLimit(rlim_t size) : m_formerHandler(std::signal(SIGXFSZ, SIG_IGN))
-    {
-        ::getrlimit(RLIMIT_FSIZE, &m_former);
-        rlimit limit = m_former;
-        limit.rlim_cur = size;
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit()
-    {
-        ::setrlimit(RLIMIT_FSIZE, &m_former);
-        std::signal(SIGXFSZ, m_formerHandler);
-    }
-    FileSizeLimit(FileSizeLimit const&) = delete;
-    FileSizeLimit& operator=(FileSizeLimit const&) = delete;
-
-private:
-    rlimit m_former{};
-    void (*m_formerHandler)(int);
-};
 
 /// The content of a record; a validity that is not set is `null`.
 QString told(DElement const& record)

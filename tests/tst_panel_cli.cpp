@@ -1,3 +1,4 @@
+#include "outcome.h"
 #include "scratch_folder.h"
 
 #include <QtTest>
@@ -19,14 +20,6 @@ QString const recordsName = QStringLiteral("records.json");
 QString const pictureName = QStringLiteral("page.png");
 QString const noScreen = QStringLiteral("workplace: no screen to open a window on: ");
 QString const noScreenHint = QStringLiteral("; --screenshot FILE makes a picture without one\n");
-
-/// What a run of the program left on its channels.
-struct Outcome
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
 
 /// A record whose validity ends so many days after today; the day may change while a test runs, so no number
 /// that is compared may depend on it.
@@ -126,11 +119,7 @@ private:
         if (!output.isEmpty())
             program.setStandardOutputFile(output);
         program.start(programFile, arguments);
-        if (!program.waitForFinished(60'000))
-            return {-2, QString(), QStringLiteral("it does not come back")};
-        return {program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -3,
-                QString::fromUtf8(program.readAllStandardOutput()),
-                QString::fromUtf8(program.readAllStandardError())};
+        return outcomeOf(program);
     }
     /// Makes a picture of the page of the left bench.
     Outcome takePicture(QStringList const& options = {}) const

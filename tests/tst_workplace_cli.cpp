@@ -1,3 +1,4 @@
+#include "outcome.h"
 #include "scratch_folder.h"
 
 #include <QtTest>
@@ -10,14 +11,6 @@ namespace
 QString const examples = QStringLiteral(WORKPLACE_EXAMPLES);
 QString const pluginFile = QStringLiteral(ZRT_PLUGIN_FILE);
 QString const initExample = QStringLiteral(WORKPLACE_EXAMPLES "/init.json");
-
-/// What a run of the program left on its channels. A channel that was sent elsewhere is empty.
-struct Outcome
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
 
 class Program : public QProcess
 {
@@ -33,11 +26,7 @@ public:
         environment.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("default.debug=false"));
         program.setProcessEnvironment(environment);
         program.start(QStringLiteral(WORKPLACE_PROGRAM), arguments);
-        if (!program.waitForFinished(60'000))
-            return {-2, QString(), QStringLiteral("it does not come back")};
-        return {program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -3,
-                QString::fromUtf8(program.readAllStandardOutput()),
-                QString::fromUtf8(program.readAllStandardError())};
+        return outcomeOf(program);
     }
 
 protected:

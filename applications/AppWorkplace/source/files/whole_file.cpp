@@ -49,8 +49,6 @@ bool WholeFile::commit()
 bool WholeFile::fail()
 {
     m_problem = m_file->errorString();
-    if (auto* const saved = qobject_cast<QSaveFile*>(m_file.get()))
-        saved->cancelWriting();
     return false;
 }
 
