@@ -181,6 +181,8 @@ private slots:
     void same();
     void other_data();
     void other();
+    void sameStep();
+    void ordersAreReleased();
     void debugLinesDoNotCount();
     void loggedAtTheBeginning();
     void check_data();
@@ -397,6 +399,23 @@ void TstReplay::other_data()
               R"({"time":5,"event":"log","level":"warning","text":"odd"} )"
               R"({"time":5,"event":"finished","order":1,"command":"pair","success":false,)"
               R"("message":"the reply to \"first\" was not accepted"})")});
+    auto const second = QSharedPointer<quint64>::create();
+    changed = pair();
+    changed.execute = [second](ScriptedCommand& command) {
+        command.post(c_device, QStringLiteral("first"));
+        *second = command.post(c_device, QStringLiteral("second"));
+        return true;
+    };
+    changed.onReply = [second](ScriptedCommand& command, QVariantMap const& reply) {
+        command.withdraw(*second);
+        return command.publish(QStringLiteral("n"), reply.value(QStringLiteral("n")));
+    };
+    row("withdrawn", changed,
+        {json(R"(5:  | {"time":5,"event":"withdrawn","order":1,"instruction":2} )"
+              R"({"time":5,"event":"finished","order":1,"command":"pair","success":true})"),
+         json(R"(7: {"time":5,"event":"result","order":1,"key":"n","value":0} )"
+              R"({"time":5,"event":"finished","order":1,"command":"pair","success":true} | )"
+              R"({"time":5,"event":"dropped","order":1,"instruction":2})")});
     changed = keeper();
     changed.onFinish = [](ScriptedCommand& command) { return command.finish(true); };
     row("log line and last instruction", changed,
@@ -433,6 +452,40 @@ void TstReplay::other()
     Replayed const replayed = replay(fileName, commands);
     QCOMPARE(replayed.differences.join(QLatin1Char('\n')), differences.join(QLatin1Char('\n')));
     QCOMPARE(replayed.steps, 6);
+}
+
+void TstReplay::sameStep()
+{
+    ReplayStep::Outcome const result{5, ResultUpdated{1, QStringLiteral("n"), 0}};
+    ReplayStep step{{1, 0, AllStopped{1}}, {result}, {result}, {}};
+    QVERIFY(step.isSame());
+    step.replayed[0].time = 6;
+    QVERIFY(!step.isSame());
+    step.replayed = {};
+    QVERIFY(!step.isSame());
+    step.replayed = {result, result};
+    QVERIFY(!step.isSame());
+    // Even a reply of which nothing came is to be given.
+    step.replayed = {result};
+    step.problem = QStringLiteral("cannot be given");
+    QVERIFY(!step.isSame());
+}
+
+void TstReplay::ordersAreReleased()
+{
+    ScratchFolder const folder;
+    QString const fileName = folder.filePath(QStringLiteral("trace"));
+    record(fileName, scripts(), [](Bench& bench) {
+        bench.order("shot");
+        bench.runUntil(10);
+    });
+    Bench bench(scripts());
+    Replay replay(bench.tool, bench.workstation, bench.clock, bench.events);
+    TraceReader trace(fileName);
+    while (replay.next(trace)) {
+    }
+    QCOMPARE(bench.plugin.journal(), QStringList{QStringLiteral("working shot")});
+    QVERIFY(!bench.tool.hasOrders());
 }
 
 void TstReplay::debugLinesDoNotCount()
