@@ -140,7 +140,7 @@ void TstTraceReader::events_data()
         QTest::newRow(name) << time << event;
     };
     QVariantMap const map = {{QStringLiteral("b"), true}, {QStringLiteral("a"), 1U}};
-    quint64 const greatest = static_cast<quint64>(std::numeric_limits<qint64>::max());
+    auto const greatest = static_cast<quint64>(std::numeric_limits<qint64>::max());
     row("order", OrderStarted{3, QStringLiteral("init"), map}, 9'000'000'000'000);
     row("stop", StopOrdered{QStringLiteral("halt"), 2});
     row("stop all", AllStopped{2});

@@ -28,6 +28,7 @@ using Json = nlohmann::ordered_json;
 std::vector<QByteArray> linesOf(std::vector<ReplayStep::Outcome> const& outcomes)
 {
     std::vector<QByteArray> lines;
+    lines.reserve(outcomes.size());
     for (auto const& outcome : outcomes)
         lines.push_back(toLine(toJson(outcome.time, outcome.event)));
     return lines;

@@ -94,8 +94,8 @@ std::optional<ReplayStep> Replay::next(TraceReader& trace)
     m_step = &step;
     perform(step);
     pass(m_nextCause->time);
-    m_step = nullptr;
     m_tool.releaseOrders();
+    m_step = nullptr;
     return step;
 }
 
@@ -171,7 +171,7 @@ quint64 Replay::recordedId(InstructionPosted const& posted) const
 
 void Replay::post(quint64 id, QString const& /*instruction*/, QVariantMap const& /*arguments*/, Reply onReply)
 {
-    m_replies.insert(m_recordedIds.value(id), std::move(onReply));
+    m_replies[m_recordedIds.value(id)] = std::move(onReply);
 }
 
 RunStarted checkTrace(QString const& fileName, Tool const& tool)

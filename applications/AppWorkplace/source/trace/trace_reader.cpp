@@ -158,7 +158,7 @@ TraceEntry toEntry(int line, JsonInput const& json)
     auto const reader = readers().find(kind.toText());
     if (reader == readers().end())
         kind.fail(QStringLiteral("unknown event \"%1\"").arg(shown(kind.toText())));
-    TraceEntry const entry{line, members.count("time"), reader->second(members)};
+    TraceEntry entry{line, members.count("time"), reader->second(members)};
     members.refuseOthers();
     return entry;
 }
