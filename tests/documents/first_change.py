@@ -1,0 +1,77 @@
+"""Follows docs/your-first-change.md in a copy of the sources, and builds and uses what comes of it.
+
+    first_change.py SOURCES WORKPLACE CMAKE GENERATOR COMPILER MAKER_DOMAIN FOLDER
+"""
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+sources, workplace, cmake, generator, compiler, maker, folder = sys.argv[1:]
+sources, folder = Path(sources), Path(folder)
+copy, build = folder / "sources", folder / "build"
+
+
+def run(*command):
+    done = subprocess.run([str(part) for part in command], cwd=copy, text=True, check=False,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)  # yapf: disable
+    if done.returncode != 0:
+        sys.exit(f"{' '.join(map(str, command))} ended with {done.returncode}:\n{done.stdout}")
+    return done.stdout
+
+
+def patched(text, diff, file):
+    """The text with the diff's changes; hunks are parted by @@, and know their place by what stands there."""
+    for hunk in re.split(r"^@@\n", diff, flags=re.MULTILINE):
+        lines = hunk.splitlines(keepends=True)
+        old = "".join(line[1:] if line.strip() else line for line in lines if line[0] != "+")
+        new = "".join(line[1:] if line.strip() else line for line in lines if line[0] != "-")
+        if text.count(old) != 1:
+            sys.exit(f"{file}: this is there {text.count(old)} times, not once:\n{old}")
+        text = text.replace(old, new)
+    return text
+
+
+def changes():
+    """The files that the page makes and changes, with what they are to hold."""
+    page = (sources / "docs/your-first-change.md").read_text()
+    for file, kind, block in re.findall(r"`([^`\n]+)`:\n\n```(\w+)\n(.*?)^```$", page, re.MULTILINE | re.DOTALL):
+        yield file, patched((sources / file).read_text(), block, file) if kind == "diff" else block
+
+
+# What has not changed since the last time keeps its date, and is not built again.
+wanted = {file: text.encode() for file, text in changes()}
+if not wanted:
+    sys.exit("the page changes nothing")
+for name in ["CMakeLists.txt", "CMakePresets.json", "cmake", "libraries", "plugins", "applications", "tests", "docs"]:
+    files = [file for file in (sources / name).rglob("*") if file.is_file()] or [sources / name]
+    for file in files:
+        wanted.setdefault(str(file.relative_to(sources)), file.read_bytes())
+for file in copy.rglob("*"):
+    if file.is_file() and str(file.relative_to(copy)) not in wanted:
+        file.unlink()
+for name, content in wanted.items():
+    file = copy / name
+    file.parent.mkdir(parents=True, exist_ok=True)
+    if not file.exists() or file.read_bytes() != content:
+        file.write_bytes(content)
+
+# Without the optimiser: it is built to be tried once.
+run(cmake, "-S", copy, "-B", build, "-G", generator, f"-DCMAKE_CXX_COMPILER={compiler}", "-DCMAKE_BUILD_TYPE=Release",
+    f"-DZRT_MAKER_DOMAIN={maker}",
+    "-DCMAKE_CXX_FLAGS_RELEASE=-O0", "-DZRT_WARNINGS_AS_ERRORS=ON")
+tests = ["tst_cmd_read_lock", "tst_catalogue", "tst_odd_replies"]
+run(cmake, "--build", build, "--target", *tests)
+for test in tests:
+    print(run(build / "bin" / test).splitlines()[-2])
+print(run(sys.executable, copy / "tests/documents/log_lines.py", copy))
+
+# The program is the one from outside; what it knows of the command, the plugin tells it.
+library = next(build.rglob("libp_tool_vesk_zrt.so"))
+print(run(workplace, "run", "lock.json", "--plugin", library))
+for options, file in [([], "inspect.txt"), (["--json"], "inspect.jsonl")]:
+    shown = run(workplace, "inspect", *options, "--plugin", library)
+    expected = (copy / "tests/data/workplace" / file).read_text()
+    expected = expected.replace("@PLUGIN@", str(library)).replace("@MAKER@", maker)
+    if shown != expected:
+        sys.exit(f"workplace inspect {' '.join(options)} shows\n{shown}and not what {file} has\n{expected}")
