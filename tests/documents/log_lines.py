@@ -44,7 +44,7 @@ def errors():
         for pair in re.findall(r"constexpr zrt::EventLines \w+\{(\d+), (\d+)\};", code):
             handed_on += zip((name, name), pair, ("lines.invalidReply", "lines.unmanagedFormat"))
     for name, number, line in handed_on:
-        yield name, f"{number} fixed", streams[line]
+        yield name, f"{number} fixed", streams.get(line, "what was not understood")
 
 
 def found_in_code(pattern):
