@@ -43,10 +43,12 @@ def changes():
 wanted = {file: text.encode() for file, text in changes()}
 if not wanted:
     sys.exit("the page changes nothing")
-for name in ["CMakeLists.txt", "CMakePresets.json", "cmake", "libraries", "plugins", "applications", "tests", "docs"]:
-    files = [file for file in (sources / name).rglob("*") if file.is_file()] or [sources / name]
-    for file in files:
-        wanted.setdefault(str(file.relative_to(sources)), file.read_bytes())
+for room in sources.iterdir():
+    if room.name == "build" or room.name.startswith("."):
+        continue
+    for file in [room, *room.rglob("*")]:
+        if file.is_file():
+            wanted.setdefault(str(file.relative_to(sources)), file.read_bytes())
 for file in copy.rglob("*"):
     if file.is_file() and str(file.relative_to(copy)) not in wanted:
         file.unlink()
