@@ -14,7 +14,7 @@ copy, build = folder / "sources", folder / "build"
 
 def run(*command):
     done = subprocess.run([str(part) for part in command], cwd=copy, text=True, check=False,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)  # yapf: disable
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     if done.returncode != 0:
         sys.exit(f"{' '.join(map(str, command))} ended with {done.returncode}:\n{done.stdout}")
     return done.stdout
@@ -35,14 +35,17 @@ def patched(text, diff, file):
 def changes():
     """The files that the page makes and changes, with what they are to hold."""
     page = (sources / "docs/your-first-change.md").read_text()
-    for file, kind, block in re.findall(r"`([^`\n]+)`:\n\n```(\w+)\n(.*?)^```$", page, re.MULTILINE | re.DOTALL):
-        yield file, patched((sources / file).read_text(), block, file) if kind == "diff" else block
+    blocks = re.findall(r"`([^`\n]+)`:\n\n```(\w+)\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)
+    if not blocks or len(blocks) != len(re.findall(r"^```\w", page, re.MULTILINE)):
+        sys.exit("before each block of the page stands a paragraph that ends with the name of its file")
+    made = {}
+    for file, kind, block in blocks:
+        made[file] = patched(made.get(file) or (sources / file).read_text(), block, file) if kind == "diff" else block
+    return made
 
 
 # What has not changed since the last time keeps its date, and is not built again.
-wanted = {file: text.encode() for file, text in changes()}
-if not wanted:
-    sys.exit("the page changes nothing")
+wanted = {file: text.encode() for file, text in changes().items()}
 for room in sources.iterdir():
     if room.name == "build" or room.name.startswith("."):
         continue

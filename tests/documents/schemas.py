@@ -109,7 +109,7 @@ PRESETS = {
         "tcamActm": 0, "torque": 200, "maxTorque": 100000, "snugTorque": 1, "targetAngle": 90, "minAngle": 1,
         "maxAngle": 100000, "speed": 400, "freeSpeed": 800, "maxTime": 5000,
     },
-}  # yapf: disable
+}
 BACKUP = {"presets": PRESETS, "parameters": {"language": 2}}
 BACKUP_ROWS = [
     ("unknown", [], [1]),
@@ -193,7 +193,7 @@ RECORDS_ROWS = [
       "2027-03-31T12:00:00", "12027-03-31"]),
     ("tools.left bench.alertBeforeExpiration", [0, 2147483647, MISSING], without(-1, 2147483648)),
     ("tools.left bench.unknown", [], [1]),
-]  # yapf: disable
+]
 
 # A replay reads the whole trace before it begins; what comes of this one is no matter.
 TRACE = [
@@ -216,15 +216,14 @@ TRACE = [
     {"time": 0, "event": "stop", "command": "stopListening", "running": 0},
     {"time": 0, "event": "stopAll", "running": 0},
     {"time": 0, "event": "end", "done": 1, "failed": 0, "notRun": 0, "droppedReplies": 0},
-]  # yapf: disable
+]
 COUNT = ([9223372036854775807], without(-1, 9223372036854775808))
 NUMBER = ([0, 2147483647], without(2147483648))
 TEXT = ([""], NO_TEXT)
-TRUTH = ([False], NO_TRUTH)
 OBJECT = ([{}, {"@type": "QVariantMap", "@value": {"@type": 1}}], [*NO_OBJECT, {"@type": "uint", "@value": 7}])
 VALUE = ([None, -1.5, "", [1, {}], {"a": []}, {"@type": "uint", "@value": 7}, [{"@type": "QStringList", "@value": []}]],
          [{"@type": "uint"}, {"@type": 1, "@value": 7}, {"@type": "uint", "@value": 7, "a": 1}, [{"@type": "uint"}],
-          {"a": {"@type": "uint"}}])  # yapf: disable
+          {"a": {"@type": "uint"}}])
 TRACE_COLUMNS = {
     "time": ([], without(-1)),
     "event": ([], [*NO_TEXT, "nothing"]),
@@ -239,11 +238,11 @@ TRACE_COLUMNS = {
     "level": (["debug", "info", "warning", "critical", "fatal"], NO_TEXT),
     **dict.fromkeys(["order", "instruction", "droppedReplies"], COUNT),
     **dict.fromkeys(["timeAllowance", "running", "done", "failed", "notRun"], NUMBER),
-    **dict.fromkeys(["goesOn"], TRUTH),
+    "goesOn": ([False], NO_TRUTH),
     "success": ([], NO_TRUTH),
     **dict.fromkeys(["parameters", "arguments", "reply"], OBJECT),
     **dict.fromkeys(["value", "expected", "actual"], VALUE),
-}  # yapf: disable
+}
 
 
 def trace_rows():
