@@ -8,6 +8,7 @@
 
 #include <QtTest>
 
+#include <ctime>
 #include <limits>
 
 Q_DECLARE_METATYPE(RunEvent)
@@ -181,7 +182,14 @@ void TstTraceReader::events()
 
 void TstTraceReader::date()
 {
-    // The hour that summer time leaves out elsewhere.
+    // The hour that summer time leaves out here.
+    QByteArray const zone = qgetenv("TZ");
+    auto const back = qScopeGuard([&zone] {
+        qputenv("TZ", zone);
+        ::tzset();
+    });
+    qputenv("TZ", "Europe/Berlin");
+    ::tzset();
     ScratchFolder const folder;
     QByteArray begin = c_begin;
     begin.replace("2000-01-01T00:00:00.000", "2026-03-29T02:30:00.125");
@@ -233,6 +241,12 @@ void TstTraceReader::complaints_data()
     row("format 0", older + c_end, ":1: format: must be a whole number from 1 to 9223372036854775807");
     QByteArray dated = c_begin;
     dated.replace("2000-01-01T", "2000-02-30T");
+    row("day that there is not", dated + c_end, ":1: start: must be a date like 2000-01-01T00:00:00.000");
+    dated = c_begin;
+    dated.replace("2000-01-01T00:00:00.000", "2000-01-01T00:00:00");
+    row("date in another form", dated + c_end, ":1: start: must be a date like 2000-01-01T00:00:00.000");
+    dated = c_begin;
+    dated.replace("2000-01-01T00:00:00.000", "");
     row("no date", dated + c_end, ":1: start: must be a date like 2000-01-01T00:00:00.000");
     row("time goes back",
         c_begin
