@@ -119,6 +119,7 @@ void TestCmdGetPresetInfo::torque_data()
     QTest::newRow("too large") << QVariant(2147483648.0) << 0.0;
     QTest::newRow("too small") << QVariant(-2147483649.0) << 0.0;
     QTest::newRow("too large an integer") << QVariant(Q_INT64_C(4294967297)) << 0.0;
+    QTest::newRow("too small an integer") << QVariant(Q_INT64_C(-4294967297)) << 0.0;
     QTest::newRow("too large an unsigned") << QVariant(4294967295U) << 0.0;
     QTest::newRow("largest unsigned") << QVariant(std::numeric_limits<qulonglong>::max()) << 0.0;
     QTest::newRow("unsigned long") << QVariant::fromValue<ulong>(250) << 2.5;
