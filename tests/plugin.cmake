@@ -50,6 +50,7 @@ target_link_libraries(tst_front_door PRIVATE Qt5::Qml ${CMAKE_DL_LIBS})
 add_zrt_plugin_test(odd_replies)
 add_zrt_plugin_test(plugin_traces NM_PROGRAM="${CMAKE_NM}")
 add_zrt_plugin_test(tool_plugin)
+target_link_libraries(tst_tool_plugin PRIVATE p_tool_vesk_zrt)
 
 add_zrt_class_test(channel_list_model)
 add_zrt_class_test(maintenance_backend)

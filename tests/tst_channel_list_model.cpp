@@ -269,6 +269,8 @@ void TestChannelListModel::empty()
 {
     OLM_DZrtToolChannel const model;
     QVERIFY(!model.parent());
+    QObject parent;
+    QCOMPARE((new OLM_DZrtToolChannel(&parent))->parent(), &parent);
     QCOMPARE(model.rowCount(), 0);
     QCOMPARE(model.property("length"), QVariant(0));
     QCOMPARE(model.property("isEmpty"), QVariant(1));
@@ -555,11 +557,15 @@ void TestChannelListModel::idChanges()
 
 void TestChannelListModel::idChangesUnheard_data()
 {
+    QTest::addColumn<int>("row");
     QTest::addColumn<Change>("change");
 
-    QTest::newRow("removed") << Change([](OLM_DZrtToolChannel& model) { model.removeAt(1); });
-    QTest::newRow("cleared") << Change([](OLM_DZrtToolChannel& model) { model.clear(); });
-    QTest::newRow("one of two lists, in turn") << Change([](OLM_DZrtToolChannel& model) {
+    Change const clear = [](OLM_DZrtToolChannel& model) { model.clear(); };
+    QTest::newRow("removed") << 1 << Change([](OLM_DZrtToolChannel& model) { model.removeAt(1); });
+    QTest::newRow("cleared, the first") << 0 << clear;
+    QTest::newRow("cleared, one between") << 1 << clear;
+    QTest::newRow("cleared, the last") << 2 << clear;
+    QTest::newRow("one of two lists, in turn") << 1 << Change([](OLM_DZrtToolChannel& model) {
         model.append(model.at(1));
         model.removeAt(3);
         model.removeAt(1);
@@ -568,15 +574,17 @@ void TestChannelListModel::idChangesUnheard_data()
 
 void TestChannelListModel::idChangesUnheard()
 {
+    QFETCH(int, row);
     QFETCH(Change, change);
     OLM_DZrtToolChannel model;
     fill(model, QStringLiteral("a b c"));
-    auto const channel = model.at(1);
+    auto const channel = model.at(row);
+    QString const id = channel->id();
     change(model);
     ChangeLog log(model);
     channel->setId(QStringLiteral("d"));
     QCOMPARE(log.take(), QStringList());
-    QVERIFY(model.byKey(QStringLiteral("b")).isNull());
+    QVERIFY(model.byKey(id).isNull());
     QVERIFY(model.byKey(QStringLiteral("d")).isNull());
 }
 

@@ -88,6 +88,7 @@ void TestCmdGetPresetInfo::mode_data()
     QTest::newRow("1") << QVariant(1) << angle;
     QTest::newRow("2") << QVariant(2) << angle;
     QTest::newRow("-1") << QVariant(-1) << angle;
+    QTest::newRow("fraction is cut") << QVariant(0.9) << torque;
     QTest::newRow("text 0") << QVariant(QStringLiteral("0")) << torque;
     QTest::newRow("text 1") << QVariant(QStringLiteral("1")) << angle;
     QTest::newRow("true") << QVariant(true) << angle;
@@ -116,11 +117,14 @@ void TestCmdGetPresetInfo::torque_data()
     QTest::newRow("largest") << QVariant(std::numeric_limits<int>::max()) << 21474836.47;
     QTest::newRow("smallest") << QVariant(std::numeric_limits<int>::min()) << -21474836.48;
     QTest::newRow("largest as a double") << QVariant(2147483647.9) << 21474836.47;
+    QTest::newRow("smallest as a double") << QVariant(-2147483648.9) << -21474836.48;
     QTest::newRow("too large") << QVariant(2147483648.0) << 0.0;
     QTest::newRow("too small") << QVariant(-2147483649.0) << 0.0;
     QTest::newRow("too large an integer") << QVariant(Q_INT64_C(4294967297)) << 0.0;
     QTest::newRow("too small an integer") << QVariant(Q_INT64_C(-4294967297)) << 0.0;
     QTest::newRow("too large an unsigned") << QVariant(4294967295U) << 0.0;
+    QTest::newRow("as large an unsigned as an int") << QVariant(Q_UINT64_C(2147483647)) << 21474836.47;
+    QTest::newRow("an int behind 32 bits") << QVariant(Q_UINT64_C(4294967546)) << 0.0;
     QTest::newRow("largest unsigned") << QVariant(std::numeric_limits<qulonglong>::max()) << 0.0;
     QTest::newRow("unsigned long") << QVariant::fromValue<ulong>(250) << 2.5;
     QTest::newRow("largest unsigned long") << QVariant::fromValue(std::numeric_limits<ulong>::max()) << 0.0;

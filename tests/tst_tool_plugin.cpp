@@ -1,4 +1,5 @@
 #include "meta_entries.h"
+#include "p_tool_vesk_zrt.h"
 #include "shipped_plugin.h"
 
 #include <plugin_management/d_abstract_tightening_tool.h>
@@ -17,6 +18,7 @@ private slots:
     void identity();
     void staticIdentity();
     void instances();
+    void ownInstance();
     void properties();
     void metaObject();
 };
@@ -79,6 +81,18 @@ void TestToolPlugin::instances()
     QCOMPARE(third->getName(), QString());
     QCOMPARE(third->getFunctions(true), QStringList());
     QVERIFY(dynamic_cast<DAbstractTighteningTool*>(third.get()));
+}
+
+void TestToolPlugin::ownInstance()
+{
+    // Made by a host that links against the library.
+    QObject parent;
+    auto const* const child = new PToolVeskZrt(c_object, &parent);
+    QCOMPARE(child->parent(), &parent);
+    QCOMPARE(child->objectUuid(), c_object);
+    PToolVeskZrt const root;
+    QVERIFY(!root.parent());
+    QVERIFY(root.objectUuid().isNull());
 }
 
 void TestToolPlugin::properties()
