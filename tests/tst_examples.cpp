@@ -450,6 +450,14 @@ void TstExamples::replayAtATerminal()
     QString const shown = Terminal().run(arguments, Terminal::Channel::Error);
     QVERIFY2(shown.startsWith(QStringLiteral("\rreplaying 2 %\rreplaying 3 %")), qPrintable(shown));
     QVERIFY2(shown.endsWith(QStringLiteral("\rreplaying 100 %\r\x1b[K")), qPrintable(shown));
+    QCOMPARE(shown.count(QStringLiteral("\x1b[K")), 1);
+    // It makes room for a difference.
+    ScratchFolder const folder;
+    QByteArray trace = contentOf(examples + QStringLiteral("/traces/init.jsonl"));
+    trace.replace(R"("name":"getInfo")", R"("name":"getDate")");
+    QString const file = folder.write(QStringLiteral("trace"), trace);
+    QString const other = Terminal().run({QStringLiteral("replay"), file}, Terminal::Channel::Error);
+    QVERIFY2(other.count(QStringLiteral(" %\r\x1b[K\rreplaying ")) > 0, qPrintable(other));
 }
 
 void TstExamples::everyTraceHasItsSequence()

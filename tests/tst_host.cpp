@@ -9,6 +9,8 @@
 #include "host/tool.h"
 #include "host/workstation.h"
 
+#include <utilities/utilities.h>
+
 #include <QtTest>
 
 #include <algorithm>
@@ -141,6 +143,7 @@ private slots:
     void logAddresses_data();
     void logAddresses();
     void logTapGivesBackTheFormerHandler();
+    void logTapDatesLines();
     void logLinesHaveTheirTime();
 };
 
@@ -915,6 +918,19 @@ void TstHost::logTapGivesBackTheFormerHandler()
     QVERIFY(installed == capture);
     QCOMPARE(captured, QStringList({QStringLiteral("1 for the former"), QStringLiteral("1 for the former")}));
     QCOMPARE(bench.log.lines.size(), 2);
+}
+
+void TstHost::logTapDatesLines()
+{
+    QString const today = QDate::currentDate().toString(Qt::ISODate);
+    Bench bench({});
+    bench.clock.after(250, [] {});
+    bench.runAll();
+    {
+        LogTap const tap(bench.events);
+        QCOMPARE(getDate(), QStringLiteral("2000-01-01 00:00:00.250"));
+    }
+    QVERIFY2(getDate() > today, qPrintable(getDate()));
 }
 
 void TstHost::logLinesHaveTheirTime()

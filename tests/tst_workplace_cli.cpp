@@ -98,6 +98,7 @@ private slots:
     void realTime();
     void trace();
     void traceBesideJson();
+    void traceTellsMore();
     void controllerOption();
     void pluginOption();
     void sequenceFromAPipe();
@@ -124,6 +125,7 @@ private slots:
     void traceIntoAPipe();
     void replayOfAnother_data();
     void replayOfAnother();
+    void replayOfAnotherDay();
     void replayComplaints_data();
     void replayComplaints();
     void traceThatFails_data();
@@ -335,6 +337,33 @@ void TstWorkplaceCli::traceBesideJson()
     QCOMPARE(outcome.out, expected(QStringLiteral("init.jsonl")));
     QCOMPARE(QString::fromUtf8(contentOf(folder.filePath(QStringLiteral("trace.jsonl")))),
              QString::fromUtf8(contentOf(examples + QStringLiteral("/traces/init.jsonl"))));
+}
+
+// What is of use in a trace alone is not shown.
+void TstWorkplaceCli::traceTellsMore()
+{
+    ScratchFolder const folder;
+    folder.write(QStringLiteral("gone.json"), R"({"connected": false})");
+    folder.write(QStringLiteral("sequence.json"),
+                 R"({"controller": "gone.json",
+                     "steps": [{"order": "init", "fails": true}, {"order": "startListening"}]})");
+    Outcome const outcome =
+        Program::run({QStringLiteral("run"), QStringLiteral("sequence.json"), QStringLiteral("--json"),
+                      QStringLiteral("--trace"), QStringLiteral("trace.jsonl")},
+                     folder.path());
+    QCOMPARE(outcome.err, QString());
+    auto const eventsOf = [](QByteArray const& text) {
+        QStringList events;
+        auto const lines = text.trimmed().split('\n');
+        for (auto const& line : lines)
+            events += QJsonDocument::fromJson(line).object().value(QStringLiteral("event")).toString();
+        return events.join(QLatin1Char(' '));
+    };
+    QCOMPARE(eventsOf(outcome.out.toUtf8()),
+             QStringLiteral("begin order finished order notDelivered finished end"));
+    QCOMPARE(eventsOf(contentOf(folder.filePath(QStringLiteral("trace.jsonl")))),
+             QStringLiteral("begin order instruction notDelivered finished order instruction notDelivered "
+                            "stopAll withdrawn finished end"));
 }
 
 void TstWorkplaceCli::controllerOption()
@@ -877,6 +906,20 @@ void TstWorkplaceCli::replayOfAnother()
     auto const lines = outcome.out.toUtf8().trimmed().split('\n');
     for (auto const& line : lines)
         QVERIFY2(QJsonDocument::fromJson(line).isObject(), line.constData());
+}
+
+// Log lines have the date of the record.
+void TstWorkplaceCli::replayOfAnotherDay()
+{
+    ScratchFolder const folder;
+    QByteArray trace = contentOf(examples + QStringLiteral("/traces/faults/missing_key.jsonl"));
+    QCOMPARE(trace.count("2000-01-01"), 2);
+    folder.write(QStringLiteral("trace.jsonl"), trace.replace("2000-01-01", "2026-03-09"));
+    Outcome const outcome =
+        Program::run({QStringLiteral("replay"), QStringLiteral("trace.jsonl")}, folder.path());
+    QCOMPARE(outcome.err, QString());
+    QVERIFY2(outcome.out.endsWith(QStringLiteral(" steps, all as recorded\n")), qPrintable(outcome.out));
+    QCOMPARE(outcome.exitCode, 0);
 }
 
 void TstWorkplaceCli::replayComplaints_data()
