@@ -1,8 +1,8 @@
 # What is handed over: a Debian package for each component, and one archive of everything.
 #   cpack --config build/release/CPackConfig.cmake -G "DEB;TGZ" -B <where to>
 #
-# The Debian packages put all of it into one folder, because the host framework's stand-in has libraries of the names that a real
-# workstation's have, and must not be found by anybody else.
+# The Debian packages put all of it into one folder, because the host framework's stand-in has libraries of the names
+# that a real workstation's have, and must not be found by anybody else.
 set(CPACK_PACKAGE_NAME zrt-tool)
 set(CPACK_PACKAGE_CONTACT "The ZRT tool plugin's developers <zrt-tool@${ZRT_MAKER_DOMAIN}.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Tool plugin for the ZRT screwdriver controller")

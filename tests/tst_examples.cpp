@@ -408,11 +408,13 @@ void TstExamples::droppedRepliesInTheTrace()
 void TstExamples::traces_data()
 {
     QTest::addColumn<QString>("name");
-    auto const table = faultTable();
-    for (auto const& name : {QStringLiteral("init"), QStringLiteral("working_day")})
-        QTest::newRow(qPrintable(name)) << name;
-    for (auto const& one : table)
-        QTest::newRow(one.name) << QStringLiteral("faults/") + QString::fromLatin1(one.name).chopped(5);
+    for (QString const& folder : {QString(), QStringLiteral("faults/")}) {
+        auto const sequences = sequencesIn(examples + QLatin1Char('/') + folder);
+        for (auto const& sequence : sequences) {
+            QString const name = folder + sequence.chopped(5); // without ".json"
+            QTest::newRow(qPrintable(name)) << name;
+        }
+    }
 }
 
 void TstExamples::traces()

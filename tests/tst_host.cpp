@@ -109,6 +109,8 @@ private slots:
     void noEndpoint();
     void endpointThatIsNotConnected();
     void noEndpointForAListener();
+    void undeliveredIsNotWithdrawn();
+    void overdueIsNotWaitedForAtTheEnd();
     void endpointThatIsReplaced();
     void replyTimes_data();
     void replyTimes();
@@ -278,6 +280,53 @@ void TstHost::noEndpointForAListener()
     QCOMPARE(bench.log.lines.filter(QStringLiteral("\"goesOn\":true")).size(), 1);
     QCOMPARE(bench.tool->stop(QStringLiteral("halt")), 1);
     QCOMPARE(stateName(order), QStringLiteral("succeeded"));
+    QVERIFY(order.isOver());
+}
+
+// Whether the command has heard of it or not.
+void TstHost::undeliveredIsNotWithdrawn()
+{
+    Bench bench({listener(QStringLiteral("listen"), QStringLiteral("halt"), posting({QStringLiteral("a")}))});
+    bench.order("listen");
+    bench.tool->stop(QStringLiteral("halt"));
+    bench.order("listen");
+    bench.runAll();
+    bench.tool->stop(QStringLiteral("halt"));
+    QCOMPARE(bench.log.of(QStringLiteral("notDelivered")).size(), 2);
+    QCOMPARE(bench.log.of(QStringLiteral("withdrawn")), QStringList());
+    // One that is there is.
+    bench.workstation.connectEndpoint(device, bench.endpoint);
+    bench.order("listen");
+    bench.tool->stop(QStringLiteral("halt"));
+    QCOMPARE(bench.log.of(QStringLiteral("withdrawn")).size(), 1);
+    QCOMPARE(bench.endpoint.withdrawn, QList<quint64>{3});
+}
+
+// A command that leaves its instructions open when it is stopped gets one reply to each, but not to one whose
+// time was over before.
+void TstHost::overdueIsNotWaitedForAtTheEnd()
+{
+    auto script = listener(QStringLiteral("listen"), QStringLiteral("halt"), posting({QStringLiteral("a")}));
+    script.onFinish = [](ScriptedCommand& command) {
+        command.post(device, QStringLiteral("last"));
+        return command.finish(true);
+    };
+    Bench bench({script});
+    bench.endpoint.replyTimes = {};
+    bench.workstation.connectEndpoint(device, bench.endpoint);
+    Order const& order = bench.order("listen");
+    bench.runAll();
+    QCOMPARE(bench.clock.now(), qint64{4000});
+    QVERIFY(bench.log.of(QStringLiteral("withdrawn")).isEmpty());
+    bench.tool->stop(QStringLiteral("halt"));
+    QCOMPARE(
+        bench.log.lines.mid(bench.log.lines.size() - 2),
+        QStringList({QStringLiteral(
+                         R"({"time":4000,"event":"finished","order":1,"command":"listen","success":true})"),
+                     QStringLiteral(R"({"time":4000,"event":"withdrawn","order":1,"instruction":1})")}));
+    QVERIFY(!order.isOver());
+    bench.runAll();
+    QCOMPARE(bench.clock.now(), qint64{8000});
     QVERIFY(order.isOver());
 }
 

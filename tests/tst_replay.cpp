@@ -149,7 +149,8 @@ Replayed replay(QString const& fileName, QList<CommandScript> const& commands)
 {
     Bench bench(commands);
     LogTap const tap(bench.events);
-    Replay replay(bench.tool, bench.workstation, bench.clock, bench.events);
+    Replay replay(bench.tool, bench.workstation, bench.clock, bench.events,
+                  {c_device, QStringLiteral("nowhere")});
     TraceReader trace(fileName);
     Replayed result;
     while (auto const step = replay.next(trace)) {
@@ -197,6 +198,7 @@ private slots:
     void ordersAreReleased();
     void debugLinesDoNotCount();
     void loggedAtTheBeginning();
+    void differenceAtTheEnd();
     void check_data();
     void check();
 };
@@ -302,6 +304,30 @@ void TstReplay::same_data()
         bench.clock.step();
         bench.runUntil(5000);
     });
+    // What a listener does not hear of its allowance makes no difference, whichever comes first.
+    for (bool const isFirst : {false, true}) {
+        row(isFirst ? "listener's allowance passes before it ends"
+                    : "listener's allowance passes after it ends",
+            3, [isFirst](Bench& bench) {
+                bench.endpoint.replyTimes = {};
+                bench.order("keep");
+                bench.runUntil(4000);
+                if (isFirst)
+                    bench.clock.step();
+                bench.tool.stop(QStringLiteral("halt"));
+                bench.runUntil(9000);
+            });
+        row(isFirst ? "learns that nobody is there before it ends"
+                    : "learns that nobody is there after it ends",
+            3, [isFirst](Bench& bench) {
+                bench.endpoint.connected = false;
+                bench.order("listen");
+                if (isFirst)
+                    bench.clock.step();
+                bench.tool.stop(QStringLiteral("halt"));
+                bench.runUntil(5000);
+            });
+    }
     row("withdraws", 4, [](Bench& bench) {
         bench.endpoint.replyTimes = {5};
         bench.order("listen");
@@ -516,7 +542,8 @@ void TstReplay::ordersAreReleased()
         bench.runUntil(10);
     });
     Bench bench(scripts());
-    Replay replay(bench.tool, bench.workstation, bench.clock, bench.events);
+    Replay replay(bench.tool, bench.workstation, bench.clock, bench.events,
+                  {c_device, QStringLiteral("nowhere")});
     TraceReader trace(fileName);
     LogTap const tap(bench.events);
     while (auto const step = replay.next(trace)) {
@@ -560,32 +587,87 @@ void TstReplay::loggedAtTheBeginning()
                  QStringLiteral(R"(1: {"time":0,"event":"log","level":"warning","text":"before all"} | )")});
 }
 
+// At the time of the end as well, everything that comes counts.
+void TstReplay::differenceAtTheEnd()
+{
+    ScratchFolder const folder;
+    QString const fileName = folder.filePath(QStringLiteral("trace"));
+    record(fileName, scripts(), [](Bench& bench) {
+        bench.endpoint.replyTimes = {};
+        bench.order("shot");
+        bench.runUntil(4000);
+        bench.clock.step();
+    });
+    QByteArray content = contentOf(fileName);
+    QByteArray const finished =
+        R"({"time":4000,"event":"finished","order":1,"command":"shot","success":false,)"
+        R"("message":"no reply to \"go\" within 4000 ms"})"
+        "\n";
+    QByteArray const withdrawn = R"({"time":4000,"event":"withdrawn","order":1,"instruction":1})"
+                                 "\n";
+    QCOMPARE(content.count(withdrawn + finished), 1);
+    folder.write(QStringLiteral("trace"), content.replace(withdrawn + finished, ""));
+    QCOMPARE(replay(fileName, scripts()).differences,
+             QStringList{QString::fromUtf8("2:  | " + withdrawn.trimmed() + ' ' + finished.trimmed())});
+}
+
 void TstReplay::check_data()
 {
-    QTest::addColumn<QByteArray>("order");
+    QTest::addColumn<QByteArray>("lines");
     QTest::addColumn<QString>("complaint");
-    QTest::newRow("right") << QByteArray(R"("order":1,"command":"shot")") << QStringLiteral("no complaint");
-    QTest::newRow("unknown command") << QByteArray(R"("order":1,"command":"walk")")
-                                     << QStringLiteral(":2: the plugin has no command \"walk\"");
-    QTest::newRow("another number") << QByteArray(R"("order":2,"command":"shot")")
-                                    << QStringLiteral(":2: order 2 stands where order 1 should");
+    auto const row = [](char const* name, QByteArrayList const& lines, char const* complaint = "") {
+        QTest::newRow(name) << lines.join() << QString::fromUtf8(complaint);
+    };
+    auto const order = [](quint64 id, char const* command = "shot") {
+        return toLine(toJson(0, OrderStarted{id, QString::fromLatin1(command), {}}));
+    };
+    auto const instruction = [](quint64 id, quint64 orderId) {
+        return toLine(toJson(0, InstructionPosted{orderId, id, {c_device, QStringLiteral("go"), {}, 4000}}));
+    };
+    auto const reply = [](quint64 id, quint64 orderId) {
+        return toLine(toJson(0, ReplyArrived{orderId, id, {}}));
+    };
+    row("right",
+        {order(1), instruction(1, 1), order(2), instruction(2, 2), reply(1, 1), reply(2, 2), reply(1, 1)});
+    row("unknown command", {order(1, "walk")}, ":2: the plugin has no command \"walk\"");
+    row("order with another number", {order(2)}, ":2: order 2 stands where order 1 should");
+    row("instruction 0", {order(1), instruction(0, 1)},
+        ":3: instruction 0 stands where instruction 1 should");
+    row("instruction twice", {order(1), instruction(1, 1), instruction(1, 1)},
+        ":4: instruction 1 stands where instruction 2 should");
+    row("instruction of order 0", {order(1), instruction(1, 0)}, ":3: there is no order 0");
+    row("instruction of an order to come", {order(1), instruction(1, 2), order(2)},
+        ":3: there is no order 2");
+    row("reply before its instruction", {order(1), reply(1, 1), instruction(1, 1)},
+        ":3: order 1 has no instruction 1");
+    row("reply to instruction 0", {order(1), instruction(1, 1), reply(0, 0)},
+        ":4: order 0 has no instruction 0");
+    row("reply for another order", {order(1), order(2), instruction(1, 1), reply(1, 2)},
+        ":5: order 2 has no instruction 1");
+    row("withdrawn without an instruction", {order(1), toLine(toJson(0, InstructionWithdrawn{1, 1}))},
+        ":3: order 1 has no instruction 1");
 }
 
 void TstReplay::check()
 {
-    QFETCH(QByteArray, order);
+    QFETCH(QByteArray, lines);
     QFETCH(QString, complaint);
     ScratchFolder const folder;
     QByteArray const begin = toLine(toJson(
-        0, RunStarted{QStringLiteral("P"), QStringLiteral("1"), {}, QDateTime(QDate(2026, 3, 9), QTime())}));
-    QString const fileName = folder.write(
-        QStringLiteral("trace"), begin + R"({"time":0,"event":"order",)" + order + ",\"parameters\":{}}\n"
-                                     + toLine(toJson(0, RunFinished{0, 0, 0, 0})));
+        0,
+        RunStarted{QStringLiteral("P"), QStringLiteral("1"), {}, QDateTime(QDate(2026, 3, 9), QTime(0, 0))}));
+    QString const fileName =
+        folder.write(QStringLiteral("trace"), begin + lines + toLine(toJson(0, RunFinished{0, 0, 0, 0})));
     Bench bench(scripts());
-    RunStarted told;
+    TraceSummary told;
     QString const heard = complaintOf([&] { told = checkTrace(fileName, bench.tool); });
-    QCOMPARE(heard, complaint.startsWith(QLatin1Char(':')) ? fileName + complaint : complaint);
-    QCOMPARE(told.plugin, complaint.startsWith(QLatin1Char(':')) ? QString() : QStringLiteral("P"));
+    if (!complaint.isEmpty()) {
+        QCOMPARE(heard, fileName + complaint);
+        return;
+    }
+    QCOMPARE(heard, QStringLiteral("no complaint"));
+    QCOMPARE(told.begin.plugin, QStringLiteral("P"));
+    QCOMPARE(told.targets, QStringList{c_device});
 }
 
 QTEST_GUILESS_MAIN(TstReplay)

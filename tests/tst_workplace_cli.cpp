@@ -125,6 +125,7 @@ private slots:
     void traceIntoAPipe();
     void replayOfAnother_data();
     void replayOfAnother();
+    void replayShowsWhatBothHave();
     void replayOfAnotherDay();
     void replayComplaints_data();
     void replayComplaints();
@@ -363,7 +364,7 @@ void TstWorkplaceCli::traceTellsMore()
              QStringLiteral("begin order finished order notDelivered finished end"));
     QCOMPARE(eventsOf(contentOf(folder.filePath(QStringLiteral("trace.jsonl")))),
              QStringLiteral("begin order instruction notDelivered finished order instruction notDelivered "
-                            "stopAll withdrawn finished end"));
+                            "stopAll finished end"));
 }
 
 void TstWorkplaceCli::controllerOption()
@@ -908,6 +909,29 @@ void TstWorkplaceCli::replayOfAnother()
         QVERIFY2(QJsonDocument::fromJson(line).isObject(), line.constData());
 }
 
+void TstWorkplaceCli::replayShowsWhatBothHave()
+{
+    // Of the three instructions that a tightening begins with, the first and the last were others.
+    ScratchFolder const folder;
+    QByteArray trace = contentOf(examples + QStringLiteral("/traces/working_day.jsonl"));
+    trace.replace(R"("name":"setProgram","arguments":{"program":{"@type":"uint","@value":3}})",
+                  R"("name":"setProgram","arguments":{"program":3})");
+    trace.replace(R"("name":"getPresetData","arguments":{"preset":3})",
+                  R"("name":"getPresetData","arguments":{"preset":4})");
+    folder.write(QStringLiteral("trace.jsonl"), trace);
+    Outcome const outcome =
+        Program::run({QStringLiteral("replay"), QStringLiteral("trace.jsonl")}, folder.path());
+    QCOMPARE(outcome.err, QString());
+    QString marks;
+    auto const lines = outcome.out.split(QLatin1Char('\n'));
+    for (auto const& line : lines) {
+        if (line.contains(QStringLiteral("\"order\":5,\"instruction\"")) && line[1] == QLatin1Char(' '))
+            marks += line[0];
+    }
+    QCOMPARE(marks, QStringLiteral("-+ -+"));
+    QCOMPARE(outcome.exitCode, 1);
+}
+
 // Log lines have the date of the record.
 void TstWorkplaceCli::replayOfAnotherDay()
 {
@@ -931,9 +955,7 @@ void TstWorkplaceCli::replayComplaints_data()
         QTest::newRow(name) << content << QString::fromUtf8(complaint);
     };
     row("missing", QByteArray(), ": No such file or directory");
-    row("a sequence", contentOf(initExample),
-        ":1:2: not JSON: syntax error while parsing object key - unexpected end of input; expected string "
-        "literal");
+    row("a sequence", contentOf(initExample), ":1: this is no trace, it does not start with \"begin\"");
     row("cut off in a line", trace.left(trace.size() / 2), ":5: the trace is cut off in this line");
     row("cut off behind a line", trace.left(trace.lastIndexOf('\n', -2) + 1),
         ":10: the trace is cut off behind this line");

@@ -230,9 +230,10 @@ bool DAbstractCommand::awaitsReplies() const
 
 void DAbstractCommand::allowancePassed(quint64 instructionId)
 {
-    auto const it = m_pending.constFind(instructionId);
-    if (it == m_pending.cend())
+    auto const it = m_pending.find(instructionId);
+    if (it == m_pending.end())
         return;
+    it->isOverdue = true;
     if (!m_isRunning)
         withdraw(instructionId);
     else if (!isRecurrent())
@@ -282,11 +283,21 @@ void DAbstractCommand::withdrawAll()
 void DAbstractCommand::end(bool success)
 {
     m_isRunning = false;
-    for (auto it = m_pending.begin(); it != m_pending.end();)
+    QList<quint64> overdue;
+    for (auto it = m_pending.begin(); it != m_pending.end();) {
+        if (it->isOverdue && !it->isAnswered)
+            overdue += it.key();
         it = it->isAnswered ? m_pending.erase(it) : std::next(it);
+    }
+    QPointer<DAbstractCommand> const self = this;
     QPointer<DOrder> const host = order(); // who hears the signal may delete it
     QString const message = success ? QString() : m_failure;
     emit sigCommandFinished(success);
     if (host)
         host->commandFinished(success, message);
+    // What was long in coming while it listened is not waited for any longer.
+    for (quint64 const id : overdue) {
+        if (self)
+            withdraw(id);
+    }
 }

@@ -117,6 +117,7 @@ private:
         int timeAllowance = 0;
         OnReply onReply;
         bool isAnswered = false;
+        bool isOverdue = false;
     };
 
     // While one of these lives the command is at work, and a one-shot command does not finish yet: an

@@ -34,21 +34,34 @@ std::vector<QByteArray> linesOf(std::vector<ReplayStep::Outcome> const& outcomes
     return lines;
 }
 
-// What both begin and end with stands once; between, what the record has, then what came now.
+// The lines that both have are their longest common subsequence: table[i][j] is how long that of the ends
+// from recorded[i] and replayed[j] on is. Of what is larger than any plugin's doing everything counts as
+// different.
 QByteArray diff(std::vector<QByteArray> const& recorded, std::vector<QByteArray> const& replayed)
 {
-    auto const [first, firstNew] =
-        std::mismatch(recorded.cbegin(), recorded.cend(), replayed.cbegin(), replayed.cend());
-    auto const [last, lastNew] = std::mismatch(recorded.crbegin(), std::make_reverse_iterator(first),
-                                               replayed.crbegin(), std::make_reverse_iterator(firstNew));
+    constexpr std::size_t mostCells = 4'000'000;
+    bool const isSmall = recorded.size() * replayed.size() <= mostCells;
+    std::vector<std::vector<int>> table(isSmall ? recorded.size() + 1 : 0,
+                                        std::vector<int>(isSmall ? replayed.size() + 1 : 0));
+    for (auto i = isSmall ? recorded.size() : 0; i-- > 0;) {
+        for (auto j = replayed.size(); j-- > 0;)
+            table[i][j] = recorded[i] == replayed[j] ? table[i + 1][j + 1] + 1
+                                                     : std::max(table[i + 1][j], table[i][j + 1]);
+    }
     QByteArray text;
-    auto const add = [&text](char const* mark, auto from, auto to) {
-        std::for_each(from, to, [&text, mark](QByteArray const& line) { text += mark + line; });
-    };
-    add("  ", recorded.cbegin(), first);
-    add("- ", first, last.base());
-    add("+ ", firstNew, lastNew.base());
-    add("  ", last.base(), recorded.cend());
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < recorded.size() || j < replayed.size()) {
+        if (isSmall && i < recorded.size() && j < replayed.size() && recorded[i] == replayed[j]) {
+            text += "  " + recorded[i++];
+            ++j;
+        } else if (i < recorded.size()
+                   && (!isSmall || j == replayed.size() || table[i + 1][j] >= table[i][j + 1])) {
+            text += "- " + recorded[i++];
+        } else {
+            text += "+ " + replayed[j++];
+        }
+    }
     return text;
 }
 
@@ -114,15 +127,15 @@ private:
 int replayCommand(ReplayOptions const& options)
 {
     PluginLibrary library(options.plugin);
-    RunStarted begin;
+    TraceSummary summary;
     {
         // The clock starts when the record does, which only the record tells.
         Clock clock(Clock::Pace::Simulated);
         RunEvents const events(clock);
         Workstation workstation(clock, events);
-        begin = checkTrace(options.trace, *makeTool(library, workstation));
+        summary = checkTrace(options.trace, *makeTool(library, workstation));
     }
-    Clock clock(begin.start);
+    Clock clock(summary.begin.start);
     RunEvents events(clock);
     Workstation workstation(clock, events);
     auto const tool = makeTool(library, workstation);
@@ -132,7 +145,7 @@ int replayCommand(ReplayOptions const& options)
     int differences = 0;
     {
         LogTap const logTap(events);
-        Replay replay(*tool, workstation, clock, events);
+        Replay replay(*tool, workstation, clock, events, summary.targets);
         TraceReader trace(options.trace);
         Progress progress;
         while (auto const step = replay.next(trace)) {
@@ -145,7 +158,7 @@ int replayCommand(ReplayOptions const& options)
             output.write(options.json ? toJsonLine(*step) : toText(options.trace, *step));
         }
     }
-    QString const recordedWith = begin.plugin + QLatin1Char(' ') + begin.version;
+    QString const recordedWith = summary.begin.plugin + QLatin1Char(' ') + summary.begin.version;
     QString const replayedWith = nameAndVersion(tool->plugin());
     if (options.json) {
         output.write(toLine(Json{{"steps", steps},

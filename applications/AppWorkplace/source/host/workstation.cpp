@@ -31,7 +31,9 @@ quint64 Workstation::carry(Order& order, DInstruction const& instruction)
         // A one-shot command fails for this reason and says so; one that listens goes on.
         m_events.publish(
             InstructionFailed{orderId, id, instruction.name, reason, order.command().isRecurrent()});
-        m_clock.after(0, [target, id, reason] {
+        m_undelivered.insert(id);
+        m_clock.after(0, [this, target, id, reason] {
+            m_undelivered.remove(id);
             if (target)
                 target->instructionFailed(id, reason);
         });
@@ -55,6 +57,8 @@ quint64 Workstation::carry(Order& order, DInstruction const& instruction)
 
 void Workstation::withdraw(quint64 order, quint64 instruction)
 {
+    if (m_undelivered.contains(instruction))
+        return;
     m_events.publish(InstructionWithdrawn{order, instruction});
     for (auto* const endpoint : qAsConst(m_endpoints))
         endpoint->withdraw(instruction);

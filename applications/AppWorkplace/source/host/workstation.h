@@ -3,6 +3,7 @@
 #include "endpoint.h"
 
 #include <QMap>
+#include <QSet>
 #include <QString>
 
 class Clock;
@@ -29,7 +30,8 @@ public:
     /// fails, once the order is through with what it is doing.
     quint64 carry(Order& order, DInstruction const& instruction);
 
-    /// Tells the endpoints that no further reply to an instruction is wanted.
+    /// Tells the endpoints that no further reply to an instruction is wanted; one that was not delivered has
+    /// none.
     void withdraw(quint64 order, quint64 instruction);
 
     /// Counts a reply that nobody waits for.
@@ -40,6 +42,7 @@ private:
     Clock& m_clock;
     RunEvents const& m_events;
     QMap<QString, Endpoint*> m_endpoints;
+    QSet<quint64> m_undelivered; // and their orders do not know yet
     quint64 m_lastOrder = 0;
     quint64 m_lastInstruction = 0;
     quint64 m_droppedReplies = 0;

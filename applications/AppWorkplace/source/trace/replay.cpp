@@ -44,15 +44,21 @@ bool isOutcome(RunEvent const& event)
         event);
 }
 
-/// The instruction that an event is about; null if it is about none.
-quint64* instructionOf(RunEvent& event)
+/// The instruction that an event is about, and its order.
+struct AboutInstruction
+{
+    quint64 order;
+    quint64& id;
+};
+
+std::optional<AboutInstruction> aboutInstruction(RunEvent& event)
 {
     return std::visit(
-        [](auto& one) -> quint64* {
+        [](auto& one) -> std::optional<AboutInstruction> {
             if constexpr (isOneOf<std::decay_t<decltype(one)>, InstructionPosted, InstructionFailed,
-                                  InstructionWithdrawn, ReplyDropped>())
-                return &one.instruction;
-            return nullptr;
+                                  InstructionWithdrawn, ReplyArrived, ReplyDropped>())
+                return AboutInstruction{one.order, one.instruction};
+            return std::nullopt;
         },
         event);
 }
@@ -68,11 +74,13 @@ bool ReplayStep::isSame() const
            && std::equal(recorded.cbegin(), recorded.cend(), replayed.cbegin(), replayed.cend(), isSameLine);
 }
 
-Replay::Replay(Tool& tool, Workstation& workstation, Clock& clock, RunEvents& events)
+Replay::Replay(Tool& tool, Workstation& workstation, Clock& clock, RunEvents& events,
+               QStringList const& targets)
     : m_tool(tool)
-    , m_workstation(workstation)
     , m_clock(clock)
 {
+    for (auto const& target : targets)
+        workstation.connectEndpoint(target, *this);
     events.listen([this](qint64 time, RunEvent const& event) { note(time, event); });
 }
 
@@ -93,7 +101,7 @@ std::optional<ReplayStep> Replay::next(TraceReader& trace)
     }
     m_step = &step;
     perform(step);
-    pass(m_nextCause->time);
+    pass(m_nextCause->time, std::holds_alternative<RunFinished>(m_nextCause->event));
     m_tool.releaseOrders();
     m_step = nullptr;
     return step;
@@ -101,10 +109,6 @@ std::optional<ReplayStep> Replay::next(TraceReader& trace)
 
 void Replay::perform(ReplayStep& step)
 {
-    for (auto const& outcome : step.recorded) {
-        if (auto const* const posted = std::get_if<InstructionPosted>(&outcome.event))
-            m_workstation.connectEndpoint(posted->content.target, *this);
-    }
     auto const& cause = step.cause.event;
     if (auto const* const order = std::get_if<OrderStarted>(&cause))
         m_tool.order(order->command, order->parameters);
@@ -120,15 +124,15 @@ void Replay::perform(ReplayStep& step)
     }
 }
 
-// A time allowance that ends when the next step is due ends before it if it did so in the record.
-void Replay::pass(qint64 until)
+// A time allowance that ends when the next step is due ends before it if it did so in the record; nothing
+// comes after the last step.
+void Replay::pass(qint64 until, bool isLast)
 {
-    while (m_clock.nextDue()) {
-        qint64 const due = *m_clock.nextDue();
-        if (due > until || (due == until && m_step->replayed.size() >= m_step->recorded.size()))
-            break;
+    auto const isBefore = [this, until, isLast](qint64 due) {
+        return due < until || (due == until && (isLast || m_step->replayed.size() < m_step->recorded.size()));
+    };
+    while (m_clock.nextDue() && isBefore(*m_clock.nextDue()))
         m_clock.step();
-    }
     m_clock.moveTo(until);
 }
 
@@ -146,8 +150,8 @@ void Replay::note(qint64 time, RunEvent const& event)
                 return failed && failed->instruction == id;
             });
     }
-    if (auto* const instruction = instructionOf(outcome))
-        *instruction = m_recordedIds.value(*instruction);
+    if (auto const about = aboutInstruction(outcome))
+        about->id = m_recordedIds.value(about->id);
     m_step->replayed.push_back({time, outcome});
 }
 
@@ -174,23 +178,40 @@ void Replay::post(quint64 id, QString const& /*instruction*/, QVariantMap const&
     m_replies[m_recordedIds.value(id)] = std::move(onReply);
 }
 
-RunStarted checkTrace(QString const& fileName, Tool const& tool)
+TraceSummary checkTrace(QString const& fileName, Tool const& tool)
 {
     TraceReader trace(fileName);
-    RunStarted begin;
+    TraceSummary summary;
     quint64 orders = 0;
-    while (auto const entry = trace.next()) {
+    std::vector<quint64> instructions{0}; // the order of each, by its id
+    while (auto entry = trace.next()) {
+        auto const counted = [&trace, &entry](QString const& what, quint64 number, quint64 expected) {
+            if (number != expected)
+                trace.fail(entry->line, QStringLiteral("%1 %2 stands where %1 %3 should")
+                                            .arg(what, QString::number(number), QString::number(expected)));
+        };
         if (auto const* const started = std::get_if<RunStarted>(&entry->event))
-            begin = *started;
-        auto const* const order = std::get_if<OrderStarted>(&entry->event);
-        if (!order)
-            continue;
-        if (order->order != ++orders)
+            summary.begin = *started;
+        if (auto const* const order = std::get_if<OrderStarted>(&entry->event)) {
+            counted(QStringLiteral("order"), order->order, ++orders);
+            if (!tool.plugin().commandPrototype(order->command))
+                trace.fail(entry->line,
+                           QStringLiteral("the plugin has no command \"%1\"").arg(shown(order->command)));
+        }
+        if (auto const* const posted = std::get_if<InstructionPosted>(&entry->event)) {
+            counted(QStringLiteral("instruction"), posted->instruction, instructions.size());
+            if (posted->order == 0 || posted->order > orders)
+                trace.fail(entry->line, QStringLiteral("there is no order %1").arg(posted->order));
+            instructions.push_back(posted->order);
+            if (!summary.targets.contains(posted->content.target))
+                summary.targets += posted->content.target;
+        }
+        auto const about = aboutInstruction(entry->event);
+        if (about
+            && (about->id == 0 || about->id >= instructions.size()
+                || instructions[about->id] != about->order))
             trace.fail(entry->line,
-                       QStringLiteral("order %1 stands where order %2 should").arg(order->order).arg(orders));
-        if (!tool.plugin().commandPrototype(order->command))
-            trace.fail(entry->line,
-                       QStringLiteral("the plugin has no command \"%1\"").arg(shown(order->command)));
+                       QStringLiteral("order %1 has no instruction %2").arg(about->order).arg(about->id));
     }
-    return begin;
+    return summary;
 }

@@ -4,6 +4,7 @@
 #include "trace_reader.h"
 
 #include <QMap>
+#include <QStringList>
 
 #include <vector>
 
@@ -38,8 +39,9 @@ struct ReplayStep
 class Replay final : private Endpoint
 {
 public:
-    /// The three belong together; they must outlive the replay.
-    Replay(Tool& tool, Workstation& workstation, Clock& clock, RunEvents& events);
+    /// The first four belong together and must outlive the replay; @p targets are the endpoints that the
+    /// recorded instructions went to.
+    Replay(Tool& tool, Workstation& workstation, Clock& clock, RunEvents& events, QStringList const& targets);
 
     /// Reads one step and what the record has of its outcome, and does it; nothing when all have been done.
     std::optional<ReplayStep> next(TraceReader& trace);
@@ -50,12 +52,11 @@ private:
     void withdraw(quint64 /*id*/) override {}
 
     void perform(ReplayStep& step);
-    void pass(qint64 until);
+    void pass(qint64 until, bool isLast);
     void note(qint64 time, RunEvent const& event);
     quint64 recordedId(InstructionPosted const& posted) const;
 
     Tool& m_tool;
-    Workstation& m_workstation;
     Clock& m_clock;
     std::optional<TraceEntry> m_nextCause;
     ReplayStep* m_step = nullptr;
@@ -64,6 +65,12 @@ private:
     bool m_reachable = true;              // for the instruction that is being posted
 };
 
-/// Checks a whole trace before it is replayed: whether it is one, and whether @p tool has its commands.
-/// Answers its beginning, what it was recorded with.
-RunStarted checkTrace(QString const& fileName, Tool const& tool);
+/// What has to be known of a trace before it is replayed.
+struct TraceSummary
+{
+    RunStarted begin;
+    QStringList targets; ///< the endpoints that instructions went to
+};
+
+/// Checks a whole trace: whether it is one, is consistent in itself, and @p tool has its commands.
+TraceSummary checkTrace(QString const& fileName, Tool const& tool);

@@ -35,13 +35,16 @@ public:
             json.fail(QStringLiteral("must be an object"));
         return value.toMap();
     }
-    int number(char const* key)
+    int number(char const* key, int lowest = 0)
     {
-        return static_cast<int>(
-            take(key).toInteger(std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+        return static_cast<int>(take(key).toInteger(lowest, std::numeric_limits<int>::max()));
     }
-    qint64 count(char const* key) { return take(key).toInteger(0, std::numeric_limits<qint64>::max()); }
-    quint64 id(char const* key) { return static_cast<quint64>(count(key)); }
+    /// Far beyond any run, and far from an overflow.
+    qint64 time(char const* key) { return take(key).toInteger(0, qint64(1) << 53); }
+    quint64 id(char const* key)
+    {
+        return static_cast<quint64>(take(key).toInteger(0, std::numeric_limits<qint64>::max()));
+    }
     QDateTime date(char const* key)
     {
         JsonInput const json = take(key);
@@ -98,7 +101,7 @@ std::map<QString, RunEvent (*)(Members&)> const& readers()
              return InstructionPosted{json.id("order"),
                                       json.id("instruction"),
                                       {json.text("target"), json.text("name"), json.map("arguments"),
-                                       json.number("timeAllowance")}};
+                                       json.number("timeAllowance", std::numeric_limits<int>::min())}};
          }},
         {QStringLiteral("notDelivered"),
          [](Members& json) -> RunEvent {
@@ -157,9 +160,22 @@ TraceEntry toEntry(int line, JsonInput const& json)
     auto const reader = readers().find(kind.toText());
     if (reader == readers().end())
         kind.fail(QStringLiteral("unknown event \"%1\"").arg(shown(kind.toText())));
-    TraceEntry entry{line, members.count("time"), reader->second(members)};
+    auto event = reader->second(members); // first of all, for a newer format may have other keys
+    TraceEntry entry{line, members.time("time"), std::move(event)};
     members.refuseOthers();
     return entry;
+}
+
+// Of a file of another kind it is told that it is no trace rather than what is wrong with its JSON.
+bool isBeginning(QByteArray const& text)
+{
+    try {
+        auto const json = JsonInput::fromText(QString(), text);
+        QString const event = QStringLiteral("event");
+        return json.has(event) && json.at(event).toText() == QLatin1String("begin");
+    } catch (InputError const&) {
+        return false;
+    }
 }
 
 } // namespace
@@ -167,7 +183,7 @@ TraceEntry toEntry(int line, JsonInput const& json)
 TraceReader::TraceReader(QString const& fileName) : m_fileName(fileName), m_file(fileName)
 {
     if (QFileInfo const info(fileName); info.exists() && !info.isFile())
-        throw InputError(QStringLiteral("%1: is no file").arg(fileName));
+        throw InputError(QStringLiteral("%1: must be a regular file, for it is read twice").arg(fileName));
     if (!m_file.open(QIODevice::ReadOnly))
         throw InputError(QStringLiteral("%1: %2").arg(fileName, m_file.errorString()));
 }
@@ -189,6 +205,8 @@ std::optional<TraceEntry> TraceReader::next()
     if (!text.endsWith('\n'))
         fail(m_line, QStringLiteral("the trace is cut off in this line"));
     text.chop(1);
+    if (m_line == 1 && !isBeginning(text))
+        fail(m_line, QStringLiteral("this is no trace, it does not start with \"begin\""));
     TraceEntry const entry = toEntry(m_line, JsonInput::fromText(m_fileName, text, m_line));
     checkOrder(entry);
     m_time = entry.time;
@@ -198,10 +216,8 @@ std::optional<TraceEntry> TraceReader::next()
 
 void TraceReader::checkOrder(TraceEntry const& entry) const
 {
-    bool const isBegin = std::holds_alternative<RunStarted>(entry.event);
-    if (isBegin != (m_line == 1))
-        fail(m_line, isBegin ? QStringLiteral("\"begin\" stands on the first line alone")
-                             : QStringLiteral("this is no trace, it does not start with \"begin\""));
+    if (std::holds_alternative<RunStarted>(entry.event) && m_line != 1)
+        fail(m_line, QStringLiteral("\"begin\" stands on the first line alone"));
     if (m_isOver)
         fail(m_line, QStringLiteral("nothing stands behind \"end\""));
     if (entry.time < m_time)
