@@ -47,7 +47,7 @@ struct EventValues
 {
     std::optional<QMap<QString, QVariant>> values;
     /// The handler's answer where there are no values: false if they are missing, true if they are no map.
-    bool answer;
+    bool answer = true;
 };
 
 /// Reads the "values" of an event message that reached @p command; what is wrong with it is logged.
