@@ -469,6 +469,9 @@ Item {
             compare(childrenOf(column).map(child => child.width), [300, 300, 300])
             compare(serialNumber().text, "ZRT-0042")
             compare(validity().date, "2027-03-01")
+            // Nothing is left to what a host's components begin with.
+            test_serialNumberIsCentred()
+            test_alertLimits()
             bench.takeCalls()
             serialNumber().sigTextChanged("a")
             validity().selectionDone(new Date(2027, 4, 1), false)
