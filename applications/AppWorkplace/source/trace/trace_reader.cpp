@@ -49,7 +49,7 @@ public:
     {
         JsonInput const json = take(key);
         // As UTC, where no summer time leaves an hour out.
-        auto const date = QDateTime::fromString(json.toText() + QLatin1Char('Z'), Qt::ISODateWithMs);
+        auto date = QDateTime::fromString(json.toText() + QLatin1Char('Z'), Qt::ISODateWithMs);
         if (!date.isValid() || date.toString(QLatin1String(c_traceDateFormat)) != json.toText())
             json.fail(QStringLiteral("must be a date like 2000-01-01T00:00:00.000"));
         return date;
