@@ -296,7 +296,7 @@ void DAbstractCommand::end(bool success)
     if (host)
         host->commandFinished(success, message);
     // What was long in coming while it listened is not waited for any longer.
-    for (quint64 const id : overdue) {
+    for (quint64 const id : qAsConst(overdue)) {
         if (self)
             withdraw(id);
     }
