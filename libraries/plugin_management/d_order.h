@@ -45,7 +45,8 @@ public:
     bool execute(ICommand& command);
 
     /// Tells the command that an instruction's time allowance has passed. Unless the first reply has come
-    /// before, a one-shot command fails and finishes; a listening command goes on.
+    /// before, a one-shot command fails and finishes; a listening command goes on, and withdraws the
+    /// instruction when it ends.
     void allowancePassed(quint64 instructionId);
 
     /// Tells the command that an instruction can never be answered, and why: "endpoint \"device\" is gone".
