@@ -1,0 +1,56 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+#include <valgrind/callgrind.h>
+
+#include <string>
+#include <utility>
+
+/// How benchmarks are named and measured. A name has three parts, "what/size/who": scripts/bench sets those
+/// that differ in "who" against each other, and the one called "baseline" is what nobody could avoid.
+namespace measure
+{
+
+/// How often work is done before anybody looks, so that memory and caches are as they are in the long run.
+constexpr int c_warmUpRounds = 100;
+/// How often work is done while its instructions are counted.
+constexpr int c_countedRounds = 100;
+
+/// Has callgrind write down the instructions of @p work, under "ROUNDS NAME".
+template <class Work> void countInstructions(std::string const& name, Work& work)
+{
+    CALLGRIND_ZERO_STATS;
+    for (int round = 0; round < c_countedRounds; ++round)
+        work();
+    std::string const label = std::to_string(c_countedRounds) + ' ' + name;
+    CALLGRIND_DUMP_STATS_AT(label.c_str());
+}
+
+/// Registers a benchmark. @p prepare is called for each run of it and gives the work to measure: an object to
+/// call for one round. Run by callgrind, the same program also counts the instructions of that work.
+template <class Prepare> void add(std::string const& name, Prepare prepare)
+{
+    benchmark::RegisterBenchmark(name.c_str(), [name, prepare](benchmark::State& state) {
+        auto work = prepare();
+        for (int round = 0; round < c_warmUpRounds; ++round)
+            work();
+        if (RUNNING_ON_VALGRIND)
+            countInstructions(name, work);
+        for (auto const _ : state) {
+            static_cast<void>(_);
+            work();
+        }
+    });
+}
+
+/// Runs what is registered, as the command line says.
+inline int run(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 2;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
+
+} // namespace measure
