@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstring>
-#include <type_traits>
 #include <utility>
 
 namespace fastdelegate
@@ -10,9 +8,9 @@ namespace fastdelegate
 
 /// A member function bound to one object, called with two arguments.
 ///
-/// It is a small value: copying it copies two pointers and the bytes of a member function pointer, and
-/// nothing is allocated. It does not own its object and does not know when the object is gone; whoever keeps
-/// a delegate longer than that must drop it.
+/// It is a small value: copying it copies two pointers and a pointer to a member function, and nothing is
+/// allocated. It does not own its object and does not know when the object is gone; whoever keeps a delegate
+/// longer than that must drop it.
 ///
 ///     FastDelegate2<int, QString const&, bool> onReply(this, &Listener::onReply);
 ///     bool const accepted = onReply(7, text);
@@ -38,10 +36,10 @@ public:
     /// Calls the function on the object; an empty delegate does nothing and returns a value-initialised R.
     R operator()(P1 first, P2 second) const
     {
-        return m_invoke ? m_invoke(*this, std::forward<P1>(first), std::forward<P2>(second)) : R();
+        return m_invoke(*this, std::forward<P1>(first), std::forward<P2>(second));
     }
 
-    bool empty() const { return m_invoke == nullptr; }
+    bool empty() const { return m_function == nullptr; }
     explicit operator bool() const { return !empty(); }
     void clear() { *this = FastDelegate2(); }
 
@@ -49,20 +47,18 @@ public:
     friend bool operator!=(FastDelegate2 const& a, std::nullptr_t) { return !a.empty(); }
 
 private:
-    // Holds a pointer to a member function of any class; the ABI gives all of them one size.
+    // Stands for a pointer to a member function of any class, and is turned back before it is used.
     struct AnyClass;
     using AnyFunction = R (AnyClass::*)(P1, P2);
 
     template <class Declaring, class Object, class Function> void bind(Object* object, Function function)
     {
-        static_assert(sizeof(Function) <= sizeof(m_function) && std::is_trivially_copyable_v<Function>);
         // The conversion adjusts the address where the declaring class is not the first base.
         Declaring* const target = object;
         m_object = target;
-        std::memcpy(&m_function, &function, sizeof(function));
+        m_function = reinterpret_cast<AnyFunction>(function);
         m_invoke = [](FastDelegate2 const& self, P1 first, P2 second) -> R {
-            Function bound;
-            std::memcpy(&bound, &self.m_function, sizeof(bound));
+            auto const bound = reinterpret_cast<Function>(self.m_function);
             // A const member function was bound with a const object, any other with a mutable one.
             auto* const receiver = static_cast<Declaring*>(const_cast<void*>(self.m_object));
             return (receiver->*bound)(std::forward<P1>(first), std::forward<P2>(second));
@@ -71,7 +67,8 @@ private:
 
     void const* m_object = nullptr;
     AnyFunction m_function = nullptr;
-    R (*m_invoke)(FastDelegate2 const&, P1, P2) = nullptr;
+    // Never null, so that a call need not ask.
+    R (*m_invoke)(FastDelegate2 const&, P1, P2) = [](FastDelegate2 const&, P1, P2) -> R { return R(); };
 };
 
 } // namespace fastdelegate
