@@ -58,10 +58,10 @@ bool DCmdEventListen::commandExecute()
 
 bool DCmdEventListen::onEvent(quint64 /*instructionId*/, QMap<QString, QVariant> const& reply)
 {
-    zrt::EventValues const event = zrt::readEvent(*this, __FILE__, c_errorLines, reply);
+    zrt::EventValues event = zrt::readEvent(*this, __FILE__, c_errorLines, reply);
     if (!event.values)
         return event.answer;
-    QMap<QString, QVariant> values = *event.values;
+    QMap<QString, QVariant>& values = *event.values;
 
     auto const error = values.constFind(QStringLiteral("error"));
     if (error != values.constEnd()) {
@@ -74,10 +74,9 @@ bool DCmdEventListen::onEvent(quint64 /*instructionId*/, QMap<QString, QVariant>
 
     QVariant const none = QVariant(QStringLiteral(""));
     values.insert(QStringLiteral("serialNumber"),
-                  getParameterValue(QStringLiteral("serialNumber"), none).toString());
+                  zrt::asText(getParameterValue(QStringLiteral("serialNumber"), none)));
     values.insert(QStringLiteral("validityDate"),
-                  getParameterValue(QStringLiteral("validityDate"), none).toString());
-    values.insert(QStringLiteral("toolName"),
-                  QVariant(getParametersSection(QStringLiteral("name"))).toString());
+                  zrt::asText(getParameterValue(QStringLiteral("validityDate"), none)));
+    values.insert(QStringLiteral("toolName"), zrt::asText(getParametersSection(QStringLiteral("name"))));
     return commandUpdateResult(QStringLiteral("eventData"), QVariant(values));
 }

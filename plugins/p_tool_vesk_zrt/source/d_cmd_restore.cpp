@@ -62,9 +62,9 @@ bool DCmdRestore::onStatus(quint64 /*instructionId*/, QMap<QString, QVariant> co
         QVariant const none = QVariant(QStringLiteral(""));
         QMap<QString, QVariant> toolInfo;
         for (auto const& key : {QStringLiteral("serialNumber"), QStringLiteral("validityDate")})
-            toolInfo.insert(key, getParameterValue(key, none).toString());
+            toolInfo.insert(key, zrt::asText(getParameterValue(key, none)));
         toolInfo.insert(QStringLiteral("toolName"),
-                        QVariant(getParametersSection(QStringLiteral("name"))).toString());
+                        zrt::asText(getParametersSection(QStringLiteral("name"))));
         status.insert(QStringLiteral("toolInfo"), toolInfo);
         m_isToolInfoSent = true;
     }

@@ -16,6 +16,8 @@ int toWhole(QVariant const& value)
     constexpr int highest = std::numeric_limits<int>::max();
     // QVariant::toInt() would round a fraction, and cut the upper bits off a number that is too large.
     switch (value.userType()) {
+    case QMetaType::Int:
+        return value.toInt();
     case QMetaType::Double:
     case QMetaType::Float:
     case QMetaType::QJsonValue: {

@@ -35,6 +35,14 @@ using OnReply = fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> con
 /// int can hold, reads as 0.
 int toWhole(QVariant const& value);
 
+/// A value as the text that it reads as; a text stays as it is.
+inline QVariant asText(QVariant value)
+{
+    if (value.userType() != QMetaType::QString)
+        value = value.toString();
+    return value;
+}
+
 /// The lines under which a listening command reports an event message that it cannot read.
 struct EventLines
 {
