@@ -1,7 +1,7 @@
 // One event of the controller: how far the listening command is from what nobody could avoid, and from what
 // an integrator would write in a script.
 
-#include "loaded_tool.h"
+#include "listening_tool.h"
 #include "measure.h"
 
 #include <plugin_management/d_abstract_command.h>
@@ -14,54 +14,6 @@
 
 namespace
 {
-
-QVariantMap const c_parameters{
-    {QStringLiteral("name"), QStringLiteral("left bench")},
-    {QStringLiteral("serialNumber"), QStringLiteral("ZRT-2026-0042")},
-    {QStringLiteral("validityDate"), QStringLiteral("2027-03-31")},
-};
-
-/// An event with this many values, four of them as every controller sends them.
-QVariantMap eventValues(int count)
-{
-    QVariantMap values{
-        {QStringLiteral("eventCountNo"), 1},
-        {QStringLiteral("error"), 0},
-        {QStringLiteral("torque"), 252},
-        {QStringLiteral("status"), QStringLiteral("OK")},
-    };
-    for (int i = values.size(); i < count; ++i)
-        values.insert(QStringLiteral("reading%1").arg(i, 4, 10, QLatin1Char('0')), i);
-    return values;
-}
-
-QVariantMap eventMessage(int count)
-{
-    return {{QStringLiteral("values"), eventValues(count)}};
-}
-
-/// A listening command of the shipped library; a round is one event that reaches it through the host.
-class PluginEvent
-{
-public:
-    explicit PluginEvent(int count) : m_tool(makeTool()), m_message(eventMessage(count))
-    {
-        m_command = m_tool->commandPrototype(QStringLiteral("startListening"))->createCommand(c_parameters);
-        m_order = std::make_unique<QuietOrder>();
-        m_order->execute(*m_command);
-    }
-    void operator()() const
-    {
-        if (!m_command->setReply(m_order->lastInstruction(), m_message))
-            qFatal("the event was not taken");
-    }
-
-private:
-    std::unique_ptr<DAbstractPlugin> m_tool;
-    std::unique_ptr<QuietOrder> m_order;
-    QSharedPointer<ICommand> m_command;
-    QVariantMap m_message;
-};
 
 /// A command that asks its host for what the plugin's asks for, and does nothing with it: what the host
 /// costs.
@@ -105,7 +57,7 @@ class HostEvent
 public:
     explicit HostEvent(int count)
         : m_message(eventMessage(count))
-        , m_command(std::make_unique<HostOnlyCommand>(c_parameters, QVariant(m_message)))
+        , m_command(std::make_unique<HostOnlyCommand>(toolParameters(), QVariant(m_message)))
         , m_order(std::make_unique<QuietOrder>())
     {
         m_order->execute(*m_command);
@@ -139,9 +91,9 @@ public:
 
 private:
     QVariantMap const m_values;
-    QString const m_serialNumber = c_parameters.value(QStringLiteral("serialNumber")).toString();
-    QString const m_validityDate = c_parameters.value(QStringLiteral("validityDate")).toString();
-    QString const m_toolName = c_parameters.value(QStringLiteral("name")).toString();
+    QString const m_serialNumber = toolParameters().value(QStringLiteral("serialNumber")).toString();
+    QString const m_validityDate = toolParameters().value(QStringLiteral("validityDate")).toString();
+    QString const m_toolName = toolParameters().value(QStringLiteral("name")).toString();
     QVariant m_published;
 };
 
@@ -151,7 +103,7 @@ class ScriptHost final : public QObject
     Q_OBJECT
 
 public:
-    Q_INVOKABLE QVariant parameter(QString const& key) const { return c_parameters.value(key); }
+    Q_INVOKABLE QVariant parameter(QString const& key) const { return toolParameters().value(key); }
     Q_INVOKABLE bool publish(QString const& /*key*/, QVariantMap const& value)
     {
         m_published = value;
@@ -194,7 +146,7 @@ public:
     explicit EventAmongTools(int tools)
     {
         for (int i = 0; i < tools; ++i)
-            m_events.emplace_back(c_eventSize);
+            m_events.emplace_back(c_eventSize)(); // the first event has no former one to replace
     }
     void operator()()
     {
@@ -205,7 +157,7 @@ public:
     static constexpr int c_eventSize = 16;
 
 private:
-    std::vector<PluginEvent> m_events;
+    std::vector<ListeningTool> m_events;
     std::size_t m_next = 0;
 };
 
@@ -216,7 +168,7 @@ int main(int argc, char** argv)
     QCoreApplication const application(argc, argv);
     for (int const count : {4, 16, 64, 256, 1024}) {
         std::string const event = "event/" + std::to_string(count) + '/';
-        measure::add(event + "plugin", [count] { return PluginEvent(count); });
+        measure::add(event + "plugin", [count] { return ListeningTool(count); });
         measure::add(event + "host", [count] { return HostEvent(count); });
         measure::add(event + "baseline", [count] { return IrreducibleEvent(count); });
         measure::add(event + "script", [count] { return ScriptEvent(count); });

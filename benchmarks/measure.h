@@ -28,9 +28,9 @@ template <class Work> void countInstructions(std::string const& name, Work& work
 
 /// Registers a benchmark. @p prepare is called for each run of it and gives the work to measure: an object to
 /// call for one round. Run by callgrind, the same program also counts the instructions of that work.
-template <class Prepare> void add(std::string const& name, Prepare prepare)
+template <class Prepare> benchmark::internal::Benchmark* add(std::string const& name, Prepare prepare)
 {
-    benchmark::RegisterBenchmark(name.c_str(), [name, prepare](benchmark::State& state) {
+    return benchmark::RegisterBenchmark(name.c_str(), [name, prepare](benchmark::State& state) {
         auto work = prepare();
         for (int round = 0; round < c_warmUpRounds; ++round)
             work();
