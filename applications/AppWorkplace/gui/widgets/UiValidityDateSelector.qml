@@ -69,9 +69,10 @@ ColumnLayout {
         padding: 8
         modal: true
         Material.elevation: 0
+        onAboutToShow: calendar.active = true
         onOpened: {
-            calendar.show(isNaN(root.day) ? new Date() : root.day)
-            calendar.forceActiveFocus()
+            calendar.item.show(isNaN(root.day) ? new Date() : root.day)
+            calendar.item.forceActiveFocus()
         }
         onClosed: button.forceActiveFocus()
 
@@ -79,13 +80,18 @@ ColumnLayout {
             anchors.fill: parent
             spacing: 0
 
-            UiCalendar {
+            // The days of a month are more than all the rest of a page, so they are made when they are first
+            // looked at.
+            Loader {
                 id: calendar
-                objectName: "calendar"
                 Layout.fillWidth: true
                 Layout.fillHeight: true
-                selected: root.day
-                onPicked: function(pickedDay) { root.done(pickedDay, false) }
+                active: false
+                sourceComponent: UiCalendar {
+                    objectName: "calendar"
+                    selected: root.day
+                    onPicked: function(pickedDay) { root.done(pickedDay, false) }
+                }
             }
             RowLayout {
                 Layout.fillWidth: true
