@@ -1,0 +1,226 @@
+// A year's production through the loaded plugin, with the workplace around it and on the simulated clock: how
+// much all of that carries in a second, and whether its memory stays as it is.
+
+#include "measure.h"
+
+#include "controller/zrt_controller.h"
+#include "controller/zrt_endpoint.h"
+#include "controller/zrt_faults.h"
+#include "host/clock.h"
+#include "host/plugin_library.h"
+#include "host/run_event.h"
+#include "host/tool.h"
+#include "host/workstation.h"
+#include "sequence/sequence_runner.h"
+
+#include <plugin_management/d_abstract_plugin.h>
+
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QUuid>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
+namespace
+{
+
+constexpr int c_days = 250;
+constexpr int c_tighteningsPerDay = 5000;
+/// Milliseconds from one screw to setting the next. With the rest that makes a screw every 10.8 seconds, and
+/// a day's screws in 15 hours: two shifts without their breaks. There are no nights, for they cost nothing
+/// and would flatter a comparison with real time.
+constexpr qint64 c_toNextScrew = 9950;
+/// How many callgrind is asked to count.
+constexpr int c_counted = 1000;
+/// One part of so many goes by before memory has to stay as it is.
+constexpr int c_warmUpShare = 10;
+
+int wantedTightenings()
+{
+    constexpr char const* variable = "ZRT_YEAR_TIGHTENINGS";
+    if (!qEnvironmentVariableIsSet(variable))
+        return RUNNING_ON_VALGRIND ? c_counted : c_days * c_tighteningsPerDay;
+    int const wanted = qEnvironmentVariableIntValue(variable);
+    if (wanted <= 0)
+        qFatal("%s must be a number of tightenings", variable);
+    return wanted;
+}
+
+/// What the kernel says of this process under a key of its account, in kilobytes.
+double memory(char const* key)
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        qFatal("%s: %s", qPrintable(status.fileName()), qPrintable(status.errorString()));
+    auto const lines = status.readAll().split('\n');
+    auto const line = std::find_if(lines.cbegin(), lines.cend(),
+                                   [key](QByteArray const& text) { return text.startsWith(key); });
+    if (line == lines.cend())
+        qFatal("%s says nothing of %s", qPrintable(status.fileName()), key);
+    return line->simplified().split(' ').value(1).toDouble();
+}
+
+/// Tells on the error output how far the run is: a terminal sees one line change, a file gets one for each
+/// tenth.
+class Progress
+{
+public:
+    explicit Progress(int total) : m_total(total) { m_sinceStart.start(); }
+
+    void show(qint64 done)
+    {
+        qint64 const steps = m_isTerminal ? c_stepsOfTerminal : c_stepsOfFile;
+        if (done * steps / m_total == (done - 1) * steps / m_total)
+            return;
+        double const rate = static_cast<double>(done) / seconds();
+        QByteArray const line = QStringLiteral("%1 %, %2 tightenings a second, %3 s left")
+                                    .arg(c_percent * done / m_total, 3)
+                                    .arg(qRound(rate))
+                                    .arg(qRound(static_cast<double>(m_total - done) / rate))
+                                    .toUtf8();
+        if (line == m_line)
+            return;
+        m_line = line;
+        std::fprintf(stderr, m_isTerminal ? "\r%s\033[K" : "%s\n", line.constData());
+        if (m_isTerminal && done == m_total)
+            std::fputc('\n', stderr);
+    }
+    double seconds() const { return static_cast<double>(m_sinceStart.nsecsElapsed()) / c_nanoseconds; }
+
+private:
+    static constexpr qint64 c_stepsOfTerminal = 1000;
+    static constexpr qint64 c_stepsOfFile = 10;
+    static constexpr qint64 c_percent = 100;
+    static constexpr double c_nanoseconds = 1e9;
+
+    qint64 const m_total;
+    bool const m_isTerminal = isatty(STDERR_FILENO) != 0;
+    QElapsedTimer m_sinceStart;
+    QByteArray m_line;
+};
+
+/// What is ordered and done on a day.
+Sequence dayOf(int tightenings)
+{
+    Sequence day;
+    day.tool = {
+        {QStringLiteral("name"), QStringLiteral("left bench")},
+        {QStringLiteral("serialNumber"), QStringLiteral("ZRT-2026-0042")},
+        {QStringLiteral("validityDate"), QStringLiteral("2027-03-31")},
+    };
+    OrderStep const init{QStringLiteral("init"), {}, {{QStringLiteral("doneOk"), true}}};
+    OrderStep const listen{QStringLiteral("startListening"), {}, {}};
+    OrderStep const presetInfo{QStringLiteral("getPresetInfo"), {{QStringLiteral("prog"), 1}}, {}};
+    OrderStep const direction{QStringLiteral("getDirection"), {}, {{QStringLiteral("direction"), 0}}};
+    OrderStep const start{QStringLiteral("startTightening"),
+                          {{QStringLiteral("program"), 1}, {QStringLiteral("locking"), 2}},
+                          {}};
+    OrderStep const stop{QStringLiteral("stopTightening"), {}, {}};
+    day.steps = {init, listen, presetInfo, direction};
+    for (int i = 0; i < tightenings; ++i)
+        day.steps.insert(day.steps.end(), {start, TriggerStep{1, true}, stop, WaitStep{c_toNextScrew}});
+    day.steps.emplace_back(StopStep{QStringLiteral("stopListening")});
+    return day;
+}
+
+/// A workplace as `workplace run` builds it. It stops the program at the first thing that is not as it must
+/// be.
+class Workplace
+{
+public:
+    Workplace() : m_tool(m_library.plugin(), QUuid::createUuid(), m_workstation)
+    {
+        m_workstation.connectEndpoint(QStringLiteral("device"), m_endpoint);
+    }
+
+    RunEvents& events() { return m_events; }
+    /// Milliseconds of its own time.
+    qint64 now() const { return m_clock.now(); }
+
+    void run(Sequence const& sequence)
+    {
+        if (!SequenceRunner(m_tool, m_endpoint, m_workstation, m_clock).run(sequence))
+            qFatal("a step failed");
+        if (m_workstation.droppedReplies() != 0)
+            qFatal("a reply was dropped");
+        if (m_tool.hasOrders())
+            qFatal("an order is left over");
+    }
+
+private:
+    PluginLibrary m_library{QStringLiteral(ZRT_PLUGIN_FILE)};
+    Clock m_clock{Clock::Pace::Simulated};
+    RunEvents m_events{m_clock};
+    Workstation m_workstation{m_clock, m_events};
+    ZrtController m_controller{ZrtState()};
+    ZrtFaults m_faults;
+    ZrtEndpoint m_endpoint{m_controller, m_faults, ZrtTimes(), m_clock};
+    Tool m_tool;
+};
+
+void produce(benchmark::State& state, std::string const& name, int tightenings)
+{
+    constexpr double milliseconds = 1000;
+    Workplace workplace;
+    Progress progress(tightenings);
+    int events = 0;
+    double warm = memory("VmRSS:"); // once in vain, for reading it takes some itself
+    workplace.events().listen([&](qint64 /*time*/, RunEvent const& event) {
+        auto const* const finished = std::get_if<OrderFinished>(&event);
+        if (finished && !finished->success)
+            qFatal("%s failed: %s", qPrintable(finished->command), qPrintable(finished->message));
+        auto const* const result = std::get_if<ResultUpdated>(&event);
+        if (!result || result->key != QLatin1String("eventData"))
+            return;
+        ++events;
+        if (result->value.toMap().value(QStringLiteral("eventCountNo")).toInt() != events)
+            qFatal("event %d is not the one that was to come", events);
+        progress.show(events);
+        if (events == std::max(tightenings / c_warmUpShare, 1))
+            warm = memory("VmRSS:");
+    });
+
+    CALLGRIND_ZERO_STATS;
+    Sequence const fullDay = dayOf(std::min(tightenings, c_tighteningsPerDay));
+    int left = tightenings;
+    for (; left >= c_tighteningsPerDay; left -= c_tighteningsPerDay)
+        workplace.run(fullDay);
+    if (left > 0)
+        workplace.run(dayOf(left));
+    double const seconds = progress.seconds();
+    std::string const label = std::to_string(tightenings) + ' ' + name;
+    CALLGRIND_DUMP_STATS_AT(label.c_str());
+    if (events != tightenings)
+        qFatal("%d tightenings gave %d events", tightenings, events);
+
+    state.counters["tightenings_per_second"] = tightenings / seconds;
+    state.counters["times_real_time"] = static_cast<double>(workplace.now()) / milliseconds / seconds;
+    state.counters["rss_warm_kb"] = warm;
+    state.counters["rss_end_kb"] = memory("VmRSS:");
+    state.counters["rss_peak_kb"] = memory("VmHWM:");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication const application(argc, argv);
+    int const tightenings = wantedTightenings();
+    std::string const name = "year/" + std::to_string(tightenings) + "/plugin";
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [name, tightenings](benchmark::State& state) {
+                                     for (auto const _ : state) {
+                                         static_cast<void>(_);
+                                         produce(state, name, tightenings);
+                                     }
+                                 })
+        ->Iterations(1)
+        ->Unit(benchmark::kSecond);
+    return measure::run(argc, argv);
+}
