@@ -113,6 +113,7 @@ private slots:
     void badByAngle();
     void valuesFitTheVerdict_data();
     void valuesFitTheVerdict();
+    void blockedHalfWay();
     void timeIsUpWhileTightening();
     void goodNeverAboveTheHighestTorque();
     void noAngleIsTooSmallWithoutALeastOne();
@@ -298,6 +299,24 @@ void TstTightening::valuesFitTheVerdict()
             break;
         default:
             QFAIL(what);
+        }
+    }
+}
+
+void TstTightening::blockedHalfWay()
+{
+    constexpr int longestRunDown = 1500; // degrees
+    auto const presets = torquePresets() + anglePresets();
+    for (auto const& one : presets) {
+        for (int seed = 0; seed < c_seeds / 10; ++seed) {
+            auto const result = tightened(one.preset, Screw::Blocked, seed);
+            QByteArray const what = QStringLiteral("%1, seed %2: %3")
+                                        .arg(QLatin1String(one.name))
+                                        .arg(seed)
+                                        .arg(shown(result))
+                                        .toUtf8();
+            QVERIFY2(result.error == 337, what);
+            QVERIFY2(result.angle <= longestRunDown / 2 + 1, what);
         }
     }
 }

@@ -102,10 +102,20 @@ TighteningResult tighten(ZrtPreset const& preset, Screw screw, std::mt19937_64& 
                                 (step + c_stepsPerMillisecond - 1) / c_stepsPerMillisecond};
     };
 
-    while (step < preset.maxTime * c_stepsPerMillisecond) {
+    int const steps = preset.maxTime * c_stepsPerMillisecond;
+    double const freeStep = preset.freeSpeed * c_degreesPerMillisecond * c_step;
+    double const tighteningStep = preset.speed * c_degreesPerMillisecond * c_step;
+    // Until the screw touches something, the torque is too low for anything to come of it. It is drawn
+    // without a look at it, because what is drawn later depends on how much was.
+    double const touch = std::min(joint.head, joint.jam);
+    for (; step + 1 < steps && angle + freeStep < touch; ++step)
+        angle += freeStep;
+    random.discard(static_cast<unsigned long long>(step));
+
+    while (step < steps) {
         ++step;
         bool isSnug = snugAt < c_never;
-        angle += (isSnug ? preset.speed : preset.freeSpeed) * c_degreesPerMillisecond * c_step;
+        angle += isSnug ? tighteningStep : freeStep;
 
         double const free = 0.2 * preset.snugTorque * uniform(random, 0.5, 1.5);
         torque = free;
