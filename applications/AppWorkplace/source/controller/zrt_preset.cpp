@@ -9,23 +9,23 @@ namespace
 
 struct Field
 {
-    char const* key;
+    QString key;
     int ZrtPreset::*member;
     int lowest;
     int highest;
 };
 
-constexpr Field c_fields[] = {
-    {"tcamActm", &ZrtPreset::control, ZrtPreset::Torque, ZrtPreset::Angle},
-    {"torque", &ZrtPreset::torque, 1, 100'000},
-    {"maxTorque", &ZrtPreset::maxTorque, 1, 100'000},
-    {"snugTorque", &ZrtPreset::snugTorque, 1, 100'000},
-    {"targetAngle", &ZrtPreset::targetAngle, 1, 100'000},
-    {"minAngle", &ZrtPreset::minAngle, 0, 100'000},
-    {"maxAngle", &ZrtPreset::maxAngle, 1, 100'000},
-    {"speed", &ZrtPreset::speed, 1, 10'000},
-    {"freeSpeed", &ZrtPreset::freeSpeed, 1, 10'000},
-    {"maxTime", &ZrtPreset::maxTime, 1, 60'000},
+Field const c_fields[] = {
+    {QStringLiteral("tcamActm"), &ZrtPreset::control, ZrtPreset::Torque, ZrtPreset::Angle},
+    {QStringLiteral("torque"), &ZrtPreset::torque, 1, 100'000},
+    {QStringLiteral("maxTorque"), &ZrtPreset::maxTorque, 1, 100'000},
+    {QStringLiteral("snugTorque"), &ZrtPreset::snugTorque, 1, 100'000},
+    {QStringLiteral("targetAngle"), &ZrtPreset::targetAngle, 1, 100'000},
+    {QStringLiteral("minAngle"), &ZrtPreset::minAngle, 0, 100'000},
+    {QStringLiteral("maxAngle"), &ZrtPreset::maxAngle, 1, 100'000},
+    {QStringLiteral("speed"), &ZrtPreset::speed, 1, 10'000},
+    {QStringLiteral("freeSpeed"), &ZrtPreset::freeSpeed, 1, 10'000},
+    {QStringLiteral("maxTime"), &ZrtPreset::maxTime, 1, 60'000},
 };
 
 } // namespace
@@ -34,7 +34,7 @@ QVariantMap ZrtPreset::toMap() const
 {
     QVariantMap map;
     for (auto const& field : c_fields)
-        map.insert(QString::fromLatin1(field.key), this->*field.member);
+        map.insert(field.key, this->*field.member);
     return map;
 }
 
@@ -42,14 +42,14 @@ ZrtPreset readZrtPreset(JsonInput const& input)
 {
     QStringList keys;
     for (auto const& field : c_fields)
-        keys += QString::fromLatin1(field.key);
+        keys += field.key;
     input.allowKeys(keys);
 
     ZrtPreset preset;
     for (auto const& field : c_fields) {
-        QString const key = QString::fromLatin1(field.key);
-        if (input.has(key))
-            preset.*field.member = static_cast<int>(input.at(key).toInteger(field.lowest, field.highest));
+        if (input.has(field.key))
+            preset.*field.member =
+                static_cast<int>(input.at(field.key).toInteger(field.lowest, field.highest));
     }
     if (preset.snugTorque >= preset.torque)
         input.fail(QStringLiteral("\"snugTorque\" must be less than \"torque\""));
