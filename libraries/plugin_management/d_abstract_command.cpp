@@ -173,9 +173,10 @@ QVariant DAbstractCommand::getParametersSection(QString const& key) const
 
 bool DAbstractCommand::commandUpdateResult(QString const& key, QVariant const& value)
 {
-    if (!m_results.contains(key))
+    auto const result = m_results.find(key);
+    if (result == m_results.end())
         return false;
-    m_results.insert(key, value);
+    *result = value;
     if (auto* const host = order())
         host->resultUpdated(key, value);
     return true;
