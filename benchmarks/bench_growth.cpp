@@ -2,40 +2,35 @@
 // instance should be known.
 
 #include "listening_tool.h"
+#include "long_run.h"
 #include "measure.h"
-#include "resident_memory.h"
 
 #include <plugin_management/d_abstract_tightening_tool.h>
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
-
-#include <cstdio>
 
 namespace
 {
 
 constexpr int c_instances = 400;
 
-/// Does @p work so often, with progress on the error output, and tells how the resident memory went. The
-/// first tenth is for warming up.
-template <class Work> void repeat(benchmark::State& state, int rounds, Work work)
+/// Does @p work so often and tells how the resident memory went; the first tenth is for warming up.
+template <class Work> void repeat(benchmark::State& state, int rounds, char const* what, Work work)
 {
-    constexpr int tenths = 10;
-    qint64 warm = 0;
+    constexpr int warmUpShare = 10;
+    double warm = 0;
     for (auto const _ : state) {
         static_cast<void>(_);
-        for (int tenth = 1; tenth <= tenths; ++tenth) {
-            for (int round = 0; round < rounds / tenths; ++round)
-                work();
-            if (tenth == 1)
-                warm = residentMemory();
-            std::fprintf(stderr, "%3d %% of %d rounds, %lld kB\n", tenth * 100 / tenths, rounds,
-                         residentMemory());
+        Progress progress(rounds, what);
+        for (int round = 1; round <= rounds; ++round) {
+            work();
+            progress.show(round);
+            if (round == rounds / warmUpShare)
+                warm = memory("VmRSS");
         }
     }
-    state.counters["rss_warm_kb"] = static_cast<double>(warm);
-    state.counters["rss_end_kb"] = static_cast<double>(residentMemory());
+    state.counters["rss_warm_kb"] = warm;
+    state.counters["rss_end_kb"] = memory("VmRSS");
 }
 
 /// A plugin object like the shipped one that leaves out to register the types of the maintenance page.
@@ -70,12 +65,12 @@ int main(int argc, char** argv)
     })->Iterations(c_instances);
     benchmark::RegisterBenchmark(
         "memory/10000000 events/plugin",
-        [](benchmark::State& state) { repeat(state, 10'000'000, ListeningTool(16)); })
+        [](benchmark::State& state) { repeat(state, 10'000'000, "events", ListeningTool(16)); })
         ->Iterations(1)
         ->Unit(benchmark::kSecond);
     benchmark::RegisterBenchmark("memory/100000 instances/plugin",
                                  [](benchmark::State& state) {
-                                     repeat(state, 100'000,
+                                     repeat(state, 100'000, "instances",
                                             [id = QUuid::createUuid(), &plugin = shippedPlugin()] {
                                                 delete plugin.createInstance(id);
                                             });

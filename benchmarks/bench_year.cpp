@@ -1,6 +1,7 @@
 // A year's production through the loaded plugin, with the workplace around it and on the simulated clock: how
 // much all of that carries in a second, and whether its memory stays as it is.
 
+#include "long_run.h"
 #include "measure.h"
 
 #include "controller/zrt_controller.h"
@@ -15,13 +16,8 @@
 
 #include <plugin_management/d_abstract_plugin.h>
 
-#include <QByteArray>
 #include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QFile>
 #include <QUuid>
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -51,59 +47,6 @@ int wantedTightenings()
         qFatal("%s must be a number of tightenings", variable);
     return wanted;
 }
-
-/// What the kernel says of this process under a key of its account, in kilobytes.
-double memory(char const* key)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        qFatal("%s: %s", qPrintable(status.fileName()), qPrintable(status.errorString()));
-    auto const lines = status.readAll().split('\n');
-    auto const line = std::find_if(lines.cbegin(), lines.cend(),
-                                   [key](QByteArray const& text) { return text.startsWith(key); });
-    if (line == lines.cend())
-        qFatal("%s says nothing of %s", qPrintable(status.fileName()), key);
-    return line->simplified().split(' ').value(1).toDouble();
-}
-
-/// Tells on the error output how far the run is: a terminal sees one line change, a file gets one for each
-/// tenth.
-class Progress
-{
-public:
-    explicit Progress(int total) : m_total(total) { m_sinceStart.start(); }
-
-    void show(qint64 done)
-    {
-        qint64 const steps = m_isTerminal ? c_stepsOfTerminal : c_stepsOfFile;
-        if (done * steps / m_total == (done - 1) * steps / m_total)
-            return;
-        double const rate = static_cast<double>(done) / seconds();
-        QByteArray const line = QStringLiteral("%1 %, %2 tightenings a second, %3 s left")
-                                    .arg(c_percent * done / m_total, 3)
-                                    .arg(qRound(rate))
-                                    .arg(qRound(static_cast<double>(m_total - done) / rate))
-                                    .toUtf8();
-        if (line == m_line)
-            return;
-        m_line = line;
-        std::fprintf(stderr, m_isTerminal ? "\r%s\033[K" : "%s\n", line.constData());
-        if (m_isTerminal && done == m_total)
-            std::fputc('\n', stderr);
-    }
-    double seconds() const { return static_cast<double>(m_sinceStart.nsecsElapsed()) / c_nanoseconds; }
-
-private:
-    static constexpr qint64 c_stepsOfTerminal = 1000;
-    static constexpr qint64 c_stepsOfFile = 10;
-    static constexpr qint64 c_percent = 100;
-    static constexpr double c_nanoseconds = 1e9;
-
-    qint64 const m_total;
-    bool const m_isTerminal = isatty(STDERR_FILENO) != 0;
-    QElapsedTimer m_sinceStart;
-    QByteArray m_line;
-};
 
 /// What is ordered and done on a day.
 Sequence dayOf(int tightenings)
@@ -168,9 +111,9 @@ void produce(benchmark::State& state, std::string const& name, int tightenings)
 {
     constexpr double milliseconds = 1000;
     Workplace workplace;
-    Progress progress(tightenings);
+    Progress progress(tightenings, "tightenings");
     int events = 0;
-    double warm = memory("VmRSS:"); // once in vain, for reading it takes some itself
+    double warm = memory("VmRSS"); // once in vain, for reading it takes some itself
     workplace.events().listen([&](qint64 /*time*/, RunEvent const& event) {
         auto const* const finished = std::get_if<OrderFinished>(&event);
         if (finished && !finished->success)
@@ -183,7 +126,7 @@ void produce(benchmark::State& state, std::string const& name, int tightenings)
             qFatal("event %d is not the one that was to come", events);
         progress.show(events);
         if (events == std::max(tightenings / c_warmUpShare, 1))
-            warm = memory("VmRSS:");
+            warm = memory("VmRSS");
     });
 
     CALLGRIND_ZERO_STATS;
@@ -202,8 +145,8 @@ void produce(benchmark::State& state, std::string const& name, int tightenings)
     state.counters["tightenings_per_second"] = tightenings / seconds;
     state.counters["times_real_time"] = static_cast<double>(workplace.now()) / milliseconds / seconds;
     state.counters["rss_warm_kb"] = warm;
-    state.counters["rss_end_kb"] = memory("VmRSS:");
-    state.counters["rss_peak_kb"] = memory("VmHWM:");
+    state.counters["rss_end_kb"] = memory("VmRSS");
+    state.counters["rss_peak_kb"] = memory("VmHWM");
 }
 
 } // namespace
