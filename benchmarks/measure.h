@@ -16,31 +16,34 @@ constexpr int c_warmUpRounds = 100;
 /// How often work is done while its instructions are counted.
 constexpr int c_countedRounds = 100;
 
-/// Has callgrind write down the instructions of @p work, under "ROUNDS NAME".
-template <class Work> void countInstructions(std::string const& name, Work& work)
+/// Has callgrind write down the instructions of so many rounds of @p work, under "ROUNDS NAME".
+template <class Work> void countInstructions(std::string const& name, int rounds, Work& work)
 {
     CALLGRIND_ZERO_STATS;
-    for (int round = 0; round < c_countedRounds; ++round)
+    for (int round = 0; round < rounds; ++round)
         work();
-    std::string const label = std::to_string(c_countedRounds) + ' ' + name;
+    std::string const label = std::to_string(rounds) + ' ' + name;
     CALLGRIND_DUMP_STATS_AT(label.c_str());
 }
 
 /// Registers a benchmark. @p prepare is called for each run of it and gives the work to measure: an object to
 /// call for one round. Run by callgrind, the same program also counts the instructions of that work.
-template <class Prepare> benchmark::internal::Benchmark* add(std::string const& name, Prepare prepare)
+template <class Prepare>
+benchmark::internal::Benchmark* add(std::string const& name, Prepare prepare,
+                                    int countedRounds = c_countedRounds)
 {
-    return benchmark::RegisterBenchmark(name.c_str(), [name, prepare](benchmark::State& state) {
-        auto work = prepare();
-        for (int round = 0; round < c_warmUpRounds; ++round)
-            work();
-        if (RUNNING_ON_VALGRIND)
-            countInstructions(name, work);
-        for (auto const _ : state) {
-            static_cast<void>(_);
-            work();
-        }
-    });
+    return benchmark::RegisterBenchmark(name.c_str(),
+                                        [name, prepare, countedRounds](benchmark::State& state) {
+                                            auto work = prepare();
+                                            for (int round = 0; round < c_warmUpRounds; ++round)
+                                                work();
+                                            if (RUNNING_ON_VALGRIND)
+                                                countInstructions(name, countedRounds, work);
+                                            for (auto const _ : state) {
+                                                static_cast<void>(_);
+                                                work();
+                                            }
+                                        });
 }
 
 /// Runs what is registered, as the command line says.
