@@ -354,19 +354,22 @@ def check_rows(form):
         cases += [(path, value, changed(form.sample, path, value), False) for value in right]
         cases += [(path, value, changed(form.sample, path, value), True) for value in wrong]
 
-    def one(number_and_case):
-        number, (path, value, content, is_wrong) = number_and_case
+    def ask(number_and_case):
+        number, (_, _, content, _) = number_and_case
         file = scratch / f"{form.name}_{number}.json"
         file.write_text(form.text(content))
-        complaint = form.ask(file)
+        return form.ask(file)
+
+    # Only the program is asked by several threads: a validator serves one at a time.
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        complaints = list(pool.map(ask, enumerate(cases)))
+    problems = []
+    for (path, value, content, is_wrong), complaint in zip(cases, complaints):
         where = f"{form.name}: the file as it stands" if path is None else f"{form.name}: {path} = {show(value)}"
         if form.schema_refuses(content) != is_wrong:
-            yield f"{where}: the schema {'takes' if is_wrong else 'refuses'} it"
+            problems.append(f"{where}: the schema {'takes' if is_wrong else 'refuses'} it")
         if bool(complaint) != is_wrong:
-            yield f"{where}: the program {'takes' if is_wrong else 'refuses'} it\n    {complaint.strip()}"
-
-    with ThreadPoolExecutor(os.cpu_count()) as pool:
-        problems = [problem for found in pool.map(lambda case: list(one(case)), enumerate(cases)) for problem in found]
+            problems.append(f"{where}: the program {'takes' if is_wrong else 'refuses'} it\n    {complaint.strip()}")
     print(f"{form.name}: {len(cases)} files")
     return problems
 
