@@ -55,6 +55,7 @@ class Sender final : public QObject
     Q_OBJECT
 
 signals:
+    // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): moc has its own names
     void sigReply(quint64 instructionId, QMap<QString, QVariant> const& reply);
 };
 
@@ -65,6 +66,7 @@ Delegate bindDelegate(Listener* listener)
 
 Function bindFunction(Listener* listener)
 {
+    // NOLINTNEXTLINE(modernize-avoid-bind): a lambda would tell the compiler which function it is
     return std::bind(&Listener::onReply, listener, std::placeholders::_1, std::placeholders::_2);
 }
 
@@ -95,44 +97,46 @@ void addCalls()
     measure::add("delegate/call/plugin", [] {
         auto listener = std::make_shared<Listener>();
         return calling([listener, delegate = Delegate(listener.get(), &Listener::onReply)](
-                           quint64 id, Reply const& reply) {
+                           quint64 instructionId, Reply const& reply) {
             benchmark::DoNotOptimize(&delegate);
-            benchmark::DoNotOptimize(delegate(id, reply));
+            benchmark::DoNotOptimize(delegate(instructionId, reply));
         });
     });
     measure::add("delegate/call/lambda", [] {
         auto listener = std::make_shared<Listener>();
-        Function const function = [handler = listener.get()](quint64 id, Reply const& reply) {
-            return handler->onReply(id, reply);
+        Function const function = [handler = listener.get()](quint64 instructionId, Reply const& reply) {
+            return handler->onReply(instructionId, reply);
         };
-        return calling([listener, function](quint64 id, Reply const& reply) {
+        return calling([listener, function](quint64 instructionId, Reply const& reply) {
             benchmark::DoNotOptimize(&function);
-            benchmark::DoNotOptimize(function(id, reply));
+            benchmark::DoNotOptimize(function(instructionId, reply));
         });
     });
     // Knows no more than the delegate does: an object and a pointer to a member function.
     measure::add("delegate/call/function", [] {
         auto listener = std::make_shared<Listener>();
-        return calling([listener, function = bindFunction(listener.get())](quint64 id, Reply const& reply) {
-            benchmark::DoNotOptimize(&function);
-            benchmark::DoNotOptimize(function(id, reply));
-        });
+        return calling(
+            [listener, function = bindFunction(listener.get())](quint64 instructionId, Reply const& reply) {
+                benchmark::DoNotOptimize(&function);
+                benchmark::DoNotOptimize(function(instructionId, reply));
+            });
     });
     measure::add("delegate/call/virtual", [] {
         auto listener = std::make_shared<Listener>();
-        return calling(
-            [listener, handler = static_cast<Handler*>(listener.get())](quint64 id, Reply const& reply) {
-                benchmark::DoNotOptimize(&handler);
-                benchmark::DoNotOptimize(handler->onVirtual(id, reply));
-            });
+        return calling([listener, handler = static_cast<Handler*>(listener.get())](quint64 instructionId,
+                                                                                   Reply const& reply) {
+            benchmark::DoNotOptimize(&handler);
+            benchmark::DoNotOptimize(handler->onVirtual(instructionId, reply));
+        });
     });
     measure::add("delegate/call/signal", [] {
         auto listener = std::make_shared<Listener>();
         auto sender = std::make_shared<Sender>();
         QObject::connect(sender.get(), &Sender::sigReply, listener.get(), &Listener::onReply,
                          Qt::DirectConnection);
-        return calling(
-            [listener, sender](quint64 id, Reply const& reply) { emit sender->sigReply(id, reply); });
+        return calling([listener, sender](quint64 instructionId, Reply const& reply) {
+            emit sender->sigReply(instructionId, reply);
+        });
     });
 }
 

@@ -117,7 +117,7 @@ public:
     }
 
 private:
-    OrderCase m_case;
+    OrderCase const m_case;
     std::unique_ptr<DAbstractPlugin> m_tool;
     ICommand const* m_prototype;
     std::unique_ptr<QuietOrder> m_order;
@@ -166,8 +166,8 @@ private:
         QMap<quint64, QString> waiting;
     };
 
-    OrderCase m_case;
-    DCommandArguments m_declared;
+    OrderCase const m_case;
+    DCommandArguments const m_declared;
     QObject m_parent;
 };
 
@@ -176,7 +176,8 @@ private:
 int main(int argc, char** argv)
 {
     QCoreApplication const application(argc, argv);
-    for (auto const& order : orderCases()) {
+    auto const orders = orderCases();
+    for (auto const& order : orders) {
         std::string const name = std::string("order/") + order.command;
         measure::add(name + "/plugin", [order] { return PluginOrder(order); });
         measure::add(name + "/baseline", [order] { return PlainOrder(order); });
