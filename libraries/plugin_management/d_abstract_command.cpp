@@ -290,11 +290,12 @@ void DAbstractCommand::end(bool success)
             overdue += it.key();
         it = it->isAnswered ? m_pending.erase(it) : std::next(it);
     }
-    QPointer<DAbstractCommand> const self = this;
-    QPointer<DOrder> const host = order(); // who hears the signal may delete it
+    // Who hears the signal may delete the order, and then the command.
+    QPointer<QObject> const order = m_order;
+    QPointer<DAbstractCommand> const self = overdue.isEmpty() ? nullptr : this;
     QString const message = success ? QString() : m_failure;
     emit sigCommandFinished(success);
-    if (host)
+    if (auto* const host = qobject_cast<DOrder*>(order.data()))
         host->commandFinished(success, message);
     // What was long in coming while it listened is not waited for any longer.
     for (quint64 const id : qAsConst(overdue)) {
