@@ -2,6 +2,7 @@
 #include "shipped_plugin.h"
 #include "variants.h"
 
+#include <QDataStream>
 #include <QTest>
 
 /// The command "startListening" of the shipped library.
@@ -16,6 +17,7 @@ private slots:
     void eventValues();
     void toolIdentity_data();
     void toolIdentity();
+    void nullTextIsPublishedAsAText();
     void errorTexts_data();
     void errorTexts();
     void errorCodeKinds_data();
@@ -143,6 +145,25 @@ void TestCmdEventListen::toolIdentity()
     QVERIFY(
         listen.reply(eventMessage(identity(QStringLiteral("x"), QStringLiteral("y"), QStringLiteral("z")))));
     QVERIFY(isSame(listen.result(c_eventData), QVariant(expected)));
+}
+
+// What is no value at all and a text without a character differ for who writes results down.
+void TestCmdEventListen::nullTextIsPublishedAsAText()
+{
+    auto const written = [](QVariant const& value) {
+        QByteArray bytes;
+        QDataStream stream(&bytes, QIODevice::WriteOnly);
+        stream << value;
+        return bytes;
+    };
+    QVariant const null(QVariant::String);
+    QVERIFY(written(null) != written(QString()));
+    WorkingCommand listen(c_name, {{QStringLiteral("serialNumber"), null},
+                                   {QStringLiteral("validityDate"), null},
+                                   {QStringLiteral("name"), null}});
+    QVERIFY(listen.execute());
+    QVERIFY(listen.reply(eventMessage({})));
+    QCOMPARE(written(listen.result(c_eventData)), written(identity({}, {}, {})));
 }
 
 void TestCmdEventListen::errorTexts_data()

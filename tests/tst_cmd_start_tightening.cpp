@@ -21,6 +21,7 @@ private slots:
     void lockReplyWithoutAKey();
     void presetReply_data();
     void presetReply();
+    void nullPresetIsPublishedAsAMap();
     void presetReplyIsMissing();
     void endsWithAllReplies();
     void secondExecution();
@@ -186,6 +187,15 @@ void TestCmdStartTightening::presetReply()
     QCOMPARE(ErrorLine::only(messages).message, c_unmanagedFormat);
     QCOMPARE(ErrorLine::only(messages).file, c_file);
     QCOMPARE(start.order.results.size(), 0);
+}
+
+void TestCmdStartTightening::nullPresetIsPublishedAsAMap()
+{
+    WorkingCommand start(c_name);
+    QVERIFY(start.execute());
+    QVERIFY(start.replyTo(c_getPresetData, {{QStringLiteral("presetData"), QVariant(QVariant::Map)}}));
+    QVERIFY(isSame(start.result(QStringLiteral("presetData")), QVariantMap()));
+    QVERIFY(!start.result(QStringLiteral("presetData")).isNull());
 }
 
 void TestCmdStartTightening::presetReplyIsMissing()

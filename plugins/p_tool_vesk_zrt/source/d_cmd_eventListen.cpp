@@ -75,7 +75,8 @@ bool DCmdEventListen::onEvent(quint64 /*instructionId*/, QMap<QString, QVariant>
     QVariant const none = QVariant(QStringLiteral(""));
     values.insert(QStringLiteral("serialNumber"),
                   zrt::asText(getParameterValue(QStringLiteral("serialNumber"), none)));
-    values.insert(QStringLiteral("validityDate"),
+    // As a rule no controller's key stands behind this one.
+    values.insert(values.constEnd(), QStringLiteral("validityDate"),
                   zrt::asText(getParameterValue(QStringLiteral("validityDate"), none)));
     values.insert(QStringLiteral("toolName"), zrt::asText(getParametersSection(QStringLiteral("name"))));
     return commandUpdateResult(QStringLiteral("eventData"), QVariant(values));

@@ -73,5 +73,5 @@ bool DCmdStartTightening::onGetPresetDataReply(quint64 /*instructionId*/,
         zrt::errorLine(*this, __FILE__, __LINE__) << zrt::c_unmanagedFormat;
         return false;
     }
-    return commandUpdateResult(QStringLiteral("presetData"), *preset);
+    return commandUpdateResult(QStringLiteral("presetData"), QVariant(preset->toMap()));
 }

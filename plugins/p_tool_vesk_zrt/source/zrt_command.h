@@ -35,10 +35,10 @@ using OnReply = fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> con
 /// int can hold, reads as 0.
 int toWhole(QVariant const& value);
 
-/// A value as the text that it reads as; a text stays as it is.
+/// A value as the text that it reads as; a text stays as it is, unless it is null as a variant too.
 inline QVariant asText(QVariant value)
 {
-    if (value.userType() != QMetaType::QString)
+    if (value.userType() != QMetaType::QString || value.isNull())
         value = value.toString();
     return value;
 }
