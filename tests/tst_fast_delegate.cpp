@@ -9,6 +9,9 @@
 
 using fastdelegate::FastDelegate2;
 
+using SumDelegate = FastDelegate2<int, int, int>;
+Q_DECLARE_METATYPE(SumDelegate)
+
 namespace
 {
 
@@ -316,22 +319,24 @@ void TestFastDelegate::keepsObjectsApart()
 
 void TestFastDelegate::startsEmpty_data()
 {
-    QTest::addColumn<bool>("fromNullptr");
+    QTest::addColumn<SumDelegate>("delegate");
 
-    QTest::newRow("default constructed") << false;
-    QTest::newRow("from nullptr") << true;
+    static Sum sum;
+    int (Sum::*const none)(int, int) = nullptr;
+    QTest::newRow("default constructed") << SumDelegate();
+    QTest::newRow("from nullptr") << SumDelegate(nullptr);
+    QTest::newRow("bound to no function") << SumDelegate(&sum, none);
 }
 
 void TestFastDelegate::startsEmpty()
 {
-    QFETCH(bool, fromNullptr);
-    using Delegate = FastDelegate2<int, int, int>;
-    Delegate const delegate = fromNullptr ? Delegate(nullptr) : Delegate();
+    QFETCH(SumDelegate, delegate);
     QVERIFY(delegate.empty());
     QVERIFY(!delegate);
     QVERIFY(!static_cast<bool>(delegate));
     QVERIFY(delegate == nullptr);
     QVERIFY(!(delegate != nullptr));
+    QCOMPARE(delegate(1, 2), 0);
 }
 
 void TestFastDelegate::bindingMakesItNonEmpty()

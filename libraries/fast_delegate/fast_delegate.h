@@ -53,6 +53,8 @@ private:
 
     template <class Declaring, class Object, class Function> void bind(Object* object, Function function)
     {
+        if (!function)
+            return;
         // The conversion adjusts the address where the declaring class is not the first base.
         Declaring* const target = object;
         m_object = target;
