@@ -91,9 +91,9 @@ public:
 
 private:
     QVariantMap const m_values;
-    QString const m_serialNumber = toolParameters().value(QStringLiteral("serialNumber")).toString();
-    QString const m_validityDate = toolParameters().value(QStringLiteral("validityDate")).toString();
-    QString const m_toolName = toolParameters().value(QStringLiteral("name")).toString();
+    QVariant const m_serialNumber = toolParameters().value(QStringLiteral("serialNumber"));
+    QVariant const m_validityDate = toolParameters().value(QStringLiteral("validityDate"));
+    QVariant const m_toolName = toolParameters().value(QStringLiteral("name"));
     QVariant m_published;
 };
 
@@ -103,7 +103,7 @@ class ScriptHost final : public QObject
     Q_OBJECT
 
 public:
-    Q_INVOKABLE QVariant parameter(QString const& key) const { return toolParameters().value(key); }
+    Q_INVOKABLE QVariant parameter(QString const& key) const { return m_parameters.value(key); }
     Q_INVOKABLE bool publish(QString const& /*key*/, QVariantMap const& value)
     {
         m_published = value;
@@ -111,6 +111,7 @@ public:
     }
 
 private:
+    QVariantMap const m_parameters = toolParameters();
     QVariant m_published;
 };
 

@@ -1,5 +1,4 @@
-// One order of each one-shot command, from the clone of its prototype to its end; and what a plugin instance
-// costs.
+// One order of each one-shot command, from the clone of its prototype to its end.
 
 #include "loaded_tool.h"
 #include "measure.h"

@@ -46,6 +46,21 @@ benchmark::internal::Benchmark* add(std::string const& name, Prepare prepare,
                                         });
 }
 
+/// Registers a benchmark of work that is long and has its own clock: @p round does it once and answers how
+/// many seconds it took.
+template <class Round> void addClocked(std::string const& name, Round round)
+{
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [round](benchmark::State& state) {
+                                     for (auto const _ : state) {
+                                         static_cast<void>(_);
+                                         state.SetIterationTime(round());
+                                     }
+                                 })
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+}
+
 /// Runs what is registered, as the command line says.
 inline int run(int argc, char** argv)
 {

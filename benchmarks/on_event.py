@@ -66,18 +66,18 @@ def nanoseconds_per_event(count):
     for i in range(len(values), count):
         values[f"reading{i:04}"] = i
     host = Host({"values": values})
-    rounds = max(1, 200_000 // count)
-    start = time.perf_counter()
+    rounds = max(1, 50_000 // count)
+    start = time.process_time()
     for _ in range(rounds):
         if not on_event(host, host.property("message")):
             sys.exit("the event was not taken")
-    return (time.perf_counter() - start) / rounds * 1e9
+    return (time.process_time() - start) / rounds * 1e9
 
 
 def main():
     print(json.dumps({"benchmarks": [
         {"name": f"event/{count}/python", "cpu_time": nanoseconds_per_event(count), "time_unit": "ns"}
-        for count in (4, 16, 64, 256, 1024)]}))
+        for _ in range(5) for count in (4, 16, 64, 256, 1024)]}))
 
 
 main()
