@@ -1,6 +1,7 @@
 // A year's production through the loaded plugin, with the workplace around it and on the simulated clock: how
 // much all of that carries in a second, and whether its memory stays as it is.
 
+#include "listening_tool.h"
 #include "long_run.h"
 #include "measure.h"
 
@@ -20,7 +21,6 @@
 #include <QUuid>
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 
 namespace
@@ -52,11 +52,7 @@ int wantedTightenings()
 Sequence dayOf(int tightenings)
 {
     Sequence day;
-    day.tool = {
-        {QStringLiteral("name"), QStringLiteral("left bench")},
-        {QStringLiteral("serialNumber"), QStringLiteral("ZRT-2026-0042")},
-        {QStringLiteral("validityDate"), QStringLiteral("2027-03-31")},
-    };
+    day.tool = toolParameters();
     OrderStep const init{QStringLiteral("init"), {}, {{QStringLiteral("doneOk"), true}}};
     OrderStep const listen{QStringLiteral("startListening"), {}, {}};
     OrderStep const presetInfo{QStringLiteral("getPresetInfo"), {{QStringLiteral("prog"), 1}}, {}};

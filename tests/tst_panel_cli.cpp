@@ -401,8 +401,8 @@ void TstPanelCli::failedPicture()
 void TstPanelCli::pictureOnAFullDisk()
 {
     m_folder->write(pictureName, "former");
-    // Room for two blocks of a picture that takes more. Where coverage is counted its files have none either,
-    // which is not what the program says.
+    // Room for two blocks of a picture that takes more. Where coverage is counted, the counters have no room
+    // either; what they say of that is not the program's.
     Outcome const outcome =
         run(QStringLiteral("sh"),
             {QStringLiteral("-c"),
