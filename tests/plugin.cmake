@@ -48,6 +48,7 @@ add_zrt_plugin_test(front_door
     QTPLUGININFO_PROGRAM="${ZRT_QTPLUGININFO}")
 target_link_libraries(tst_front_door PRIVATE Qt5::Qml ${CMAKE_DL_LIBS})
 add_zrt_plugin_test(odd_replies)
+add_zrt_plugin_test(reentrant_host)
 add_zrt_plugin_test(plugin_traces NM_PROGRAM="${CMAKE_NM}")
 add_zrt_plugin_test(tool_plugin)
 target_link_libraries(tst_tool_plugin PRIVATE p_tool_vesk_zrt)

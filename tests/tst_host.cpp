@@ -120,6 +120,8 @@ private slots:
     void replyToAReleasedOrder();
     void withdrawnInstruction();
     void refusedReply();
+    void endpointThatAnswersAtOnce();
+    void stopFromWithinAResult();
     void refusedStart_data();
     void refusedStart();
     void nothingPosted();
@@ -512,6 +514,58 @@ void TstHost::refusedReply()
     QCOMPARE(bench.log.lines.last(),
              QStringLiteral(R"({"time":5,"event":"finished","order":1,"command":"go","success":false,)"
                             R"("message":"the reply to \"a\" was not accepted"})"));
+}
+
+// It must not; the command does not know yet what it has asked. Nothing goes wrong unseen.
+void TstHost::endpointThatAnswersAtOnce()
+{
+    class Hasty : public Endpoint
+    {
+    public:
+        void post(quint64, QString const&, QVariantMap const&, Reply onReply) override { onReply({}); }
+        void withdraw(quint64) override {}
+    };
+    int handled = 0;
+    auto script = oneShot(QStringLiteral("go"), posting({QStringLiteral("a")}));
+    script.onReply = [&](ScriptedCommand&, QVariantMap const&) { return ++handled > 0; };
+    Bench bench({script});
+    Hasty endpoint;
+    bench.workstation.connectEndpoint(device, endpoint);
+    LogTap const tap(bench.events);
+    Order const& order = bench.order("go");
+    QCOMPARE(bench.log.of(QStringLiteral("log")).size(), 1);
+    QVERIFY2(bench.log.of(QStringLiteral("log"))[0].contains(QStringLiteral("refused setReply()")),
+             qPrintable(bench.log.lines.join(QLatin1Char('\n'))));
+    QCOMPARE(bench.workstation.droppedReplies(), quint64{1});
+    bench.runAll();
+    QCOMPARE(handled, 0);
+    QCOMPARE(stateName(order), QStringLiteral("failed: no reply to \"a\" within 4000 ms"));
+    QVERIFY(order.isOver());
+}
+
+void TstHost::stopFromWithinAResult()
+{
+    auto script = listener(QStringLiteral("listen"), QStringLiteral("halt"), posting({QStringLiteral("a")}));
+    script.results = {{QStringLiteral("n"), QStringLiteral("int"), QString(), -1}};
+    script.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
+        return command.publish(QStringLiteral("n"), reply.value(QStringLiteral("n")));
+    };
+    Bench bench({script});
+    bench.endpoint.replyTimes = {5, 6};
+    bench.workstation.connectEndpoint(device, bench.endpoint);
+    bench.events.listen([&bench](qint64, RunEvent const& event) {
+        if (std::holds_alternative<ResultUpdated>(event))
+            bench.tool->stop(QStringLiteral("halt"));
+    });
+    Order const& order = bench.order("listen");
+    bench.runAll();
+    QCOMPARE(stateName(order), QStringLiteral("succeeded"));
+    QCOMPARE(order.results(), QVariantMap({{QStringLiteral("n"), 0}}));
+    QCOMPARE(bench.log.of(QStringLiteral("result")).size(), 1);
+    QCOMPARE(bench.log.of(QStringLiteral("finished")).size(), 1);
+    QCOMPARE(bench.workstation.droppedReplies(), quint64{1});
+    bench.tool->releaseOrders();
+    QVERIFY(!bench.tool->hasOrders());
 }
 
 void TstHost::refusedStart_data()

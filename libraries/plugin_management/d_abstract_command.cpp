@@ -19,7 +19,14 @@ DAbstractCommand::DAbstractCommand(QString const& commandName, QString const& st
     , m_parameters(parameters)
 {}
 
-DAbstractCommand::~DAbstractCommand() = default;
+DAbstractCommand::~DAbstractCommand()
+{
+    // Whoever called it would come back to an object that is gone.
+    if (m_busy > 0 || m_handovers > 0)
+        qFatal("The command \"%s\" was destroyed in the middle of its work: from within a handler, or from "
+               "within its order's instructionPosted(), instructionWithdrawn() or resultUpdated()",
+               qPrintable(m_commandName));
+}
 
 void DAbstractCommand::linkWithItsOrder(QObject* order)
 {
@@ -86,17 +93,19 @@ DCommandArguments DAbstractCommand::commandArguments() const
 
 bool DAbstractCommand::commandExecute()
 {
-    if (!m_order)
+    if (!m_order || refuses("commandExecute()"))
         return false;
+    // Executed anew while it runs, it is still the same order, and what failed has failed.
+    if (!m_isRunning)
+        m_failure.clear();
     m_isRunning = true;
-    m_failure.clear();
     return true;
 }
 
 bool DAbstractCommand::setReply(quint64 instructionId, QMap<QString, QVariant> const& reply)
 {
     auto const it = m_pending.find(instructionId);
-    if (it == m_pending.end()) {
+    if (refuses("setReply()") || it == m_pending.end()) {
         if (auto* const host = order())
             host->replyDropped(instructionId);
         return false;
@@ -117,6 +126,10 @@ bool DAbstractCommand::setReply(quint64 instructionId, QMap<QString, QVariant> c
 
 bool DAbstractCommand::finishTheCommand(bool& success)
 {
+    if (refuses("finishTheCommand()")) {
+        success = false;
+        return false;
+    }
     withdrawAll();
     return commandFinish(success);
 }
@@ -130,9 +143,13 @@ quint64 DAbstractCommand::addInstruction(
     QString const& target, QString const& instruction, QMap<QString, QVariant> const& arguments,
     int timeAllowance, fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool> onReply)
 {
-    auto* const host = order();
-    quint64 const id =
-        host ? host->instructionPosted({target, instruction, arguments, timeAllowance}) : nextOwnId();
+    quint64 id = 0;
+    if (auto* const host = order()) {
+        Handover const handover(*this);
+        id = host->instructionPosted({target, instruction, arguments, timeAllowance});
+    } else {
+        id = nextOwnId();
+    }
     m_pending.insert(id, {instruction, timeAllowance, onReply, false});
     return id;
 }
@@ -184,9 +201,10 @@ bool DAbstractCommand::commandUpdateResult(QString const& key, QVariant const& v
 
 bool DAbstractCommand::commandFinish(bool& success)
 {
-    success = success && m_isRunning;
-    if (!m_isRunning)
+    if (!m_isRunning || refuses("commandFinish()")) {
+        success = false;
         return false;
+    }
     end(success);
     return true;
 }
@@ -208,6 +226,16 @@ DAbstractCommand::Busy::~Busy()
     if (--m_command.m_busy == 0 && m_command.m_isRunning && !m_command.isRecurrent()
         && m_command.m_pending.isEmpty())
         m_command.end(m_command.m_failure.isEmpty());
+}
+
+bool DAbstractCommand::refuses(char const* operation) const
+{
+    if (m_handovers == 0)
+        return false;
+    qCritical("The command \"%s\" refused %s: it came from within its order's instructionPosted() or "
+              "instructionWithdrawn()",
+              qPrintable(m_commandName), operation);
+    return true;
 }
 
 quint64 DAbstractCommand::nextOwnId()
@@ -232,7 +260,7 @@ bool DAbstractCommand::awaitsReplies() const
 void DAbstractCommand::allowancePassed(quint64 instructionId)
 {
     auto const it = m_pending.find(instructionId);
-    if (it == m_pending.end())
+    if (refuses("allowancePassed()") || it == m_pending.end())
         return;
     it->isOverdue = true;
     if (!m_isRunning)
@@ -244,7 +272,7 @@ void DAbstractCommand::allowancePassed(quint64 instructionId)
 void DAbstractCommand::instructionFailed(quint64 instructionId, QString const& reason)
 {
     auto const it = m_pending.find(instructionId);
-    if (it == m_pending.end())
+    if (refuses("instructionFailed()") || it == m_pending.end())
         return;
     QString const name = it->name;
     m_pending.erase(it);
@@ -270,8 +298,10 @@ void DAbstractCommand::withdraw(quint64 instructionId)
 {
     if (m_pending.remove(instructionId) == 0)
         return;
-    if (auto* const host = order())
+    if (auto* const host = order()) {
+        Handover const handover(*this);
         host->instructionWithdrawn(instructionId);
+    }
 }
 
 void DAbstractCommand::withdrawAll()

@@ -22,9 +22,12 @@ class DOrder;
 /// - A command with a stop name listens: its instructions take any number of replies until the host finishes
 ///   it with finishTheCommand(), because the stop command was ordered.
 ///
-/// A reply for an instruction that was withdrawn or needs no further reply is dropped, never delivered. A
-/// command must not be destroyed from within one of its own operations. Everything happens on the thread that
-/// owns it.
+/// A reply for an instruction that was withdrawn or needs no further reply is dropped, never delivered.
+/// Everything happens on the thread that owns the command.
+///
+/// What may be called from within what a command tells its order, DOrder says; what may not is refused, and a
+/// critical line of the log says so. A command that is destroyed in the middle of its work, from within one
+/// of its handlers or of what it tells its order, cannot be saved: that is fatal.
 ///
 /// The order in which virtual operations are declared is the order of the virtual table and part of the
 /// contract with plugins that are already built: never move one.
@@ -135,6 +138,23 @@ private:
         DAbstractCommand& m_command;
     };
 
+    // While one of these lives the order takes an instruction or hears that one is withdrawn.
+    class Handover
+    {
+    public:
+        explicit Handover(DAbstractCommand& command) : m_command(command) { ++m_command.m_handovers; }
+        ~Handover() { --m_command.m_handovers; }
+        Handover(Handover const&) = delete;
+        Handover& operator=(Handover const&) = delete;
+
+    private:
+        DAbstractCommand& m_command;
+    };
+
+    /// Whether @p operation comes in the middle of a handover, where the command is half way through
+    /// something; then it is told.
+    bool refuses(char const* operation) const;
+
     /// An id where the order gives none.
     quint64 nextOwnId();
     DOrder* order() const;
@@ -158,6 +178,7 @@ private:
     QMap<quint64, Pending> m_pending;
     quint64 m_lastOwnId = 0;
     bool m_isRunning = false;
+    int m_handovers = 0;
     QString m_failure; // empty as long as every handler answered true
     int m_busy = 0;
 };

@@ -15,10 +15,14 @@ bool DOrder::execute(ICommand& command)
     command.linkWithItsOrder(this);
     if (!m_command)
         return command.commandExecute();
-    DAbstractCommand::Busy const busy(*m_command);
+    // What the command tells may be the end of this order.
+    DAbstractCommand& linked = *m_command;
+    if (linked.refuses("execute()"))
+        return false;
+    DAbstractCommand::Busy const busy(linked);
     bool const accepted = command.commandExecute();
-    if (!accepted && m_command->m_isRunning)
-        m_command->fail(QStringLiteral("the command refused to start"));
+    if (!accepted && linked.m_isRunning)
+        linked.fail(QStringLiteral("the command refused to start"));
     return accepted;
 }
 

@@ -26,10 +26,18 @@ struct DInstruction
 ///
 /// This is where the stand-in and a host meet: the host derives from it, carries the posted instructions to
 /// their endpoints and hands the replies to ICommand::setReply(). An order serves one command object at a
-/// time and is used on its thread. It may be destroyed before or after the command.
+/// time and is used on its thread. It may be destroyed before or after the command, and at any time.
 ///
-/// The protected operations are called by the linked command, in the middle of its own work: do not destroy
-/// the command from within them, and do not call back into it.
+/// The protected operations are called by the linked command, in the middle of its own work. What may be done
+/// with the command from within them differs:
+///
+/// - While it hands over or withdraws an instruction nothing: whatever is called is refused, and told in a
+///   critical line of the log. So no endpoint answers before the command knows what it has asked.
+/// - While it publishes a result or hears of a reply that is dropped it takes replies, can be executed anew
+///   and can be finished. All this happens at once, and then it goes on with what it was doing: a further
+///   result of the same handler comes after its end.
+/// - When it has ended it may also be destroyed, unless it ended in the middle of its own work: finished from
+///   within a result, or by itself in a handler. In all other cases destroying it is fatal.
 class PLUGIN_MANAGEMENT_EXPORT DOrder : public QObject
 {
     Q_OBJECT
