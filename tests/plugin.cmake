@@ -47,6 +47,7 @@ add_zrt_plugin_test(front_door
     READELF_PROGRAM="${CMAKE_READELF}"
     QTPLUGININFO_PROGRAM="${ZRT_QTPLUGININFO}")
 target_link_libraries(tst_front_door PRIVATE Qt5::Qml ${CMAKE_DL_LIBS})
+add_zrt_plugin_test(lives)
 add_zrt_plugin_test(odd_replies)
 add_zrt_plugin_test(reentrant_host)
 add_zrt_plugin_test(plugin_traces NM_PROGRAM="${CMAKE_NM}")

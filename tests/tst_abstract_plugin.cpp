@@ -1,3 +1,5 @@
+#include "message_capture.h"
+
 #include <plugin_management/d_abstract_command.h>
 #include <plugin_management/d_abstract_tightening_tool.h>
 #include <utilities/utilities.h>
@@ -134,6 +136,8 @@ private slots:
     void tellsWhenCommandsAreDeclared();
     void createsInstance();
     void isDeletedThroughInterface();
+    void goesBeforeItsWorkingCommands();
+    void goesBehindItsWorkingCommands();
 };
 
 void TestAbstractPlugin::tellsIdentity()
@@ -648,6 +652,47 @@ void TestAbstractPlugin::isDeletedThroughInterface()
     delete face;
     QVERIFY(watched.isNull());
     QVERIFY(command.isNull());
+}
+
+void TestAbstractPlugin::goesBeforeItsWorkingCommands()
+{
+    auto plugin = std::make_unique<TestPlugin>();
+    QPointer<TestCommand> const prototype = plugin->declare(QStringLiteral("init"));
+    QPointer<TestCommand> const other = plugin->declare(QStringLiteral("listen"), QStringLiteral("stop"));
+    auto init = prototype->createCommand({});
+    auto listen = other->createCommand({});
+    QPointer<QObject> const working[] = {init.dynamicCast<TestCommand>().data(),
+                                         listen.dynamicCast<TestCommand>().data()};
+    MessageCapture const log;
+    plugin.reset();
+    QCOMPARE(log.lines.size(), 1);
+    QCOMPARE(log.lines[0].type, QtCriticalMsg);
+    QCOMPARE(log.lines[0].text,
+             QStringLiteral("The plugin instance %1 was destroyed before its working commands: init, listen")
+                 .arg(c_object.toString()));
+    QVERIFY(prototype.isNull());
+    QVERIFY(other.isNull());
+    for (auto const& command : working) {
+        QVERIFY(!command.isNull());
+        QVERIFY(command->parent() == nullptr);
+    }
+    QCOMPARE(init->commandName(), QStringLiteral("init"));
+    init.reset();
+    listen.reset();
+    QVERIFY(working[0].isNull());
+    QVERIFY(working[1].isNull());
+}
+
+void TestAbstractPlugin::goesBehindItsWorkingCommands()
+{
+    auto plugin = std::make_unique<TestPlugin>();
+    auto command = plugin->declare(QStringLiteral("init"))->createCommand({});
+    QObject owner;
+    plugin->declareInstructionCommand(new TestCommand(QStringLiteral("other"), QString(), &owner));
+    MessageCapture const log;
+    command.reset();
+    plugin.reset();
+    QVERIFY(log.lines.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestAbstractPlugin)

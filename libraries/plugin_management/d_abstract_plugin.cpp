@@ -30,7 +30,21 @@ DAbstractPlugin::DAbstractPlugin(QUuid const& pluginUuid, QString const& pluginN
     , m_objectUuid(objectUuid)
 {}
 
-DAbstractPlugin::~DAbstractPlugin() = default;
+DAbstractPlugin::~DAbstractPlugin()
+{
+    // A working command goes when whoever holds it lets go. As a child it would go now, and then once more.
+    QStringList names;
+    auto const commands = findChildren<DAbstractCommand*>(QString(), Qt::FindDirectChildrenOnly);
+    for (auto* const command : commands) {
+        if (std::find(m_prototypes.cbegin(), m_prototypes.cend(), command) != m_prototypes.cend())
+            continue;
+        names += command->commandName();
+        command->setParent(nullptr);
+    }
+    if (!names.isEmpty())
+        qCritical("The plugin instance %s was destroyed before its working commands: %s",
+                  qPrintable(m_objectUuid.toString()), qPrintable(names.join(QStringLiteral(", "))));
+}
 
 QUuid DAbstractPlugin::objectUuid() const
 {

@@ -30,6 +30,8 @@ public:
     /// @param objectUuid  this instance; null for the root object
     DAbstractPlugin(QUuid const& pluginUuid, QString const& pluginName, quint64 version, quint32 pluginType,
                     QUuid const& objectUuid, QObject* parent);
+    /// The working commands made from its prototypes must be gone. Those that are not live on without it, and
+    /// a critical line of the log names them.
     ~DAbstractPlugin() override;
 
     QUuid objectUuid() const override;
