@@ -523,6 +523,8 @@ void TstJsonInput::messagesAreOneLine_data()
     row("return", "a\\rb", QStringLiteral("a\\rb"));
     row("NUL", "a\\u0000b", QStringLiteral("a\\u0000b"));
     row("escape sequence", "\\u001b[31m", QStringLiteral("\\u001b[31m"));
+    row("line and paragraph separators", "a\\u2028b\\u2029c\xe2\x80\xa8",
+        QStringLiteral("a\\u2028b\\u2029c\\u2028"));
     row("longest", QByteArray(200, 'k'), QString(200, QLatin1Char('k')));
     row("one longer", QByteArray(201, 'k'), QString(200, QLatin1Char('k')) + QStringLiteral("..."));
     row("very long", QByteArray(100'000, 'k'), QString(200, QLatin1Char('k')) + QStringLiteral("..."));

@@ -8,7 +8,8 @@ QString onOneLine(QString const& text)
             line += QStringLiteral("\\n");
         else if (c == QLatin1Char('\r'))
             line += QStringLiteral("\\r");
-        else if (c.category() == QChar::Other_Control && c != QLatin1Char('\t'))
+        else if ((c.category() == QChar::Other_Control && c != QLatin1Char('\t')) || c == QChar::LineSeparator
+                 || c == QChar::ParagraphSeparator)
             line += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
         else
             line += c;
