@@ -1,0 +1,168 @@
+// Makes files of the workplace out of any bytes and has them read: each is taken, or refused with one line
+// that says where and what. The first byte chooses the format.
+
+#include "check.h"
+#include "p_tool_vesk_zrt.h"
+
+#include "controller/zrt_backup.h"
+#include "controller/zrt_setup.h"
+#include "maintenance/maintenance_records.h"
+#include "sequence/sequence.h"
+#include "trace/event_json.h"
+#include "trace/trace_reader.h"
+#include "json/input_error.h"
+
+#include <plugin_management/d_element.h>
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QUuid>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace
+{
+
+/// A complaint quotes a path and a text, each cut off and then perhaps escaped, and names what is known
+/// instead.
+constexpr int c_longestComplaint = 3000;
+
+/// The file that is read, in a folder of its own.
+class Scratch
+{
+public:
+    QString const& name() const { return m_name; }
+
+    void write(QByteArray const& content) const
+    {
+        QFile file(m_name);
+        if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.flush())
+            qFatal("cannot write %s", qPrintable(m_name));
+    }
+
+private:
+    QTemporaryDir m_folder;
+    QString m_name = m_folder.filePath(QStringLiteral("file"));
+};
+
+/// The bytes as a file's text. The first bytes 1 stand for many times the one behind them: for texts and
+/// nestings that are longer than a fuzzer's input.
+QByteArray contentOf(std::uint8_t const* data, std::size_t size)
+{
+    constexpr std::uint8_t repeated = 1;
+    constexpr int times = 5000;
+    int repeatsLeft = 4;
+    QByteArray content;
+    for (std::size_t i = 0; i < size; ++i) {
+        bool const isRepeated = data[i] == repeated && i + 1 < size && repeatsLeft-- > 0;
+        i += isRepeated ? 1 : 0;
+        content.append(isRepeated ? times : 1, static_cast<char>(data[i]));
+    }
+    return content;
+}
+
+bool breaksTheLine(QChar c)
+{
+    return c != QLatin1Char('\t')
+           && (c.category() == QChar::Other_Control || c.category() == QChar::Separator_Line
+               || c.category() == QChar::Separator_Paragraph);
+}
+
+void checkComplaint(QString const& complaint, QString const& fileName, QByteArray const& content)
+{
+    static QRegularExpression const layout(QStringLiteral("\\A:([0-9]+)(:[0-9]+)?: \\S"));
+    check(complaint.startsWith(fileName), [&] { return QStringLiteral("no file: ") + complaint; });
+    QString const behindName = complaint.mid(fileName.size());
+    auto const match = layout.match(behindName);
+    check(match.hasMatch(), [&] { return QStringLiteral("no place: ") + complaint; });
+    int const line = match.captured(1).toInt();
+    check(line >= 1 && line <= content.count('\n') + 1,
+          [&] { return QStringLiteral("no such line: ") + complaint; });
+    check(std::none_of(behindName.cbegin(), behindName.cend(), breaksTheLine),
+          [&] { return QStringLiteral("more than one line: ") + complaint; });
+    check(behindName.size() <= c_longestComplaint,
+          [&] { return QStringLiteral("%1 characters: ").arg(behindName.size()) + complaint; });
+}
+
+void readTrace(QString const& fileName)
+{
+    TraceReader reader(fileName);
+    while (auto const entry = reader.next()) {
+        // What was read is written as it would be read again.
+        QByteArray const written = toLine(toJson(entry->time, entry->event));
+        check(written.endsWith('\n') && written.count('\n') == 1,
+              [&] { return QStringLiteral("no line: ") + QString::fromUtf8(written); });
+    }
+}
+
+/// Reads records, and has one edited and saved: the rest of the file must stay.
+void readRecords(Scratch const& scratch, QByteArray const& content)
+{
+    MaintenanceRecords records(scratch.name());
+    for (auto const& complaint : records.complaints())
+        checkComplaint(complaint, scratch.name(), content);
+    QString const tool = QStringLiteral("left bench");
+    records.edit(tool, {{QStringLiteral("serialNumber"), QStringLiteral("7")}});
+    try {
+        records.save();
+    } catch (InputError const& error) {
+        // What somebody wrote in a record's place is not written over.
+        check(error.message().contains(QLatin1String("is no record")), [&] { return error.message(); });
+        return;
+    }
+    MaintenanceRecords again(scratch.name());
+    auto const tools = records.tools();
+    check(again.tools() == tools, [] { return QStringLiteral("other tools after saving"); });
+    for (auto const& name : tools) {
+        auto const before = records.record(name);
+        auto const after = again.record(name);
+        check(before->serialNumber() == after->serialNumber()
+                  && before->validityDate() == after->validityDate()
+                  && before->stbExpiredDelay() == after->stbExpiredDelay(),
+              [&] { return QStringLiteral("another record after saving: ") + name; });
+    }
+}
+
+void readAs(int format, Scratch const& scratch, QByteArray const& content)
+{
+    static PToolVeskZrt plugin{QUuid()};
+    if (plugin.commandNames().isEmpty())
+        plugin.initPluginCommands();
+    switch (format) {
+    case 0:
+        static_cast<void>(readSequence(scratch.name(), plugin));
+        break;
+    case 1:
+        static_cast<void>(readZrtSetup(scratch.name()));
+        break;
+    case 2:
+        static_cast<void>(readZrtBackup(scratch.name()));
+        break;
+    case 3:
+        readRecords(scratch, content);
+        break;
+    default:
+        readTrace(scratch.name());
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    static Scratch const scratch;
+    constexpr int formats = 5;
+    if (size == 0)
+        return 0;
+    QByteArray const content = contentOf(data + 1, size - 1);
+    scratch.write(content);
+    try {
+        readAs(data[0] % formats, scratch, content);
+    } catch (InputError const& error) {
+        checkComplaint(error.message(), scratch.name(), content);
+    }
+    return 0;
+}
