@@ -181,6 +181,16 @@ QByteArray ExpectedCommand::className() const
     return m_kind.className;
 }
 
+QList<quint64> ExpectedCommand::awaited() const
+{
+    QList<quint64> ids;
+    for (auto const& one : m_pending) {
+        if (!one.second.isAnswered)
+            ids += one.first;
+    }
+    return ids;
+}
+
 bool ExpectedCommand::awaitsReplies() const
 {
     return std::any_of(m_pending.cbegin(), m_pending.cend(),
@@ -194,8 +204,9 @@ Effects ExpectedCommand::execute()
     m_effects = {};
     bool const goesAnyway = m_kind.className == QByteArray("DCmdTriggerListen");
     if (m_isLinked) {
+        // Executed anew while it runs, it is still the same order, and what failed has failed.
+        m_hasFailed = m_isRunning && m_hasFailed;
         m_isRunning = true;
-        m_hasFailed = false;
     }
     m_effects.answer = m_isLinked || goesAnyway;
     if (m_effects.answer)

@@ -60,6 +60,8 @@ public:
     /// Whether a reply to this instruction would reach a handler.
     bool awaits(quint64 id) const { return m_pending.count(id) != 0; }
     bool awaitsReplies() const;
+    /// The instructions without a reply, in the order in which they were posted.
+    QList<quint64> awaited() const;
     /// The name that stops it; empty if it ends by itself.
     QString stopName() const;
     /// The name of its source file and of its class.

@@ -161,6 +161,7 @@ public:
     QString stopName() const { return m_expected.stopName(); }
     bool isRunning() const { return m_expected.isRunning(); }
     bool awaits(quint64 id) const { return m_expected.awaits(id); }
+    QList<quint64> awaited() const { return m_expected.awaited(); }
 
     /// Links the command to an order of its own, a new one.
     void giveOrder()
@@ -334,8 +335,12 @@ private:
             return replyTo(m_lastId);
         case 1:
         case 2:
-        case 3:
             return replyTo(anyId());
+        case 3:
+            return withLiving([this](Talk& talk) {
+                for (auto const id : talk.awaited())
+                    talk.reply(id, anyReply(m_bytes));
+            });
         case 4:
             return withLiving([this](Talk& talk) {
                 for (auto const id : {m_lastId, m_lastId - 1})
