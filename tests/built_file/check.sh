@@ -74,6 +74,7 @@ hardening() {
     calls=$("$nm" --dynamic --undefined-only --format=posix "$file")
     answer "all symbols bound when it is loaded" grep -qw NOW <<<"$flags"
     answer "tables of addresses read-only from then on" grep -qw GNU_RELRO <<<"$segments"
+    answer "loaded at any address" grep -qw DYN <<<"$("$readelf" --file-header "$file")"
     answer "code left as it is in the file" not grep -qw TEXTREL <<<"$flags"
     answer "stack not executable" grep -qE '^ *GNU_STACK .* RW +0x' <<<"$segments"
     answer "nothing both writable and executable" not grep -qE ' RWE +0x' <<<"$segments"

@@ -72,7 +72,9 @@ works() {
     if grep --recursive --files-with-matches --fixed-strings -e "$build" -e "$sources" "$1"; then
         fail "the files above name the place where they were built"
     fi
-    env --ignore-environment ldd "$program" "$1/lib/libp_tool_vesk_zrt.so" >"$scratch/ldd"
+    env --ignore-environment ldd "$program" >"$scratch/ldd"
+    # Who loads the plugin has found the framework already.
+    env --ignore-environment LD_LIBRARY_PATH="$1/lib" ldd "$1/lib/libp_tool_vesk_zrt.so" >>"$scratch/ldd"
     if grep "not found" "$scratch/ldd"; then
         fail "the libraries above are not found"
     fi
