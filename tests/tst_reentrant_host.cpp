@@ -223,6 +223,8 @@ private slots:
     void replyFromWithinAResult();
     void finishFromWithinAResult_data();
     void finishFromWithinAResult();
+    void failureFromWithinAResult_data();
+    void failureFromWithinAResult();
     void executionFromWithinAResult();
     void executionKeepsFailure();
     void finishFromWithinADroppedReply();
@@ -230,11 +232,14 @@ private slots:
     void destroyedInTheMiddle();
     void destroyedWhenEnded_data();
     void destroyedWhenEnded();
+    void destroyedInADroppedReply();
     void orderDestroyedInTheMiddle_data();
     void orderDestroyedInTheMiddle();
 
     void shippedAnsweredAtOnce_data();
     void shippedAnsweredAtOnce();
+    void shippedMeddledWithAtOnce_data();
+    void shippedMeddledWithAtOnce();
     void shippedFinishedFromWithinAResult_data();
     void shippedFinishedFromWithinAResult();
     void shippedExecutedFromWithinAResult_data();
@@ -277,6 +282,34 @@ void TstReentrantHost::handoverRefuses_data()
         });
         row("finish in its own way", "commandFinish()",
             [](MeddlingOrder&, ScriptedCommand& command) { return command.finish(true); });
+        row("execute by another order", "execute()", [](MeddlingOrder&, ScriptedCommand& command) {
+            RecordingOrder other;
+            return other.execute(command) || !other.posted.isEmpty();
+        });
+        row("execute another by the order", "execute()", [](MeddlingOrder& order, ScriptedCommand&) {
+            auto const other = make(twoQuestions());
+            return order.execute(*other);
+        });
+        row("link with no order", "linkWithItsOrder()", [](MeddlingOrder& order, ScriptedCommand& command) {
+            command.linkWithItsOrder(nullptr);
+            return command.getOrderId() != order.id();
+        });
+        row("link with another order", "linkWithItsOrder()",
+            [](MeddlingOrder& order, ScriptedCommand& command) {
+                RecordingOrder other(order.id() + 1);
+                command.linkWithItsOrder(&other);
+                return command.getOrderId() != order.id();
+            });
+        row("link another with the order", "linkWithItsOrder()", [](MeddlingOrder& order, ScriptedCommand&) {
+            auto const other = make(twoQuestions());
+            other->linkWithItsOrder(&order);
+            return other->getOrderId() != 0;
+        });
+        row("post in its own way", "addInstruction()", [](MeddlingOrder& order, ScriptedCommand& command) {
+            int const before = order.posted.size();
+            return command.post(QStringLiteral("device"), QStringLiteral("three")) == 0
+                   || order.posted.size() != before;
+        });
         row("time passed", "allowancePassed()", [](MeddlingOrder& order, ScriptedCommand&) {
             order.allowancePassed(order.posted[0].id);
             return false;
@@ -375,6 +408,33 @@ void TstReentrantHost::finishFromWithinAResult()
     QCOMPARE(order.finishes.size(), 1);
 }
 
+void TstReentrantHost::failureFromWithinAResult_data()
+{
+    QTest::addColumn<bool>("isTime");
+    QTest::newRow("time passed") << true;
+    QTest::newRow("cannot be answered") << false;
+}
+
+void TstReentrantHost::failureFromWithinAResult()
+{
+    QFETCH(bool, isTime);
+    MeddlingOrder order;
+    auto const command = make(twoQuestions());
+    order.execute(*command);
+    order.meddle(MeddlingOrder::Result, [&] {
+        if (isTime)
+            order.allowancePassed(order.posted[1].id);
+        else
+            order.instructionFailed(order.posted[1].id, QStringLiteral("gone"));
+        QCOMPARE(order.finishes.size(), 1); // there and then
+    });
+    MessageCapture log;
+    QVERIFY(command->setReply(order.posted[0].id, reply(1)));
+    QCOMPARE(order.finishes.size(), 1);
+    QVERIFY(!order.finishes[0].success);
+    QCOMPARE(log.lines.size(), 0);
+}
+
 void TstReentrantHost::executionFromWithinAResult()
 {
     MeddlingOrder order;
@@ -459,6 +519,23 @@ void TstReentrantHost::destroyedInTheMiddle_data()
     QTest::newRow("posting, executed without the order") << Deed(at(MeddlingOrder::Posted, executeAlone));
     QTest::newRow("withdrawing") << Deed(at(MeddlingOrder::Withdrawn, finish));
     QTest::newRow("a result") << Deed(at(MeddlingOrder::Result, answer));
+    QTest::newRow("a result, executed without the order")
+        << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
+               CommandScript script = twoQuestions();
+               script.execute = [](ScriptedCommand& started) { return started.publish(c_result, 1); };
+               command = make(script);
+               command->linkWithItsOrder(&order);
+               order.meddle(MeddlingOrder::Result, [&command] { command.reset(); });
+               command->commandExecute();
+           });
+    QTest::newRow("a start that failed")
+        << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
+               CommandScript script = twoQuestions();
+               script.execute = [](ScriptedCommand&) { return false; };
+               command = make(script);
+               order.meddle(MeddlingOrder::Finished, [&command] { command.reset(); });
+               order.execute(*command);
+           });
     QTest::newRow("finished from within a result")
         << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
                order.execute(*command);
@@ -514,6 +591,18 @@ void TstReentrantHost::destroyedWhenEnded()
     deed(order, command);
     QVERIFY(watched.isNull());
     QCOMPARE(order.finishes.size(), 1);
+}
+
+void TstReentrantHost::destroyedInADroppedReply()
+{
+    MeddlingOrder order;
+    auto command = make(twoQuestions());
+    QPointer<DAbstractCommand> const watched = command.data();
+    order.execute(*command);
+    order.meddle(MeddlingOrder::Dropped, [&] { command.reset(); });
+    QVERIFY(!command->setReply(4711, {}));
+    QVERIFY(watched.isNull());
+    QVERIFY(order.finishes.isEmpty());
 }
 
 void TstReentrantHost::orderDestroyedInTheMiddle_data()
@@ -583,6 +672,55 @@ void TstReentrantHost::shippedAnsweredAtOnce()
     shipped.converse();
     QVERIFY(!order.results.isEmpty());
     QVERIFY(log.of(QtCriticalMsg).isEmpty());
+}
+
+void TstReentrantHost::shippedMeddledWithAtOnce_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("executes");
+    auto const instance = ShippedPlugin().makeInstance(QUuid());
+    instance->initPluginCommands();
+    auto const names = instance->commandNames();
+    for (auto const& name : names) {
+        QTest::addRow("%s executed", qPrintable(name)) << name << true;
+        QTest::addRow("%s finished", qPrintable(name)) << name << false;
+    }
+}
+
+void TstReentrantHost::shippedMeddledWithAtOnce()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, executes);
+    Shipped alone(name);
+    alone.order.execute(*alone.command);
+
+    Shipped shipped(name);
+    MeddlingOrder& order = shipped.order;
+    std::function<void()> const meddle = [&] {
+        order.meddle(MeddlingOrder::Posted, meddle);
+        bool success = true;
+        if (executes)
+            shipped.command->commandExecute();
+        else
+            QVERIFY(!shipped.command->finishTheCommand(success) && !success);
+    };
+    MessageCapture log;
+    order.meddle(MeddlingOrder::Posted, meddle);
+    QVERIFY(order.execute(*shipped.command));
+    // It has asked what it asks when it is left alone, in that order, and nothing else.
+    QCOMPARE(order.names(), alone.order.names());
+    QVERIFY(log.lines.size() >= order.posted.size());
+    for (auto const& line : qAsConst(log.lines))
+        QVERIFY2(line.text.contains(QStringLiteral(" refused ")), qPrintable(line.text));
+    QVERIFY(order.finishes.isEmpty());
+
+    // At another time it can be stopped, and a tool that listened for its trigger is locked then.
+    order.meddle(MeddlingOrder::Posted, {});
+    bool success = true;
+    QVERIFY(shipped.command->finishTheCommand(success));
+    QCOMPARE(order.finishes.size(), 1);
+    if (name == QLatin1String("listenTrigger"))
+        QCOMPARE(order.posted[3].instruction.arguments.value(QStringLiteral("lock")), QVariant(1));
 }
 
 void TstReentrantHost::shippedFinishedFromWithinAResult_data()

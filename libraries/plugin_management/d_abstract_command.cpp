@@ -22,7 +22,7 @@ DAbstractCommand::DAbstractCommand(QString const& commandName, QString const& st
 DAbstractCommand::~DAbstractCommand()
 {
     // Whoever called it would come back to an object that is gone.
-    if (m_busy > 0 || m_handovers > 0)
+    if (m_busy > 0 || m_handovers > 0 || m_publishing > 0)
         qFatal("The command \"%s\" was destroyed in the middle of its work: from within a handler, or from "
                "within its order's instructionPosted(), instructionWithdrawn() or resultUpdated()",
                qPrintable(m_commandName));
@@ -30,11 +30,14 @@ DAbstractCommand::~DAbstractCommand()
 
 void DAbstractCommand::linkWithItsOrder(QObject* order)
 {
+    auto* const next = qobject_cast<DOrder*>(order);
+    if (refuses("linkWithItsOrder()") || (next && next->isTaken(*this, "linkWithItsOrder()")))
+        return;
     if (auto* const former = this->order(); former && former->m_command == this)
         former->m_command = nullptr;
     m_order = order;
-    if (auto* const host = this->order())
-        host->m_command = this;
+    if (next)
+        next->m_command = this;
 }
 
 QString DAbstractCommand::commandName() const
@@ -143,9 +146,12 @@ quint64 DAbstractCommand::addInstruction(
     QString const& target, QString const& instruction, QMap<QString, QVariant> const& arguments,
     int timeAllowance, fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool> onReply)
 {
+    // A command that goes to work all the same; it gets an id to which no reply comes.
+    if (refuses("addInstruction()"))
+        return nextOwnId();
     quint64 id = 0;
     if (auto* const host = order()) {
-        Handover const handover(*this);
+        Count const handover(m_handovers);
         id = host->instructionPosted({target, instruction, arguments, timeAllowance});
     } else {
         id = nextOwnId();
@@ -194,8 +200,10 @@ bool DAbstractCommand::commandUpdateResult(QString const& key, QVariant const& v
     if (result == m_results.end())
         return false;
     *result = value;
-    if (auto* const host = order())
+    if (auto* const host = order()) {
+        Count const publishing(m_publishing);
         host->resultUpdated(key, value);
+    }
     return true;
 }
 
@@ -299,7 +307,7 @@ void DAbstractCommand::withdraw(quint64 instructionId)
     if (m_pending.remove(instructionId) == 0)
         return;
     if (auto* const host = order()) {
-        Handover const handover(*this);
+        Count const handover(m_handovers);
         host->instructionWithdrawn(instructionId);
     }
 }

@@ -62,13 +62,13 @@ public:
     QString fullDescription() const override;
     DCommandArguments commandArguments() const override;
 
-    /// Starts the command. Answers false, and the override must then send nothing, when
-    /// it is linked to no order.
+    /// Starts the command. Answers false, and the override must then send nothing, when it is linked to no
+    /// order or refuses to be called now.
     bool commandExecute() override;
     /// Hands a reply to the handler that the instruction was posted with. Answers what the handler answered,
     /// false for a reply that was dropped.
     bool setReply(quint64 instructionId, QMap<QString, QVariant> const& reply) override;
-    /// Withdraws what is outstanding and ends the command as commandFinish() does.
+    /// Withdraws what is outstanding and ends the command as commandFinish() does, and answers as that does.
     bool finishTheCommand(bool& success) override;
 
     /// The value of a declared result: the last one stored, at first the declared default; invalid for any
@@ -76,7 +76,7 @@ public:
     QVariant result(QString const& key) const;
 
 signals:
-    /// The command has ended.
+    /// The command has ended. Its order hears of it next: who wants to execute it anew does so there.
     void sigCommandFinished(bool success) override;
 
 protected:
@@ -105,7 +105,7 @@ protected:
     bool commandUpdateResult(QString const& key, QVariant const& value);
     /// Ends the command with this success. Instructions that still wait for their first reply are not
     /// withdrawn and get it; those that have had one get no more. Answers false, and sets @p success to
-    /// false, if the command is not running.
+    /// false, if the command is not running or refuses to be called now.
     bool commandFinish(bool& success);
     /// Withdraws an instruction; no further reply to it is delivered. An unknown id is ignored.
     void stopTheInstruction(quint64 instructionId);
@@ -138,17 +138,17 @@ private:
         DAbstractCommand& m_command;
     };
 
-    // While one of these lives the order takes an instruction or hears that one is withdrawn.
-    class Handover
+    // While one of these lives there is one more of what it counts.
+    class Count
     {
     public:
-        explicit Handover(DAbstractCommand& command) : m_command(command) { ++m_command.m_handovers; }
-        ~Handover() { --m_command.m_handovers; }
-        Handover(Handover const&) = delete;
-        Handover& operator=(Handover const&) = delete;
+        explicit Count(qint16& count) : m_count(count) { ++m_count; }
+        ~Count() { --m_count; }
+        Count(Count const&) = delete;
+        Count& operator=(Count const&) = delete;
 
     private:
-        DAbstractCommand& m_command;
+        qint16& m_count;
     };
 
     /// Whether @p operation comes in the middle of a handover, where the command is half way through
@@ -178,7 +178,9 @@ private:
     QMap<quint64, Pending> m_pending;
     quint64 m_lastOwnId = 0;
     bool m_isRunning = false;
-    int m_handovers = 0;
+    // These two are small so that they have room here: what derives from this class keeps its layout.
+    qint16 m_handovers = 0; // the order is taking an instruction, or hears that one is withdrawn
+    qint16 m_publishing = 0;
     QString m_failure; // empty as long as every handler answered true
     int m_busy = 0;
 };

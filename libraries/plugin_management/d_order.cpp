@@ -12,18 +12,23 @@ quint64 DOrder::id() const
 
 bool DOrder::execute(ICommand& command)
 {
+    auto* const linked = dynamic_cast<DAbstractCommand*>(&command);
+    if (linked && (linked->refuses("execute()") || isTaken(*linked, "execute()")))
+        return false;
     command.linkWithItsOrder(this);
-    if (!m_command)
+    if (!linked)
         return command.commandExecute();
     // What the command tells may be the end of this order.
-    DAbstractCommand& linked = *m_command;
-    if (linked.refuses("execute()"))
-        return false;
-    DAbstractCommand::Busy const busy(linked);
+    DAbstractCommand::Busy const busy(*linked);
     bool const accepted = command.commandExecute();
-    if (!accepted && linked.m_isRunning)
-        linked.fail(QStringLiteral("the command refused to start"));
+    if (!accepted && linked->m_isRunning)
+        linked->fail(QStringLiteral("the command refused to start"));
     return accepted;
+}
+
+bool DOrder::isTaken(DAbstractCommand const& by, char const* operation) const
+{
+    return m_command && m_command != &by && m_command->refuses(operation);
 }
 
 void DOrder::allowancePassed(quint64 instructionId)

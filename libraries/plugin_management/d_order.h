@@ -32,12 +32,15 @@ struct DInstruction
 /// with the command from within them differs:
 ///
 /// - While it hands over or withdraws an instruction nothing: whatever is called is refused, and told in a
-///   critical line of the log. So no endpoint answers before the command knows what it has asked.
-/// - While it publishes a result or hears of a reply that is dropped it takes replies, can be executed anew
-///   and can be finished. All this happens at once, and then it goes on with what it was doing: a further
-///   result of the same handler comes after its end.
-/// - When it has ended it may also be destroyed, unless it ended in the middle of its own work: finished from
-///   within a result, or by itself in a handler. In all other cases destroying it is fatal.
+///   critical line of the log; the order cannot go to another command then, nor the command to another order.
+///   So no endpoint answers before the command knows what it has asked. What was refused has not happened: a
+///   time allowance that has passed, for instance, is to be told again afterwards.
+/// - While it publishes a result or hears of a reply that is dropped it takes replies and whatever else an
+///   order can tell it, can be executed anew and can be finished. All this happens at once, and then it goes
+///   on with what it was doing: a further result of the same handler comes after its end.
+/// - It may be destroyed while it hears of a reply that is dropped, and when it has ended, unless that was in
+///   the middle of its own work: finished from within a result, by itself in a handler, or failed while it
+///   started. In all other cases destroying it is fatal.
 class PLUGIN_MANAGEMENT_EXPORT DOrder : public QObject
 {
     Q_OBJECT
@@ -79,6 +82,9 @@ protected:
 
 private:
     friend class DAbstractCommand;
+
+    /// Whether another command than @p by has this order and refuses @p operation now; then that is told.
+    bool isTaken(DAbstractCommand const& by, char const* operation) const;
 
     quint64 const m_id;
     QPointer<DAbstractCommand> m_command;
