@@ -1,5 +1,7 @@
 # Tests of the maintenance side of AppWorkplace: records, pages, and the verbs that deal with them.
 add_zrt_workplace_test(maintenance_records)
+add_zrt_workplace_test(interrupted_save SOURCES support/file_calls.cpp)
+target_link_libraries(tst_interrupted_save PRIVATE ${CMAKE_DL_LIBS})
 add_zrt_workplace_test(maintenance_state)
 add_zrt_workplace_test(page_document
     DEFINITIONS ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>"

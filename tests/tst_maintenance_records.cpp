@@ -74,6 +74,8 @@ private slots:
     void notRecords();
     void notReadable_data();
     void notReadable();
+    void notToBeFound_data();
+    void notToBeFound();
     void fields_data();
     void fields();
     void noRecord_data();
@@ -192,6 +194,42 @@ void TstMaintenanceRecords::notReadable()
                  MaintenanceRecords const records(file);
              }),
              file + QStringLiteral(": ") + message);
+}
+
+void TstMaintenanceRecords::notToBeFound_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("link to itself") << QStringLiteral("loop.json")
+                                    << QStringLiteral("Too many levels of symbolic links");
+    QTest::newRow("in a closed folder")
+        << QStringLiteral("closed/records.json") << QStringLiteral("Permission denied");
+    QTest::newRow("link into a closed folder")
+        << QStringLiteral("link.json") << QStringLiteral("Permission denied");
+    QTest::newRow("name beyond all") << QString(300, QLatin1Char('x'))
+                                     << QStringLiteral("File name too long");
+}
+
+void TstMaintenanceRecords::notToBeFound()
+{
+    // Taken for missing, the records would be shown as empty and, once somebody may write, be lost.
+    QFETCH(QString, name);
+    QFETCH(QString, message);
+    ScratchFolder const folder;
+    QDir const closed(folder.filePath(QStringLiteral("closed")));
+    QVERIFY(closed.mkpath(QStringLiteral(".")));
+    folder.write(QStringLiteral("closed/records.json"), recordWith(""));
+    QVERIFY(QFile::link(QStringLiteral("loop.json"), folder.filePath(QStringLiteral("loop.json"))));
+    QVERIFY(QFile::link(QStringLiteral("closed/records.json"), folder.filePath(QStringLiteral("link.json"))));
+    QCOMPARE(::chmod(QFile::encodeName(folder.path()).constData(), 0755), 0);
+    QCOMPARE(::chmod(QFile::encodeName(closed.path()).constData(), 0), 0);
+    QString const file = folder.filePath(name);
+    QString const complaint = complaintInChild([&] {
+        becomeNobody();
+        MaintenanceRecords const records(file);
+    });
+    QCOMPARE(::chmod(QFile::encodeName(closed.path()).constData(), 0700), 0);
+    QCOMPARE(complaint, file + QStringLiteral(": ") + message);
 }
 
 void TstMaintenanceRecords::fields_data()

@@ -17,8 +17,6 @@
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/utilities.h>
 
-#include <QFileInfo>
-
 namespace
 {
 
@@ -186,10 +184,12 @@ void showRecords(MaintenanceRecords& records, bool json, Output& output)
 
 std::unique_ptr<MaintenanceRecords> openRecords(QString const& fileName)
 {
-    if (!fileName.isEmpty() && !QFileInfo::exists(fileName))
-        throw InputError(QStringLiteral("%1: there is no such file").arg(fileName));
     QString const file = fileName.isEmpty() ? defaultRecordsFile() : fileName;
-    return QFileInfo::exists(file) ? std::make_unique<MaintenanceRecords>(file) : nullptr;
+    if (MaintenanceRecords::areThere(file))
+        return std::make_unique<MaintenanceRecords>(file);
+    if (!fileName.isEmpty())
+        throw InputError(QStringLiteral("%1: there is no such file").arg(fileName));
+    return nullptr;
 }
 
 } // namespace

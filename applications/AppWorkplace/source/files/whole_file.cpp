@@ -4,6 +4,10 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <unistd.h>
+
+#include <cerrno>
+
 namespace
 {
 
@@ -43,7 +47,15 @@ bool WholeFile::write(QByteArray const& content)
 bool WholeFile::commit()
 {
     auto* const saved = qobject_cast<QSaveFile*>(m_file.get());
-    return m_problem.isEmpty() && (!saved || saved->commit() || fail());
+    if (!m_problem.isEmpty() || !saved)
+        return m_problem.isEmpty();
+    // Some disks say only now that they are full, and Qt would replace the file all the same. What cannot be
+    // brought to its disk for lack of one is fine.
+    if (::fsync(saved->handle()) != 0 && errno != EINVAL) {
+        m_problem = qt_error_string();
+        return false;
+    }
+    return saved->commit() || fail();
 }
 
 bool WholeFile::fail()

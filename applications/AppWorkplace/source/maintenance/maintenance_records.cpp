@@ -7,10 +7,13 @@
 
 #include <plugin_management/d_element.h>
 
+#include <QFile>
 #include <QFileInfo>
 #include <QLockFile>
 
+#include <filesystem>
 #include <limits>
+#include <system_error>
 
 namespace
 {
@@ -92,7 +95,7 @@ Field const* findField(QString const& key)
 // The file as it is now, with whatever else somebody wrote into it.
 Json contentOf(QString const& fileName)
 {
-    if (!QFileInfo::exists(fileName))
+    if (!MaintenanceRecords::areThere(fileName))
         return {{c_tools, Json::object()}};
     QByteArray const text = JsonInput::textOf(fileName);
     // Has the better complaints.
@@ -100,11 +103,38 @@ Json contentOf(QString const& fileName)
     return Json::parse(text.toStdString());
 }
 
+// A program that dies between making the lock and writing into it whose it is leaves one that Qt respects for
+// as long as it does that of a program on another computer. The second time it is taken for what it is.
+bool take(QLockFile& lock)
+{
+    constexpr int patience = 1000; // milliseconds
+    if (lock.tryLock(patience))
+        return true;
+    qint64 process = 0;
+    QString computer;
+    QString program;
+    if (!lock.getLockInfo(&process, &computer, &program))
+        lock.setStaleLockTime(patience);
+    return lock.tryLock(2 * patience);
+}
+
 } // namespace
+
+bool MaintenanceRecords::areThere(QString const& fileName)
+{
+    // A file that cannot be looked at is not one that is missing: it would be written anew, without its
+    // content.
+    std::error_code problem;
+    bool const found = std::filesystem::exists(QFile::encodeName(fileName).constData(), problem);
+    if (problem)
+        throw InputError(
+            QStringLiteral("%1: %2").arg(fileName, QString::fromLocal8Bit(problem.message().c_str())));
+    return found;
+}
 
 MaintenanceRecords::MaintenanceRecords(QString const& fileName) : m_fileName(fileName)
 {
-    if (!QFileInfo::exists(fileName))
+    if (!areThere(fileName))
         return;
     auto const root = JsonInput::fromFile(fileName);
     root.allowKeys({QLatin1String(c_tools)});
@@ -178,8 +208,7 @@ bool MaintenanceRecords::save()
     QString const target = QFileInfo(m_fileName).canonicalFilePath();
     QString const lockName = (target.isEmpty() ? m_fileName : target) + QStringLiteral(".lock");
     QLockFile lock(lockName);
-    constexpr int patience = 3000; // milliseconds
-    if (!lock.tryLock(patience))
+    if (!take(lock))
         fail(lock.error() == QLockFile::LockFailedError
                  ? QStringLiteral("another program is writing them")
                  : QStringLiteral("%1 cannot be written").arg(lockName));

@@ -28,6 +28,9 @@ public:
     /// field that is not usable is told in complaints() and taken as not set.
     explicit MaintenanceRecords(QString const& fileName);
 
+    /// Whether there is such a file. InputError if that is not to be found out.
+    static bool areThere(QString const& fileName);
+
     QString fileName() const { return m_fileName; }
     QStringList complaints() const { return m_complaints; }
 
