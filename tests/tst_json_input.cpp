@@ -34,6 +34,8 @@ private slots:
     void limits();
     void sizeLimit();
     void everythingFromAPipeIsRead();
+    void slowPipe();
+    void pipeWithoutAWriter();
     void wrongUse_data();
     void wrongUse();
     void messagesAreOneLine_data();
@@ -390,6 +392,28 @@ void TstJsonInput::everythingFromAPipeIsRead()
     QVERIFY(writer.waitForStarted());
     QCOMPARE(JsonInput::fromFile(pipe).items().size(), std::size_t{100'001});
     QVERIFY(writer.waitForFinished());
+}
+
+void TstJsonInput::slowPipe()
+{
+    // Who has opened it takes longer to write than is waited for one who has not.
+    QString const pipe = m_folder.filePath(QStringLiteral("slow"));
+    QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {pipe}), 0);
+    QProcess writer;
+    writer.start(
+        QStringLiteral("sh"),
+        {QStringLiteral("-c"), QStringLiteral("(sleep 4; printf '[1'; sleep 1; printf ']') > \"$0\""), pipe});
+    QVERIFY(writer.waitForStarted());
+    QCOMPARE(JsonInput::fromFile(pipe).items().size(), std::size_t{1});
+    QVERIFY(writer.waitForFinished());
+}
+
+void TstJsonInput::pipeWithoutAWriter()
+{
+    QString const pipe = m_folder.filePath(QStringLiteral("dry"));
+    QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {pipe}), 0);
+    QCOMPARE(complaintOf([&pipe] { JsonInput::fromFile(pipe); }),
+             pipe + QStringLiteral(": nobody writes into this pipe"));
 }
 
 void TstJsonInput::wrongUse_data()

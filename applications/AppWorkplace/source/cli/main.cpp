@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <new>
 #include <optional>
 #include <sstream>
 
@@ -177,6 +178,8 @@ int main(int argc, char** argv)
         return run(argc, argv, application);
     } catch (CLI::ParseError const& error) {
         return complain(error.what(), "; workplace --help shows what there is");
+    } catch (std::bad_alloc const&) {
+        return complain("not enough memory");
     } catch (std::exception const& error) {
         return complain(error.what());
     }

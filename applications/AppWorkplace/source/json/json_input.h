@@ -26,7 +26,8 @@ public:
     static JsonInput fromFile(QString const& fileName);
     /// As fromFile(), for text that has been read already and begins on this line of its file.
     static JsonInput fromText(QString const& fileName, QByteArray const& text, int firstLine = 1);
-    /// What stands in a file; one that cannot be read or is too large is an error.
+    /// What stands in a file; one that cannot be read or is too large is an error. So is a pipe that nobody
+    /// has opened to write into within three seconds; any other is read to its end.
     static QByteArray textOf(QString const& fileName);
 
     /// Invalid, Bool, Int, LongLong, ULongLong, Double, String, List or Map.
