@@ -76,6 +76,8 @@ private slots:
     void failedPicture_data();
     void failedPicture();
     void pictureOnAFullDisk();
+    void pictureIsNotWrittenOverInput_data();
+    void pictureIsNotWrittenOverInput();
     void pluginWithoutAPage();
     void pictureLeavesRecords_data();
     void pictureLeavesRecords();
@@ -415,6 +417,37 @@ void TstPanelCli::pictureOnAFullDisk()
     QCOMPARE(outcome.exitCode, 2);
     QCOMPARE(contentOf(m_folder->filePath(pictureName)), QByteArray("former"));
     QCOMPARE(m_folder->names(), QStringList{pictureName});
+}
+
+void TstPanelCli::pictureIsNotWrittenOverInput_data()
+{
+    QTest::addColumn<QString>("picture");
+    QTest::newRow("records") << recordsName;
+    QTest::newRow("records by another name") << QStringLiteral("./../%1/") + recordsName;
+    QTest::newRow("records by a link") << QStringLiteral("link.json");
+    QTest::newRow("plugin") << QStringLiteral("plugin.so");
+}
+
+void TstPanelCli::pictureIsNotWrittenOverInput()
+{
+    QFETCH(QString, picture);
+    QByteArray const content = R"({"tools": {}})";
+    QString const records = m_folder->write(recordsName, content);
+    QByteArray const plugin = contentOf(QStringLiteral(ODD_INSTANCES_FILE));
+    QString const pluginCopy = m_folder->write(QStringLiteral("plugin.so"), plugin);
+    QVERIFY(QFile::link(records, m_folder->filePath(QStringLiteral("link.json"))));
+    QStringList const names = m_folder->names();
+    picture.replace(QStringLiteral("%1"), QFileInfo(m_folder->path()).fileName());
+    Outcome const outcome = run({panel, QStringLiteral("--tool"), tool, QStringLiteral("--records"),
+                                 recordsName, QStringLiteral("--plugin"), QStringLiteral("plugin.so"),
+                                 QStringLiteral("--screenshot"), picture});
+    QCOMPARE(outcome.err,
+             QStringLiteral("workplace: %1: the picture would overwrite what the page needs\n").arg(picture));
+    QCOMPARE(outcome.out, QString());
+    QCOMPARE(outcome.exitCode, 2);
+    QCOMPARE(m_folder->names(), names);
+    QCOMPARE(contentOf(records), content);
+    QVERIFY(contentOf(pluginCopy) == plugin);
 }
 
 void TstPanelCli::pluginWithoutAPage()

@@ -121,6 +121,9 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
     PluginLibrary library(options.plugin);
     auto const& plugin = library.plugin();
     checkPlace(options.records);
+    if (isPicture && isOneOf(options.screenshot, {options.records, library.fileName()}))
+        throw InputError(
+            QStringLiteral("%1: the picture would overwrite what the page needs").arg(options.screenshot));
     MaintenanceRecords records(options.records);
     setUpGui();
 

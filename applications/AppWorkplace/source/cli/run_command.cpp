@@ -6,6 +6,7 @@
 
 #include "controller/zrt_endpoint.h"
 #include "controller/zrt_setup.h"
+#include "files/whole_file.h"
 #include "host/clock.h"
 #include "host/log_tap.h"
 #include "host/plugin_library.h"
@@ -19,23 +20,7 @@
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/utilities.h>
 
-#include <QFileInfo>
-
 #include <memory>
-
-namespace
-{
-
-// A slip on the command line must not cost the user an input file.
-void refuseToOverwrite(QString const& trace, QStringList const& inputs)
-{
-    for (auto const& input : inputs) {
-        if (QFileInfo::exists(trace) && QFileInfo(trace) == QFileInfo(input))
-            throw InputError(QStringLiteral("%1: the trace would overwrite what the run needs").arg(trace));
-    }
-}
-
-} // namespace
 
 int runCommand(RunOptions const& options)
 {
@@ -50,8 +35,10 @@ int runCommand(RunOptions const& options)
     ZrtSetup const setup = setupFile.isEmpty() ? ZrtSetup() : readZrtSetup(setupFile);
     std::unique_ptr<TraceFile> trace;
     if (!options.trace.isEmpty()) {
-        refuseToOverwrite(options.trace,
-                          QStringList{options.sequence, setupFile, library.fileName()} + sequence.files);
+        if (isOneOf(options.trace,
+                    QStringList{options.sequence, setupFile, library.fileName()} + sequence.files))
+            throw InputError(
+                QStringLiteral("%1: the trace would overwrite what the run needs").arg(options.trace));
         trace = std::make_unique<TraceFile>(options.trace);
     }
 

@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace
@@ -69,4 +70,12 @@ QString replaceFile(QString const& fileName, QByteArray const& content)
     WholeFile file(fileName);
     static_cast<void>(file.open() && file.write(content) && file.commit());
     return file.problem();
+}
+
+bool isOneOf(QString const& fileName, QStringList const& others)
+{
+    QFileInfo const file(fileName);
+    return file.exists() && std::any_of(others.cbegin(), others.cend(), [&file](QString const& other) {
+               return file == QFileInfo(other);
+           });
 }

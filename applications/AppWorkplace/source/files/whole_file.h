@@ -2,6 +2,7 @@
 
 #include <QFileDevice>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
@@ -34,3 +35,7 @@ private:
 /// Puts a file with this content in the place of the one with this name. Answers why that was not possible;
 /// empty if it was.
 QString replaceFile(QString const& fileName, QByteArray const& content);
+
+/// Whether there is a file of this name and one of the others, by whatever name, is the same. A slip on the
+/// command line must not cost the user an input file.
+bool isOneOf(QString const& fileName, QStringList const& others);
