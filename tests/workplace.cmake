@@ -56,4 +56,15 @@ add_zrt_workplace_test(workplace_cli
         ZRT_MAKER_DOMAIN="${ZRT_MAKER_DOMAIN}"
         PROGRAM_VERSION="${PROJECT_VERSION}"
     DEPENDS workplace p_tool_vesk_zrt odd_interface odd_root odd_instances odd_dependency)
+# Runs the program; links nothing of it. Sanitizers take more memory for themselves than the program may have.
+set(memory_is_limited 1)
+if(ZRT_SANITIZERS)
+    set(memory_is_limited 0)
+endif()
+add_zrt_test(hostile_files
+    DEFINITIONS
+        WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
+        WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
+        MEMORY_IS_LIMITED=${memory_is_limited})
+add_dependencies(tst_hostile_files workplace p_tool_vesk_zrt)
 add_subdirectory(packages)
