@@ -3,6 +3,11 @@ add_zrt_workplace_test(tightening)
 add_zrt_workplace_test(zrt_preset)
 add_zrt_workplace_test(zrt_faults)
 add_zrt_workplace_test(zrt_endpoint)
+add_zrt_workplace_test(interrupted_restore
+    DEFINITIONS
+        WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
+        ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>"
+    DEPENDS workplace p_tool_vesk_zrt)
 add_zrt_workplace_test(examples
     DEFINITIONS
         WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
