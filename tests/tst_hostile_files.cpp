@@ -53,6 +53,8 @@ private slots:
     void initTestCase();
     void refused_data();
     void refused();
+    void pipeWithoutAReader_data();
+    void pipeWithoutAReader();
     void numbers_data();
     void numbers();
     void fileThatGrows();
@@ -201,6 +203,29 @@ void TstHostileFiles::refused()
     Outcome const outcome = run(before.value(reader) + QStringList{file});
     QCOMPARE(outcome.err, QStringLiteral("workplace: ") + file + message + QLatin1Char('\n'));
     QCOMPARE(outcome.out, QString());
+    QCOMPARE(outcome.exitCode, 2);
+}
+
+void TstHostileFiles::pipeWithoutAReader_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("trace") << QStringList{QStringLiteral("run"), examples + QStringLiteral("/init.json"),
+                                          QStringLiteral("--trace")}
+                           << QStringLiteral("pipe: nobody reads from this pipe");
+    QTest::newRow("picture") << QStringList{QStringLiteral("panel"),        QStringLiteral("--tool"),
+                                            QStringLiteral("left bench"),   QStringLiteral("--records"),
+                                            QStringLiteral("records.json"), QStringLiteral("--screenshot")}
+                             << QStringLiteral("pipe: the picture could not be written: nobody reads from "
+                                               "this pipe");
+}
+
+void TstHostileFiles::pipeWithoutAReader()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, message);
+    Outcome const outcome = run(arguments + QStringList{QStringLiteral("pipe")});
+    QCOMPARE(outcome.err, QStringLiteral("workplace: ") + message + QLatin1Char('\n'));
     QCOMPARE(outcome.exitCode, 2);
 }
 

@@ -1,5 +1,7 @@
 #include "whole_file.h"
 
+#include "pipe.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
@@ -29,7 +31,12 @@ WholeFile::~WholeFile() = default;
 // Unbuffered, because what cannot be written when the file is closed is lost without a word.
 bool WholeFile::open()
 {
-    return m_file->open(QIODevice::WriteOnly | QIODevice::Unbuffered) || fail();
+    QIODevice::OpenMode const mode = QIODevice::WriteOnly | QIODevice::Unbuffered;
+    auto* const file = qobject_cast<QFile*>(m_file.get());
+    if (!file || !isPipe(file->fileName()))
+        return m_file->open(mode) || fail();
+    m_problem = openPipe(*file, mode);
+    return m_problem.isEmpty();
 }
 
 bool WholeFile::write(QByteArray const& content)

@@ -2,18 +2,15 @@
 
 #include "input_error.h"
 
+#include "files/pipe.h"
+
 #include <QFile>
 #include <QRegularExpression>
 
 #include <nlohmann/json.hpp>
 
-#include <fcntl.h>
-#include <poll.h>
-
-#include <filesystem>
 #include <iterator>
 #include <limits>
-#include <system_error>
 #include <utility>
 
 struct JsonInput::Node
@@ -123,27 +120,6 @@ char const* kindOf(QVariant const& value)
     default:
         return "a number";
     }
-}
-
-bool isAPipe(QString const& fileName)
-{
-    std::error_code unknown;
-    return std::filesystem::is_fifo(QFile::encodeName(fileName).constData(), unknown);
-}
-
-// To open a pipe that nobody writes into would take for ever, without a word. Who has opened it is waited
-// for.
-bool openPipe(QFile& file)
-{
-    int const handle =
-        ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (handle < 0)
-        return false;
-    constexpr int patience = 3000; // milliseconds
-    pollfd written{handle, POLLIN, 0};
-    ::poll(&written, 1, patience);
-    return ::fcntl(handle, F_SETFL, 0) == 0
-           && file.open(handle, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
 }
 
 } // namespace
@@ -289,17 +265,21 @@ JsonInput JsonInput::fromFile(QString const& fileName)
 QByteArray JsonInput::textOf(QString const& fileName)
 {
     QFile file(fileName);
-    bool const isPipe = isAPipe(fileName);
-    if (!(isPipe ? openPipe(file) : file.open(QIODevice::ReadOnly)))
-        throw InputError(
-            QStringLiteral("%1: %2").arg(fileName, isPipe ? qt_error_string() : file.errorString()));
+    bool const isAPipe = isPipe(fileName);
+    QString problem;
+    if (isAPipe)
+        problem = openPipe(file, QIODevice::ReadOnly);
+    else if (!file.open(QIODevice::ReadOnly))
+        problem = file.errorString();
+    if (!problem.isEmpty())
+        throw InputError(QStringLiteral("%1: %2").arg(fileName, problem));
     QByteArray text = file.read(c_maximalSize + 1);
     if (file.error() != QFileDevice::NoError)
         throw InputError(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
     if (text.size() > c_maximalSize)
         throw InputError(
             QStringLiteral("%1: larger than %2 MiB").arg(fileName, QString::number(c_maximalSize >> 20)));
-    if (isPipe && text.isEmpty())
+    if (isAPipe && text.isEmpty())
         throw InputError(QStringLiteral("%1: nobody writes into this pipe").arg(fileName));
     return text;
 }
