@@ -91,6 +91,8 @@ private slots:
     void killedAtAnyCall();
     void anyCallFails_data();
     void anyCallFails();
+    void noPlace_data();
+    void noPlace();
     void leftovers();
     void severalPrograms();
 
@@ -202,6 +204,30 @@ void TstInterruptedSave::anyCallFails()
     qInfo("failed for: %s", qPrintable(complained.join(QLatin1Char(' '))));
     for (char const* const name : {"open64", "read", "write", "fsync", "linkat", "rename"})
         QVERIFY2(complained.contains(QLatin1String(name)), name);
+}
+
+void TstInterruptedSave::noPlace_data()
+{
+    QTest::addColumn<QString>("name"); // in the test's folder
+    QTest::newRow("below a file") << QStringLiteral("file/records.json");
+    QTest::newRow("in no folder") << QStringLiteral("missing/records.json");
+    // Where not even root may write.
+    QTest::newRow("among the processes") << QStringLiteral("/proc/records.json");
+}
+
+void TstInterruptedSave::noPlace()
+{
+    QFETCH(QString, name);
+    ScratchFolder const folder;
+    folder.write(QStringLiteral("file"), "content");
+    QString const file = QDir(folder.path()).absoluteFilePath(name);
+    MaintenanceRecords records(file);
+    records.edit(leftBench, {{serialNumber, QStringLiteral("new")}});
+    for (int i = 0; i < 2; ++i) // the edits stay for another try
+        QCOMPARE(complaintOf([&records] { records.save(); }),
+                 QStringLiteral("%1: the records could not be saved: %1.lock cannot be written").arg(file));
+    QCOMPARE(folder.names(), QStringList{QStringLiteral("file")});
+    QCOMPARE(contentOf(folder.filePath(QStringLiteral("file"))), QByteArray("content"));
 }
 
 void TstInterruptedSave::leftovers()

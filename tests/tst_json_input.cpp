@@ -41,6 +41,7 @@ private slots:
     void messagesAreOneLine_data();
     void messagesAreOneLine();
     void fileNamesStandAsTheyAre();
+    void fileNameBeyondAll();
 
 private:
     JsonInput read(QByteArray const& content)
@@ -583,6 +584,14 @@ void TstJsonInput::fileNamesStandAsTheyAre()
     m_folder.write(QStringLiteral("100%1%2%3 \u00e4.json"), QByteArray(4 * 1024 * 1024 + 1, ' '));
     QCOMPARE(complaintOf([&] { JsonInput::fromFile(fileName); }),
              fileName + QStringLiteral(": larger than 4 MiB"));
+}
+
+void TstJsonInput::fileNameBeyondAll()
+{
+    // As a sequence can name one.
+    QString const name = QStringLiteral("/a").repeated(1'000'000);
+    QCOMPARE(complaintOf([&name] { JsonInput::fromFile(name); }),
+             name.left(200) + QStringLiteral("...: File name too long"));
 }
 
 QTEST_GUILESS_MAIN(TstJsonInput)

@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <climits>
 #include <iterator>
 #include <limits>
 #include <utility>
@@ -271,8 +272,9 @@ QByteArray JsonInput::textOf(QString const& fileName)
         problem = openPipe(file, QIODevice::ReadOnly);
     else if (!file.open(QIODevice::ReadOnly))
         problem = file.errorString();
-    if (!problem.isEmpty())
-        throw InputError(QStringLiteral("%1: %2").arg(fileName, problem));
+    if (!problem.isEmpty()) // a name that is too long for a file may be megabytes
+        throw InputError(
+            QStringLiteral("%1: %2").arg(fileName.size() > PATH_MAX ? shown(fileName) : fileName, problem));
     QByteArray text = file.read(c_maximalSize + 1);
     if (file.error() != QFileDevice::NoError)
         throw InputError(QStringLiteral("%1: %2").arg(fileName, file.errorString()));
