@@ -11,6 +11,18 @@ add_test(NAME maintenance_page_west COMMAND tst_maintenance_page)
 set_tests_properties(maintenance_page_west PROPERTIES
     ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TZ=America/Santiago;LC_ALL=C.UTF-8" TIMEOUT 120)
 
+# It comes and goes a thousand times.
+add_zrt_test(page_lives
+    LIBRARIES workplace_gui p_tool_vesk_zrt
+    DEFINITIONS ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>")
+set_tests_properties(page_lives PROPERTIES TIMEOUT 300)
+
+# Links nothing of the plugin: it has to go.
+add_zrt_test(unloading
+    LIBRARIES workplace_gui
+    DEFINITIONS ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>")
+add_dependencies(tst_unloading p_tool_vesk_zrt)
+
 # The window, as an operator uses it: on a real screen, with the mouse and the keys of that screen.
 find_program(XVFB_RUN xvfb-run REQUIRED)
 find_program(XDOTOOL xdotool REQUIRED)

@@ -85,6 +85,8 @@ void TstPluginLibrary::loading()
         root = &plugin;
     }
     QVERIFY(root.isNull());
+    // What it has registered with QML, and texts of it, may still be about.
+    QVERIFY(isMapped(pluginFile));
 }
 
 void TstPluginLibrary::relativePath()

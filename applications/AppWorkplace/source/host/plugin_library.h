@@ -8,8 +8,8 @@ class DAbstractPlugin;
 
 /// A plugin library on disk. Looking at its metadata runs none of its code; plugin() loads it.
 ///
-/// Whatever the library made (tools, commands) must be gone before this
-/// object, which deletes the root object.
+/// Whatever the library made (tools, commands) must be gone before this object, which deletes the root
+/// object. The code stays until the process ends: QML knows its types, and texts of it may be about.
 class PluginLibrary
 {
 public:
