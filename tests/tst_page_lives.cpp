@@ -417,6 +417,7 @@ void TstPageLives::comeAndGo(Step meanwhile, Step go, QVariantMap const& edits)
         meanwhile(page);
         if (QTest::currentTestFailed())
             return;
+        QPointer<DZrtToolChannel> const held = page.held.data();
         m_engine->collectGarbage();
         go(page);
         settle();
@@ -427,6 +428,7 @@ void TstPageLives::comeAndGo(Step meanwhile, Step go, QVariantMap const& edits)
             m_engine->collectGarbage();
             settle();
         }
+        QVERIFY2(!held.isNull(), "a channel went with the script that had it");
         QVERIFY(page.root.isNull());
         QVERIFY(page.backend.isNull());
         QVERIFY(page.listed.isNull());
