@@ -106,7 +106,7 @@ QString make(QQmlEngine& engine, QByteArray const& document)
 /// Opens the page and closes it; fine, or what is wrong with it.
 QString page(Host& host)
 {
-    QSharedPointer<DElement> const record(new DElement);
+    QSharedPointer<DElement> record(new DElement);
     record->setSerialNumber(QStringLiteral("ZRT-0042"));
     DAbstractPluginBackend::setElementSource([record](QString const&) { return record; });
     Application application;
@@ -158,7 +158,7 @@ using Step = QString (*)(Host&);
 QString loadAgain(Host& host)
 {
     for (int i = 0; i < 3; ++i) {
-        QString const words = everything(host);
+        QString words = everything(host);
         if (words != c_fine)
             return words;
         host.unload();
