@@ -177,6 +177,31 @@ QVariantMap preset(ByteReader& bytes)
     return values;
 }
 
+/// What a controller could reply, or anything.
+QMap<QString, QVariant> usualReply(ByteReader& bytes)
+{
+    switch (bytes.below(8)) {
+    case 0:
+        return {};
+    case 1:
+        return {{QStringLiteral("doneOk"), bytes.truth()}};
+    case 2:
+        return {{QStringLiteral("lockStatus"), bytes.below(3)},
+                {QStringLiteral("fasteningLocked"), true},
+                {QStringLiteral("looseningLocked"), bytes.truth()}};
+    case 3:
+        return {{QStringLiteral("presetData"), preset(bytes)}};
+    case 4:
+        return {{QStringLiteral("values"), eventValues(bytes)}};
+    case 5:
+        return {{QStringLiteral("values"), QVariantList{anyValue(bytes, 1)}}};
+    case 6:
+        return {{QStringLiteral("statusData"), anyMap(bytes, 1)}};
+    default:
+        return anyMap(bytes);
+    }
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(OfTheHost)
@@ -269,26 +294,22 @@ QMap<QString, QVariant> anyMap(ByteReader& bytes, int depth)
 
 QMap<QString, QVariant> anyReply(ByteReader& bytes)
 {
-    switch (bytes.below(8)) {
+    QMap<QString, QVariant> reply = usualReply(bytes);
+    switch (bytes.below(6)) {
     case 0:
-        return {};
-    case 1:
-        return {{QStringLiteral("doneOk"), bytes.truth()}};
-    case 2:
-        return {{QStringLiteral("lockStatus"), bytes.below(3)},
-                {QStringLiteral("fasteningLocked"), true},
-                {QStringLiteral("looseningLocked"), bytes.truth()}};
-    case 3:
-        return {{QStringLiteral("presetData"), preset(bytes)}};
-    case 4:
-        return {{QStringLiteral("values"), eventValues(bytes)}};
-    case 5:
-        return {{QStringLiteral("values"), QVariantList{anyValue(bytes, 1)}}};
-    case 6:
-        return {{QStringLiteral("statusData"), anyMap(bytes, 1)}};
-    default:
-        return anyMap(bytes);
+        if (!reply.isEmpty())
+            reply.erase(std::next(reply.begin(), bytes.below(reply.size())));
+        break;
+    case 1: {
+        auto const more = anyMap(bytes);
+        for (auto it = more.cbegin(); it != more.cend(); ++it)
+            reply.insert(it.key(), *it);
+        break;
     }
+    default:
+        break;
+    }
+    return reply;
 }
 
 bool isSame(QVariant const& a, QVariant const& b)

@@ -204,7 +204,7 @@ Effects ExpectedCommand::execute()
     m_effects = {};
     bool const goesAnyway = m_kind.className == QByteArray("DCmdTriggerListen");
     if (m_isLinked) {
-        // Executed anew while it runs, it is still the same order, and what failed has failed.
+        // Until it has ended it is one order, however often it is executed.
         m_hasFailed = m_isRunning && m_hasFailed;
         m_isRunning = true;
     }
@@ -220,7 +220,7 @@ Effects ExpectedCommand::reply(quint64 id, Map const& reply)
     auto const found = m_pending.find(id);
     if (found == m_pending.end()) {
         if (m_isLinked)
-            m_effects.dropped += id;
+            m_effects.addDropped(id);
         return m_effects;
     }
     Post const post = found->second.post;
@@ -401,7 +401,7 @@ bool ExpectedCommand::event(Map const& reply)
         QString info;
         QDebug(&info) << "ZRT screwdriver " << parameter("name", {}).toString() << " error code " << code
                       << ": " << errorText(code);
-        m_effects.infos += info.trimmed();
+        m_effects.addInfo(info.trimmed());
     }
     published[QStringLiteral("serialNumber")] = textOf("serialNumber");
     published[QStringLiteral("validityDate")] = textOf("validityDate");
@@ -480,7 +480,7 @@ quint64 ExpectedCommand::post(char const* name, Map const& arguments)
     Post one{m_isLinked ? ++m_lastId : ++m_lastOwnId, QString::fromLatin1(name), arguments};
     m_pending[one.id] = {one, false, false};
     if (m_isLinked)
-        m_effects.posts += one;
+        m_effects.add(one);
     return one.id;
 }
 
@@ -489,13 +489,13 @@ bool ExpectedCommand::update(char const* key, QVariant const& value)
     QString const name = QString::fromLatin1(key);
     m_results[name] = value;
     if (m_isLinked)
-        m_effects.results.append({name, value});
+        m_effects.addResult(name, value);
     return true;
 }
 
 bool ExpectedCommand::refuse(int line, QString const& message, bool answer)
 {
-    m_effects.errors.append({fileName(), line, message});
+    m_effects.add(ErrorLine{fileName(), line, message});
     return answer;
 }
 
@@ -510,7 +510,7 @@ bool ExpectedCommand::refuseFormat(int line, QVariant const& values)
 void ExpectedCommand::withdraw(quint64 id)
 {
     if (m_pending.erase(id) != 0 && m_isLinked)
-        m_effects.withdrawn += id;
+        m_effects.addWithdrawn(id);
 }
 
 void ExpectedCommand::fail()
@@ -533,9 +533,9 @@ void ExpectedCommand::end(bool success)
             overdue += it->first;
         ++it;
     }
-    m_effects.ends += success;
+    m_effects.addEnd(success);
     if (m_isLinked)
-        m_effects.toldEnds += success;
+        m_effects.addToldEnd(success);
     // What it still waits for is answered, unless that took too long before.
     for (quint64 const id : qAsConst(overdue))
         withdraw(id);

@@ -24,7 +24,8 @@ struct ErrorLine
     QString message;
 };
 
-/// What comes of one call of a command, in the order in which it came.
+/// What comes of one call of a command: each kind in the order in which it came, and in which order the kinds
+/// came.
 struct Effects
 {
     bool answer = false;
@@ -36,11 +37,28 @@ struct Effects
     QList<quint64> dropped;
     QList<bool> ends;     ///< as the command's signal tells them: whether it succeeded
     QList<bool> toldEnds; ///< as its order is told of them
+    QByteArray kinds;     ///< a letter for each, of whatever kind
+
+    void add(Post const& post) { noted('p', posts) += post; }
+    void add(ErrorLine const& error) { noted('e', errors) += error; }
+    void addResult(QString const& key, QVariant const& value) { noted('r', results).append({key, value}); }
+    void addInfo(QString const& info) { noted('i', infos) += info; }
+    void addWithdrawn(quint64 id) { noted('w', withdrawn) += id; }
+    void addDropped(quint64 id) { noted('d', dropped) += id; }
+    void addEnd(bool success) { noted('s', ends) += success; }
+    void addToldEnd(bool success) { noted('t', toldEnds) += success; }
+
+private:
+    template <class List> List& noted(char kind, List& list)
+    {
+        kinds += kind;
+        return list;
+    }
 };
 
 /// A command of the plugin as it ought to be: told what a host does to a real one, it answers what must come
 /// of it. It knows what the commands promise (docs/commands.md, docs/log-lines.md, docs/controller.md) and
-/// what the host framework does with their instructions, and shares no code with either.
+/// what the host framework does with their instructions, and uses no code of either.
 class ExpectedCommand
 {
 public:

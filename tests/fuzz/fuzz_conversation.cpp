@@ -17,6 +17,8 @@
 #include <QSharedPointer>
 #include <QUuid>
 
+#include <sanitizer/allocator_interface.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -33,12 +35,14 @@ constexpr std::size_t c_mostCommands = 4;
 /// Far from the ids that a command without an order gives its instructions.
 constexpr quint64 c_firstId = 1000;
 constexpr int c_timeAllowance = 4000;
+/// Of so many conversations one is held twice, to see whether the second one leaves something behind.
+constexpr unsigned c_heldAgain = 16;
 
 /// What was called in a reply handler since the program started.
 quint64 handlerCalls = 0;
 
-QList<ErrorLine> loggedErrors;
-QStringList loggedInfos;
+/// Of the call that is looked at: what comes of it, and of which class whoever complains has to be.
+Effects* heard = nullptr;
 QByteArray complainingClass;
 
 /// Takes an error line apart; every piece of its prefix has to be there.
@@ -64,10 +68,12 @@ ErrorLine parsed(QString const& text)
 
 void keepLogLine(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
 {
+    check(heard && (type == QtCriticalMsg || type == QtInfoMsg),
+          [&] { return QStringLiteral("nobody asked for this line: ") + text; });
     if (type == QtCriticalMsg)
-        loggedErrors.append(parsed(text));
-    else if (type == QtInfoMsg)
-        loggedInfos.append(text.trimmed());
+        heard->add(parsed(text));
+    else
+        heard->addInfo(text.trimmed());
 }
 
 /// An order of the fuzzer's host: it writes down what its command does.
@@ -83,19 +89,19 @@ protected:
               [&] { return QStringLiteral("an instruction to ") + instruction.target; });
         check(instruction.timeAllowance == c_timeAllowance,
               [&] { return QStringLiteral("a time allowance of %1").arg(instruction.timeAllowance); });
-        m_effects.posts.append({++m_lastId, instruction.name, instruction.arguments});
+        m_effects.add(Post{++m_lastId, instruction.name, instruction.arguments});
         return m_lastId;
     }
-    void instructionWithdrawn(quint64 id) override { m_effects.withdrawn += id; }
+    void instructionWithdrawn(quint64 id) override { m_effects.addWithdrawn(id); }
     void resultUpdated(QString const& key, QVariant const& value) override
     {
-        m_effects.results.append({key, value});
+        m_effects.addResult(key, value);
     }
-    void replyDropped(quint64 id) override { m_effects.dropped += id; }
+    void replyDropped(quint64 id) override { m_effects.addDropped(id); }
     void commandFinished(bool success, QString const& message) override
     {
         check(!success || message.isEmpty(), [&] { return QStringLiteral("succeeded, but ") + message; });
-        m_effects.toldEnds += success;
+        m_effects.addToldEnd(success);
     }
 
 private:
@@ -107,7 +113,7 @@ QString shown(Effects const& effects)
 {
     QString text;
     QDebug stream(&text);
-    stream << "\n   answer" << effects.answer;
+    stream << "\n   answer" << effects.answer << "kinds, in order" << effects.kinds;
     for (auto const& post : effects.posts)
         stream << "\n   instruction" << post.id << post.name << post.arguments;
     for (auto const& result : effects.results)
@@ -124,8 +130,9 @@ bool areSame(Effects const& did, Effects const& should)
     auto const eachSame = [](auto const& a, auto const& b, auto const& same) {
         return a.size() == b.size() && std::equal(a.cbegin(), a.cend(), b.cbegin(), same);
     };
-    return did.answer == should.answer && did.infos == should.infos && did.withdrawn == should.withdrawn
-           && did.dropped == should.dropped && did.ends == should.ends && did.toldEnds == should.toldEnds
+    return did.answer == should.answer && did.kinds == should.kinds && did.infos == should.infos
+           && did.withdrawn == should.withdrawn && did.dropped == should.dropped && did.ends == should.ends
+           && did.toldEnds == should.toldEnds
            && eachSame(did.posts, should.posts,
                        [](Post const& a, Post const& b) {
                            return a.id == b.id && a.name == b.name && isSame(a.arguments, b.arguments);
@@ -153,7 +160,7 @@ public:
         check(m_object && m_object->parent() == &tool,
               [&] { return name + QStringLiteral(" has no parent"); });
         QObject::connect(m_object, &DAbstractCommand::sigCommandFinished, m_object,
-                         [this](bool success) { m_effects.ends += success; });
+                         [this](bool success) { m_effects.addEnd(success); });
         giveOrder();
     }
 
@@ -248,12 +255,10 @@ private:
     template <class Do, class Expect> void call(Do const& doIt, Expect const& expect)
     {
         m_effects = {};
-        loggedErrors.clear();
-        loggedInfos.clear();
+        heard = &m_effects;
         complainingClass = m_expected.className();
         m_effects.answer = doIt();
-        m_effects.errors = loggedErrors;
-        m_effects.infos = loggedInfos;
+        heard = nullptr;
         Effects const should = expect();
         check(areSame(m_effects, should), [&] {
             return m_name + QStringLiteral(" does") + shown(m_effects) + QStringLiteral("\n   and not")
@@ -445,8 +450,19 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     }();
     static_cast<void>(installed);
 
-    ByteReader bytes(data, size);
-    Conversation(tools, bytes).hold();
-    tools.checkForLeftovers();
+    auto const hold = [&] {
+        ByteReader bytes(data, size);
+        Conversation(tools, bytes).hold();
+        tools.checkForLeftovers();
+        return __sanitizer_get_current_allocated_bytes();
+    };
+    std::size_t const before = hold();
+    // What is kept and can be reached is no leak, but there is nothing of a conversation that should be kept.
+    // The first time something is made that lasts.
+    static unsigned conversations = 0;
+    if (conversations++ % c_heldAgain == 0) {
+        std::size_t const after = hold();
+        check(after <= before, [&] { return QStringLiteral("%1 bytes are kept").arg(after - before); });
+    }
     return 0;
 }
