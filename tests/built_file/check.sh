@@ -88,6 +88,16 @@ fortification() {
     answer "calls into the C library checked" grep -qE '^__(v?snprintf|v?fprintf|memcpy|strcpy)_chk\b' <<<"$calls"
 }
 
+# How the units of what is handed over are compiled. The file is the build's list of commands.
+commands() {
+    local units
+    units=$(grep -E '^ *"command": .* -c [^ ]*/(libraries|plugins|applications)/[^ ]*\.cpp"' "$file")
+    answer "every unit guards its stack" not grep -qvE -e ' -fstack-protector-strong .* -c ' <<<"$units"
+    answer "none takes that back" not grep -qE -e ' -fno-stack-protector' <<<"$units"
+    answer "every unit checks calls into the C library" not grep -qvE -e ' -D_FORTIFY_SOURCE=2 .* -c ' <<<"$units"
+    answer "none takes that back" not grep -qE -e ' -D_FORTIFY_SOURCE=2 .*(-U_FORTIFY|-O0)' <<<"$units"
+}
+
 not() {
     ! "$@"
 }

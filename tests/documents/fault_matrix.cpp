@@ -23,6 +23,7 @@
 #include <QTextStream>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -30,7 +31,7 @@
 namespace
 {
 
-constexpr int c_hold = 3000;   // how much later a reply comes that others overtake
+constexpr int c_hold = 3500;   // how much later a reply comes that others overtake
 constexpr int c_away = 2000;   // how long a controller is away that comes back
 constexpr int c_stop = 10'000; // when a listening command is stopped
 constexpr int c_pulls[] = {1000, 3000};
@@ -43,6 +44,7 @@ struct Sent
     QString arguments;
     int nth = 0; // of its name
     QStringList replyKeys;
+    int replies = 0;
     int step = 0; // the place among the steps of the run
 };
 
@@ -63,14 +65,16 @@ struct Fault
         None,
         OfTheController, // one that it can be set up with
         HeldBack,        // the first reply comes behind others
+        FirstSpoiled,    // the first reply of several lacks a key
         GoneBefore,      // nobody is there to take the instruction
         GoneBeforeAndBack,
-        GoneAfterAndBack, // the instruction arrives, and then nobody is there for a while
+        GoneAfter, // the instruction arrives, and then nobody is there
+        GoneAfterAndBack,
     };
 
     QString name;
     Kind kind = None;
-    ZrtFault::Kind ofTheController = ZrtFault::Delay;
+    ZrtFault::Kind kindThere = ZrtFault::Delay;
     QString key;
     Sent instruction;
 };
@@ -85,27 +89,30 @@ QString withArguments(QString const& name, QString const& arguments)
     return code(arguments == QLatin1String("{}") ? name : name + QLatin1Char(' ') + arguments);
 }
 
-/// The way to a controller, on which the first reply to one instruction is held back.
+/// The way to a controller, on which something befalls the first reply to one instruction.
 class Detour final : public Endpoint
 {
 public:
-    Detour(Endpoint& controller, Clock& clock, Sent instruction)
+    using Deed = std::function<void(QVariantMap const& reply, Reply const& onReply)>;
+
+    /// @p deed  is done instead of handing that reply on; empty for none
+    Detour(Endpoint& controller, Sent instruction, Deed deed)
         : m_controller(controller)
-        , m_clock(clock)
         , m_instruction(std::move(instruction))
+        , m_deed(std::move(deed))
     {}
 
     bool isConnected() const override { return m_controller.isConnected(); }
     void withdraw(quint64 id) override { m_controller.withdraw(id); }
     void post(quint64 id, QString const& instruction, QVariantMap const& arguments, Reply onReply) override
     {
-        if (instruction != m_instruction.name || ++m_count != m_instruction.nth) {
+        if (!m_deed || instruction != m_instruction.name || ++m_count != m_instruction.nth) {
             m_controller.post(id, instruction, arguments, std::move(onReply));
             return;
         }
         m_controller.post(id, instruction, arguments, [this, onReply](QVariantMap const& reply) {
-            if (std::exchange(m_isFirst, false))
-                m_clock.after(c_hold, [onReply, reply] { onReply(reply); });
+            if (auto const deed = std::exchange(m_deed, nullptr))
+                deed(reply, onReply);
             else
                 onReply(reply);
         });
@@ -113,10 +120,9 @@ public:
 
 private:
     Endpoint& m_controller;
-    Clock& m_clock;
     Sent const m_instruction;
+    Deed m_deed;
     int m_count = 0;
-    bool m_isFirst = true;
 };
 
 /// An order of one command, from its start until nothing happens any more.
@@ -129,7 +135,7 @@ public:
         , m_controller(state())
         , m_faults(faults())
         , m_endpoint(m_controller, m_faults, {}, m_clock)
-        , m_detour(m_endpoint, m_clock, m_fault.kind == Fault::HeldBack ? m_fault.instruction : Sent())
+        , m_detour(m_endpoint, m_fault.instruction, onTheWay())
     {
         m_events.listen([this](qint64 time, RunEvent const& event) {
             std::visit([this, time](auto const& one) { note(time, one); }, event);
@@ -168,12 +174,26 @@ private:
         if (m_fault.kind != Fault::OfTheController)
             return ZrtFaults();
         ZrtFault fault;
-        fault.kind = m_fault.ofTheController;
+        fault.kind = m_fault.kindThere;
         fault.instruction = m_fault.instruction.name;
         fault.nth = m_fault.instruction.nth;
         fault.delay = fault.kind == ZrtFault::Late ? 5000 : 0;
         fault.key = m_fault.key;
         return ZrtFaults({fault});
+    }
+
+    Detour::Deed onTheWay()
+    {
+        if (m_fault.kind == Fault::HeldBack)
+            return [this](QVariantMap const& reply, Endpoint::Reply const& onReply) {
+                m_clock.after(c_hold, [onReply, reply] { onReply(reply); });
+            };
+        if (m_fault.kind == Fault::FirstSpoiled)
+            return [this](QVariantMap reply, Endpoint::Reply const& onReply) {
+                reply.remove(m_fault.key);
+                onReply(reply);
+            };
+        return {};
     }
 
     static QVariantMap parameters(QString const& backup)
@@ -216,7 +236,9 @@ private:
     }
     void note(qint64 /*time*/, ReplyArrived const& event)
     {
-        sent(event.instruction).replyKeys = event.reply.keys();
+        auto& answered = sent(event.instruction);
+        answered.replyKeys = event.reply.keys();
+        ++answered.replies;
     }
     void note(qint64 /*time*/, ReplyDropped const& /*event*/) { ++m_dropped; }
     void note(qint64 /*time*/, ResultUpdated const& event)
@@ -256,6 +278,9 @@ private:
             m_endpoint.setConnected(false);
             m_clock.after(c_away, [this] { m_endpoint.setConnected(true); });
             break;
+        case Fault::GoneAfter:
+            m_clock.after(1, [this] { m_endpoint.setConnected(false); });
+            break;
         case Fault::GoneAfterAndBack:
             m_clock.after(1, [this] { m_endpoint.setConnected(false); });
             m_clock.after(c_away, [this] { m_endpoint.setConnected(true); });
@@ -265,7 +290,12 @@ private:
         }
     }
 
-    Sent& sent(quint64 instruction) { return m_course.sent[m_numbers.value(instruction)]; }
+    Sent& sent(quint64 instruction)
+    {
+        if (!m_numbers.contains(instruction))
+            throw std::runtime_error("an instruction that was never posted");
+        return m_course.sent[m_numbers[instruction]];
+    }
 
     QString const m_command;
     Fault const m_fault;
@@ -286,23 +316,28 @@ private:
 QList<Fault> faultsOf(Sent const& instruction)
 {
     QList<Fault> faults;
-    auto const ofTheController = [&](QString const& name, ZrtFault::Kind kind, QString const& key = {}) {
+    auto const there = [&](QString const& name, ZrtFault::Kind kind, QString const& key = {}) {
         faults += Fault{name, Fault::OfTheController, kind, key, instruction};
     };
-    auto const onTheWay = [&](QString const& name, Fault::Kind kind) {
-        faults += Fault{name, kind, ZrtFault::Delay, {}, instruction};
+    auto const onTheWay = [&](QString const& name, Fault::Kind kind, QString const& key = {}) {
+        faults += Fault{name, kind, ZrtFault::Delay, key, instruction};
     };
-    ofTheController(QStringLiteral("lost"), ZrtFault::Loss);
-    ofTheController(QStringLiteral("late"), ZrtFault::Late);
-    ofTheController(QStringLiteral("twice"), ZrtFault::Duplicate);
+    there(QStringLiteral("lost"), ZrtFault::Loss);
+    there(QStringLiteral("late"), ZrtFault::Late);
+    there(QStringLiteral("twice"), ZrtFault::Duplicate);
     onTheWay(QStringLiteral("out of order"), Fault::HeldBack);
     for (auto const& key : instruction.replyKeys)
-        ofTheController(QStringLiteral("missing ") + code(key), ZrtFault::MissingKey, key);
+        there(QStringLiteral("missing ") + code(key), ZrtFault::MissingKey, key);
+    if (instruction.replies > 1) {
+        for (auto const& key : instruction.replyKeys)
+            onTheWay(QStringLiteral("missing %1 at first").arg(code(key)), Fault::FirstSpoiled, key);
+    }
     for (auto const& key : instruction.replyKeys)
-        ofTheController(QStringLiteral("wrong type of ") + code(key), ZrtFault::WrongType, key);
-    ofTheController(QStringLiteral("refused"), ZrtFault::Refused);
+        there(QStringLiteral("wrong type of ") + code(key), ZrtFault::WrongType, key);
+    there(QStringLiteral("refused"), ZrtFault::Refused);
     onTheWay(QStringLiteral("gone before"), Fault::GoneBefore);
-    ofTheController(QStringLiteral("gone with it"), ZrtFault::Disconnected);
+    there(QStringLiteral("gone with it"), ZrtFault::Disconnected);
+    onTheWay(QStringLiteral("gone after"), Fault::GoneAfter);
     onTheWay(QStringLiteral("gone before, and back"), Fault::GoneBeforeAndBack);
     onTheWay(QStringLiteral("gone after, and back"), Fault::GoneAfterAndBack);
     return faults;

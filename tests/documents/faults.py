@@ -30,7 +30,7 @@ if update:
     page.write_text(before + BEGIN + "\n" + made + END + after, encoding="utf-8")
     sys.exit(0)
 
-print(f"rows: {made.count(chr(10) + '| ')}")
+print(f"rows: {made.count(chr(10) + '| `')}")
 difference = list(difflib.unified_diff(told.lstrip("\n").splitlines(), made.splitlines(), "the page", "what happens",
                                        n=0, lineterm=""))
 print("\n".join(difference))
