@@ -988,6 +988,7 @@ void TstHost::logAddresses_data()
     row("several", "QThread(0x7ffe1234, name = \"0x7ffe12345678\") 0x00abcdef;",
         "QThread(0x.., name = \"0x..\") 0x..;");
     // A code that a device gives is no address.
+    row("low address", "This = DCmdInitZrt(0x4e5a2c0)", "This = DCmdInitZrt(0x..)");
     row("code", "controller error 0x21", "controller error 0x21");
     row("only the mark", "0x and 0xyz", "0x and 0xyz");
 }

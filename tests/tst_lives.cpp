@@ -192,12 +192,7 @@ void TstLives::everyOrderOfGoing()
 
 void TstLives::instanceGoesFirst_data()
 {
-    QTest::addColumn<QString>("name");
-    auto const instance = ShippedPlugin().makeInstance(QUuid());
-    instance->initPluginCommands();
-    auto const names = instance->commandNames();
-    for (auto const& name : names)
-        QTest::newRow(qPrintable(name)) << name;
+    addCommandRows();
 }
 
 void TstLives::instanceGoesFirst()

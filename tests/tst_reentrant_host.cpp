@@ -197,16 +197,6 @@ private:
     int m_answered = 0;
 };
 
-void addCommandRows()
-{
-    QTest::addColumn<QString>("name");
-    auto const instance = ShippedPlugin().makeInstance(QUuid());
-    instance->initPluginCommands();
-    auto const names = instance->commandNames();
-    for (auto const& name : names)
-        QTest::newRow(qPrintable(name)) << name;
-}
-
 } // namespace
 
 Q_DECLARE_METATYPE(Operation)

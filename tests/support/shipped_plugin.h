@@ -9,6 +9,7 @@
 #include <QSharedPointer>
 #include <QString>
 #include <QUuid>
+#include <QtTest>
 
 #include <memory>
 
@@ -31,6 +32,17 @@ public:
 private:
     QPluginLoader m_loader;
 };
+
+/// A column "name" and a row for each of the plugin's commands.
+inline void addCommandRows()
+{
+    QTest::addColumn<QString>("name");
+    auto const instance = ShippedPlugin().makeInstance(QUuid());
+    instance->initPluginCommands();
+    auto const names = instance->commandNames();
+    for (auto const& name : names)
+        QTest::newRow(qPrintable(name)) << name;
+}
 
 /// A working command of the shipped plugin, linked to an order that records; cloned from its prototype in a
 /// plugin instance of its own. The members are in the order in which a host must let go of them, last first.

@@ -31,7 +31,7 @@ QString nameOf(QtMsgType type)
 
 void publish(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
 {
-    static QRegularExpression const address(QStringLiteral("0x[0-9a-f]{8,}"));
+    static QRegularExpression const address(QStringLiteral("0x[0-9a-f]{6,}"));
     QString stable = text;
     stable.replace(address, QStringLiteral("0x.."));
     s_events->publish(LogWritten{nameOf(type), stable});
