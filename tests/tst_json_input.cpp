@@ -1,6 +1,7 @@
 #include "json/json_input.h"
 
 #include "complaint.h"
+#include "message_capture.h"
 #include "scratch_folder.h"
 
 #include <QtTest>
@@ -27,6 +28,7 @@ private slots:
     void valuesOutliveTheirFile();
     void notThere_data();
     void notThere();
+    void noName();
     void notJson_data();
     void notJson();
     void textWithANewlineInItIsReportedWhereItStands();
@@ -239,6 +241,14 @@ void TstJsonInput::notThere()
     QFETCH(QString, fileName);
     QFETCH(QString, message);
     QCOMPARE(complaintOf([&] { JsonInput::fromFile(fileName); }), fileName + QStringLiteral(": ") + message);
+}
+
+void TstJsonInput::noName()
+{
+    MessageCapture log;
+    QCOMPARE(complaintOf([] { JsonInput::fromFile(QString()); }),
+             QStringLiteral("the name of the file is empty"));
+    QVERIFY(log.lines.isEmpty());
 }
 
 void TstJsonInput::notJson_data()

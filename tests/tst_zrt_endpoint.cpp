@@ -945,7 +945,9 @@ void TstZrtEndpoint::restoreOfAMissingFile()
         bench.post("restoreBackup", range(fileName, 0, 0));
         bench.finish();
         QCOMPARE(bench.replies, QStringList{failedAt(5, message)});
-        QVERIFY2(message.startsWith(fileName + QStringLiteral(": ")), qPrintable(message));
+        QString const beginning =
+            fileName.isEmpty() ? QStringLiteral("the name of the file") : fileName + QStringLiteral(": ");
+        QVERIFY2(message.startsWith(beginning), qPrintable(message));
         QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
     }
 }

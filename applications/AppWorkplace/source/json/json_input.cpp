@@ -265,6 +265,8 @@ JsonInput JsonInput::fromFile(QString const& fileName)
 
 QByteArray JsonInput::textOf(QString const& fileName)
 {
+    if (fileName.isEmpty())
+        throw InputError(QStringLiteral("the name of the file is empty"));
     QFile file(fileName);
     bool const isAPipe = isPipe(fileName);
     QString problem;
