@@ -272,11 +272,11 @@ void TstReentrantHost::handoverRefuses_data()
         });
         row("finish in its own way", "commandFinish()",
             [](MeddlingOrder&, ScriptedCommand& command) { return command.finish(true); });
-        row("execute by another order", "execute()", [](MeddlingOrder&, ScriptedCommand& command) {
+        row("execute by another order", "linkWithItsOrder()", [](MeddlingOrder&, ScriptedCommand& command) {
             RecordingOrder other;
             return other.execute(command) || !other.posted.isEmpty();
         });
-        row("execute another by the order", "execute()", [](MeddlingOrder& order, ScriptedCommand&) {
+        row("execute another by the order", "linkWithItsOrder()", [](MeddlingOrder& order, ScriptedCommand&) {
             auto const other = make(twoQuestions());
             return order.execute(*other);
         });

@@ -31,7 +31,9 @@ DAbstractCommand::~DAbstractCommand()
 void DAbstractCommand::linkWithItsOrder(QObject* order)
 {
     auto* const next = qobject_cast<DOrder*>(order);
-    if (refuses("linkWithItsOrder()") || (next && next->isTaken(*this, "linkWithItsOrder()")))
+    if (next && next->m_command == this)
+        return;
+    if (refuses("linkWithItsOrder()") || (next && next->isTaken("linkWithItsOrder()")))
         return;
     if (auto* const former = this->order(); former && former->m_command == this)
         former->m_command = nullptr;
@@ -236,10 +238,8 @@ DAbstractCommand::Busy::~Busy()
         m_command.end(m_command.m_failure.isEmpty());
 }
 
-bool DAbstractCommand::refuses(char const* operation) const
+bool DAbstractCommand::tellRefusal(char const* operation) const
 {
-    if (m_handovers == 0)
-        return false;
     qCritical("The command \"%s\" refused %s: it came from within its order's instructionPosted() or "
               "instructionWithdrawn()",
               qPrintable(m_commandName), operation);

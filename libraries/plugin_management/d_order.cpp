@@ -12,23 +12,24 @@ quint64 DOrder::id() const
 
 bool DOrder::execute(ICommand& command)
 {
-    auto* const linked = dynamic_cast<DAbstractCommand*>(&command);
-    if (linked && (linked->refuses("execute()") || isTaken(*linked, "execute()")))
-        return false;
     command.linkWithItsOrder(this);
-    if (!linked)
-        return command.commandExecute();
+    // A command that is not linked then is of another make, or has refused it.
+    if (!m_command)
+        return !dynamic_cast<DAbstractCommand*>(&command) && command.commandExecute();
     // What the command tells may be the end of this order.
-    DAbstractCommand::Busy const busy(*linked);
+    DAbstractCommand& linked = *m_command;
+    if (static_cast<ICommand*>(&linked) != &command || linked.refuses("execute()"))
+        return false;
+    DAbstractCommand::Busy const busy(linked);
     bool const accepted = command.commandExecute();
-    if (!accepted && linked->m_isRunning)
-        linked->fail(QStringLiteral("the command refused to start"));
+    if (!accepted && linked.m_isRunning)
+        linked.fail(QStringLiteral("the command refused to start"));
     return accepted;
 }
 
-bool DOrder::isTaken(DAbstractCommand const& by, char const* operation) const
+bool DOrder::isTaken(char const* operation) const
 {
-    return m_command && m_command != &by && m_command->refuses(operation);
+    return m_command && m_command->refuses(operation);
 }
 
 void DOrder::allowancePassed(quint64 instructionId)

@@ -83,8 +83,8 @@ protected:
 private:
     friend class DAbstractCommand;
 
-    /// Whether another command than @p by has this order and refuses @p operation now; then that is told.
-    bool isTaken(DAbstractCommand const& by, char const* operation) const;
+    /// Whether the command that has this order refuses @p operation now; then that is told.
+    bool isTaken(char const* operation) const;
 
     quint64 const m_id;
     QPointer<DAbstractCommand> m_command;
