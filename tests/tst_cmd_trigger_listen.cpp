@@ -175,6 +175,8 @@ void TestCmdTriggerListen::triggers()
     QCOMPARE(conversation(trigger, 3), isTriggered ? (QStringList{c_reset, c_lock}) : QStringList());
     QCOMPARE(trigger.order.withdrawn,
              isTriggered ? QList<quint64>{trigger.order.posted[2].id} : QList<quint64>());
+    // Behind the reset, and before the lock.
+    QCOMPARE(trigger.order.withdrawnBehind, isTriggered ? QList<int>{4} : QList<int>());
     QCOMPARE(trigger.order.results.size(), 0);
     QCOMPARE(trigger.order.finishes.size(), 0);
 }
@@ -285,6 +287,7 @@ void TestCmdTriggerListen::finishWhileListening()
     QVERIFY(success);
     QCOMPARE(conversation(trigger, 3), (QStringList{c_lock, c_reset}));
     QCOMPARE(trigger.order.withdrawn, QList<quint64>{trigger.order.posted[2].id});
+    QCOMPARE(trigger.order.withdrawnBehind, QList<int>{3});
     QCOMPARE(trigger.order.finishes.size(), 1);
     QVERIFY(trigger.order.finishes[0].success);
     // The tool is locked, but that is no trigger.

@@ -154,7 +154,7 @@ private:
     /// Whether @p operation comes in the middle of a handover, where the command is half way through
     /// something; then it is told.
     bool refuses(char const* operation) const { return m_handovers > 0 && tellRefusal(operation); }
-    bool tellRefusal(char const* operation) const; ///< true
+    bool tellRefusal(char const* operation) const; ///< always true
 
     /// An id where the order gives none.
     quint64 nextOwnId();

@@ -27,6 +27,7 @@ public:
 
     QList<Posted> posted;
     QList<quint64> withdrawn;
+    QList<int> withdrawnBehind; ///< of each, how many instructions had been posted by then
     QList<QPair<QString, QVariant>> results;
     QList<quint64> dropped;
     QList<Finish> finishes;
@@ -46,7 +47,11 @@ protected:
         posted.append({++m_lastId, instruction});
         return m_lastId;
     }
-    void instructionWithdrawn(quint64 id) override { withdrawn.append(id); }
+    void instructionWithdrawn(quint64 id) override
+    {
+        withdrawn.append(id);
+        withdrawnBehind.append(posted.size());
+    }
     void resultUpdated(QString const& key, QVariant const& value) override { results.append({key, value}); }
     void replyDropped(quint64 id) override { dropped.append(id); }
     void commandFinished(bool success, QString const& message) override
