@@ -31,16 +31,17 @@ bool DCmdStartTightening::commandExecute()
 {
     if (!DAbstractCommand::commandExecute())
         return false;
-    // The program is selected by its number, its preset is asked for with the value as it was given.
     QVariant const program = getParameterValue(QStringLiteral("program"), QVariant());
-    QVariant const locking = getParameterValue(QStringLiteral("locking"), QVariant());
     addInstruction(zrt::device(), QStringLiteral("setProgram"),
                    {{QStringLiteral("program"), QVariant(program.toUInt())}}, zrt::c_timeAllowance,
                    zrt::OnReply(this, &DCmdStartTightening::onSetProgramReply));
+    QVariant const locking = getParameterValue(QStringLiteral("locking"), QVariant());
     addInstruction(zrt::device(), QStringLiteral("setLock"),
                    {{QStringLiteral("lock"), QVariant(locking.toUInt())}}, zrt::c_timeAllowance,
                    zrt::OnReply(this, &DCmdStartTightening::onSetLockReply));
-    addInstruction(zrt::device(), QStringLiteral("getPresetData"), {{QStringLiteral("preset"), program}},
+    // The preset is asked for with the value as the order gives it, not with the number made of it.
+    QVariant const preset = getParameterValue(QStringLiteral("program"), QVariant());
+    addInstruction(zrt::device(), QStringLiteral("getPresetData"), {{QStringLiteral("preset"), preset}},
                    zrt::c_timeAllowance, zrt::OnReply(this, &DCmdStartTightening::onGetPresetDataReply));
     return true;
 }
