@@ -38,12 +38,13 @@ bool DCmdRestore::commandExecute()
 {
     if (!DAbstractCommand::commandExecute())
         return false;
+    QString const loadControllerParams = QStringLiteral("loadControllerParams");
+    bool const isLoadingParams = getParameterValue(loadControllerParams, QVariant(false)).toBool();
     QMap<QString, QVariant> arguments;
     for (auto const& key :
          {QStringLiteral("filePath"), QStringLiteral("startPreset"), QStringLiteral("endPreset")})
         arguments.insert(key, getParameterValue(key, QVariant()));
-    QString const loadControllerParams = QStringLiteral("loadControllerParams");
-    arguments.insert(loadControllerParams, getParameterValue(loadControllerParams, QVariant(false)).toBool());
+    arguments.insert(loadControllerParams, isLoadingParams);
     addInstruction(zrt::device(), QStringLiteral("restoreBackup"), arguments, zrt::c_timeAllowance,
                    zrt::OnReply(this, &DCmdRestore::onStatus));
     return true;
