@@ -80,6 +80,7 @@ QStringList logged(MessageCapture const& messages)
 }
 
 QString const c_tool = QStringLiteral("left bench");
+QString const c_name = QStringLiteral("name");
 
 } // namespace
 
@@ -191,7 +192,9 @@ void TestOtherHost::order_data()
         QTest::newRow(name) << parameters << steps << lines(journal) << lines(log);
     };
 
-    QVariantMap const tool{{QStringLiteral("name"), c_tool},
+    // The two look-ups of "name" have different answers.
+    QVariantMap const tool{{c_name, QStringLiteral("wrench 7")},
+                           {QStringLiteral("sections"), QVariantMap{{c_name, c_tool}}},
                            {QStringLiteral("serialNumber"), QStringLiteral("ZRT-0042")},
                            {QStringLiteral("validityDate"), QStringLiteral("2027-09-30")}};
     auto toolAnd = [&tool](char const* key, QVariant const& value) {
@@ -207,8 +210,11 @@ void TestOtherHost::order_data()
                         {QStringLiteral("looseningLocked"), true}}),
          to("getPresetData", one("presetData", one("torque", 250)))},
         R"(
+value program
 device setProgram {program: uint 7} 4000
+value locking
 device setLock {lock: uint 2} 4000
+value program
 device getPresetData {preset: QString 7} 4000
 setProgram: taken
 result {lockingData: QVariantMap {fasteningLocked: bool false, lockStatus: int 2, looseningLocked: bool true}}
@@ -228,14 +234,21 @@ ended well
          to("stop"), to("listenEventsData", event("torque", 251))},
         R"(
 device listenEventsData {} 4000
+value name
+value serialNumber
+value validityDate
+section name
 result {eventData: QVariantMap {error: int 342, serialNumber: QString ZRT-0042, toolName: QString left bench, validityDate: QString 2027-09-30}}
 listenEventsData: taken
+value serialNumber
+value validityDate
+section name
 result {eventData: QVariantMap {serialNumber: QString ZRT-0042, toolName: QString left bench, torque: int 250, validityDate: QString 2027-09-30}}
 listenEventsData: taken
 ended well
 reply dropped
 )",
-        R"(ZRT screwdriver  "left bench"  error code  342 :  "Holding time max angle")");
+        R"(ZRT screwdriver  "wrench 7"  error code  342 :  "Holding time max angle")");
     row("getDirection", {}, {to("getInfo"), to("getRegister", one("values", QVariantList{true, false}))}, R"(
 device getInfo {} 4000
 device getRegister {channel: QString direction} 4000
@@ -258,7 +271,14 @@ ended well
         {to("restoreBackup", one("statusData", one("percent", 10))),
          to("restoreBackup", one("statusData", one("percent", 20))), to("stop")},
         R"(
+value loadControllerParams
+value filePath
+value startPreset
+value endPreset
 device restoreBackup {endPreset: int 0, filePath: QString , loadControllerParams: bool true, startPreset: int 0} 4000
+value serialNumber
+value validityDate
+section name
 result {statusData: QVariantMap {percent: int 10, toolInfo: QVariantMap {serialNumber: QString ZRT-0042, toolName: QString left bench, validityDate: QString 2027-09-30}}}
 restoreBackup: taken
 result {statusData: QVariantMap {percent: int 20}}
@@ -295,6 +315,7 @@ setLock: taken
                                                            {QStringLiteral("torque"), 250},
                                                            {QStringLiteral("targetAngle"), 90}}))},
         R"(
+value prog
 device getPresetData {preset: int 12} 4000
 result {presetData: QVariantMap {GetPresetInfo_Control_Mode: QString GetPresetInfo_Angle, GetPresetInfo_Target_Angle: int 90, GetPresetInfo_Target_torque: double 2.5}}
 getPresetData: taken
@@ -317,6 +338,10 @@ ended badly
 )",
         "d_cmd_init_zrt.cpp:81 ERROR: Invalid reply format");
     row("restore: no status", {}, {to("restoreBackup")}, R"(
+value loadControllerParams
+value filePath
+value startPreset
+value endPreset
 device restoreBackup {endPreset: int 0, filePath: QString , loadControllerParams: bool false, startPreset: int 0} 4000
 restoreBackup: refused
 )",

@@ -158,13 +158,15 @@ bool DAbstractCommand::commandUpdateResult(QString const& key, QVariant const& v
     return true;
 }
 
-QString DAbstractCommand::getParametersSection(QString const& key)
+QString DAbstractCommand::getParametersSection(QString const& key) const
 {
-    return m_given.value(key).toString();
+    note(QStringLiteral("section ") + key);
+    return m_given.value(QStringLiteral("sections")).toMap().value(key).toString();
 }
 
 QVariant DAbstractCommand::getParameterValue(QString const& key, QVariant const& defaultValue) const
 {
+    note(QStringLiteral("value ") + key);
     return m_given.value(key, m_defaults.value(key, defaultValue));
 }
 
@@ -190,7 +192,7 @@ DAbstractCommand& DAbstractCommand::setDescription(QString const& description)
     return *this;
 }
 
-void DAbstractCommand::note(QString const& line)
+void DAbstractCommand::note(QString const& line) const
 {
     if (m_order)
         m_order->journal += line;

@@ -48,8 +48,9 @@ public:
     void stopTheInstruction(quint64 instructionId);
     void commandFinish(bool& success);
     bool commandUpdateResult(QString const& key, QVariant const& value);
-    /// As a text, and from the order alone.
-    QString getParametersSection(QString const& key);
+    /// As a string, from the map under "sections" in the order's parameters.
+    QString getParametersSection(QString const& key) const;
+    /// From the order's parameters themselves, else the declared default.
     QVariant getParameterValue(QString const& key, QVariant const& defaultValue) const;
 
     // Each answers with the command, so that one can be called behind the other.
@@ -62,7 +63,7 @@ public:
 private:
     using OnReply = fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool>;
 
-    void note(QString const& line);
+    void note(QString const& line) const;
 
     std::map<quint64, std::pair<QString, OnReply>> m_waiting;
     bool m_isRefused = false;
