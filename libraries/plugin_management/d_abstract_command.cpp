@@ -191,7 +191,7 @@ QVariant DAbstractCommand::getParameterValue(QString const& key, QVariant const&
     return it == declared.cend() ? defaultValue : it->defaultValue;
 }
 
-QVariant DAbstractCommand::getParametersSection(QString const& key) const
+QVariant DAbstractCommand::getParametersSection(QString const& key)
 {
     return m_parameters.value(key);
 }

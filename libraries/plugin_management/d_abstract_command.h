@@ -100,7 +100,7 @@ protected:
     QVariant getParameterValue(QString const& key, QVariant const& defaultValue) const;
     /// What the order gives under @p key, declared or not: a single value or a
     /// map; invalid if it gives nothing.
-    QVariant getParametersSection(QString const& key) const;
+    QVariant getParametersSection(QString const& key);
     /// Stores the value of a declared result and reports it; false for a key that is not declared.
     bool commandUpdateResult(QString const& key, QVariant const& value);
     /// Ends the command with this success. Instructions that still wait for their first reply are not
