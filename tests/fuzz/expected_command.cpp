@@ -1,11 +1,9 @@
 #include "expected_command.h"
 
 #include <QDebug>
-#include <QJsonValue>
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 #include <vector>
 
@@ -20,28 +18,14 @@ QString const c_unmanaged = QStringLiteral("ERROR: Reply data format not managed
 Map const c_allLocked{{QStringLiteral("lock"), 1}};
 Map const c_reset{{QStringLiteral("resetMode"), true}};
 
-/// A number without its fraction; 0 for what is none that an int can hold.
+/// What Qt reads as an int. Of a double or float only what stands before its point, if an int can hold that.
 int whole(QVariant const& value)
 {
-    long double number = 0;
-    switch (value.userType()) {
-    case QMetaType::Double:
-    case QMetaType::Float:
-        number = std::trunc(value.toDouble());
-        break;
-    case QMetaType::QJsonValue:
-        number = std::trunc(value.toJsonValue().toVariant().toDouble());
-        break;
-    case QMetaType::ULongLong:
-    case QMetaType::ULong:
-        number = static_cast<long double>(value.toULongLong());
-        break;
-    default:
-        number = static_cast<long double>(value.toLongLong());
-    }
-    constexpr auto lowest = static_cast<long double>(std::numeric_limits<int>::min());
-    constexpr auto highest = static_cast<long double>(std::numeric_limits<int>::max());
-    return number >= lowest && number <= highest ? static_cast<int>(number) : 0;
+    if (value.userType() != QMetaType::Double && value.userType() != QMetaType::Float)
+        return value.toInt();
+    double number = 0;
+    std::modf(value.toDouble(), &number);
+    return number > -2147483649.0 && number < 2147483648.0 ? static_cast<int>(number) : 0;
 }
 
 QString errorText(int code)

@@ -2,8 +2,6 @@
 
 #include "zrt_log.h"
 
-#include <QJsonValue>
-
 #include <cmath>
 #include <limits>
 
@@ -12,30 +10,12 @@ namespace zrt
 
 int toWhole(QVariant const& value)
 {
-    constexpr int lowest = std::numeric_limits<int>::min();
-    constexpr int highest = std::numeric_limits<int>::max();
-    // QVariant::toInt() would round a fraction, and cut the upper bits off a number that is too large.
-    switch (value.userType()) {
-    case QMetaType::Int:
+    if (value.userType() != QMetaType::Double && value.userType() != QMetaType::Float)
         return value.toInt();
-    case QMetaType::Double:
-    case QMetaType::Float:
-    case QMetaType::QJsonValue: {
-        double const number =
-            std::trunc(value.userType() == QMetaType::QJsonValue ? value.toJsonValue().toVariant().toDouble()
-                                                                 : value.toDouble());
-        return number >= lowest && number <= highest ? static_cast<int>(number) : 0;
-    }
-    case QMetaType::ULong:
-    case QMetaType::ULongLong: {
-        qulonglong const number = value.toULongLong();
-        return number <= static_cast<qulonglong>(highest) ? static_cast<int>(number) : 0;
-    }
-    default: {
-        qlonglong const number = value.toLongLong();
-        return number >= lowest && number <= highest ? static_cast<int>(number) : 0;
-    }
-    }
+    double const whole = std::trunc(value.toDouble());
+    // NaN is neither.
+    bool const fits = whole >= std::numeric_limits<int>::min() && whole <= std::numeric_limits<int>::max();
+    return fits ? static_cast<int>(whole) : 0;
 }
 
 EventValues readEvent(QObject const& command, char const* file, EventLines lines,

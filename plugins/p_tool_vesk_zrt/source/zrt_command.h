@@ -31,8 +31,8 @@ constexpr char const* c_unmanagedFormat = "ERROR: Reply data format not managed"
 /// A reply handler: takes the instruction's id and the reply, answers whether it took the reply.
 using OnReply = fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool>;
 
-/// A number of a reply as a whole number: a fraction is cut, not rounded. What is no number, or none that an
-/// int can hold, reads as 0.
+/// A value of a reply as a whole number, as QVariant::toInt() makes it; but the fraction of a double or float
+/// is cut instead of rounded, and one that is not finite or does not fit an int becomes 0.
 int toWhole(QVariant const& value);
 
 /// A value as the text that it reads as; a text stays as it is, unless it is null as a variant too.
