@@ -43,13 +43,8 @@ private slots:
 
     void changes_data();
     void changes();
-    void idChanges();
-    void idChangesUnheard_data();
-    void idChangesUnheard();
+    void renamedChannel();
     void sameIdTwice();
-    void sameChannelTwice();
-    void shadowedChannelGoes();
-    void channelInTwoLists();
     void goesBeforeItsChannels();
     void blockedSignals();
 
@@ -118,7 +113,6 @@ public:
                 });
         connect(&model, &Model::rowsInserted, this, [this](QModelIndex const& parent, int first, int last) {
             addRows(QStringLiteral("inserted"), parent, first, last);
-            checkStep();
         });
         connect(&model, &Model::rowsAboutToBeRemoved, this,
                 [this](QModelIndex const& parent, int first, int last) {
@@ -126,14 +120,10 @@ public:
                 });
         connect(&model, &Model::rowsRemoved, this, [this](QModelIndex const& parent, int first, int last) {
             addRows(QStringLiteral("removed"), parent, first, last);
-            checkStep();
         });
         connect(&model, &Model::modelAboutToBeReset, this,
                 [this] { lines += QStringLiteral("resetting %1").arg(m_model.count()); });
-        connect(&model, &Model::modelReset, this, [this] {
-            lines += QStringLiteral("reset");
-            checkStep();
-        });
+        connect(&model, &Model::modelReset, this, [this] { lines += QStringLiteral("reset"); });
         connect(&model, &Model::dataChanged, this, [this] { lines += QStringLiteral("data"); });
         connect(&model, &Model::layoutChanged, this, [this] { lines += QStringLiteral("layout"); });
         connect(&model, &OLM_DZrtToolChannel::changed, this, [this] {
@@ -528,65 +518,19 @@ void TestChannelListModel::changes()
     QVERIFY(isIndexRight(model));
 }
 
-void TestChannelListModel::idChanges()
+void TestChannelListModel::renamedChannel()
 {
     OLM_DZrtToolChannel model;
     fill(model, QStringLiteral("a - b"));
-    ChangeLog log(model);
     auto const first = model.at(0);
-    QStringList const changed{QStringLiteral("changed")};
-
-    first->setId(QStringLiteral("a"));
-    first->setName(QStringLiteral("x"));
-    first->setLabel(QStringLiteral("x"));
-    first->setType(DZrtToolChannel::CeCtBool);
-    QCOMPARE(log.take(), QStringList());
-    first->setId(QStringLiteral("c"));
-    QCOMPARE(log.take(), changed);
-    QVERIFY(model.byKey(QStringLiteral("a")).isNull());
-    QCOMPARE(model.byKey(QStringLiteral("c")), first);
-
-    // Twice the same id, and apart again.
-    first->setId(QStringLiteral("b"));
-    QCOMPARE(log.take(), changed);
-    QCOMPARE(model.byKey(QStringLiteral("b")), first);
-    first->setId(QString());
-    QCOMPARE(log.take(), changed);
-    QCOMPARE(model.byKey(QStringLiteral("b")), model.at(2));
-    QCOMPARE(model.byKey(QString()), first);
-}
-
-void TestChannelListModel::idChangesUnheard_data()
-{
-    QTest::addColumn<int>("row");
-    QTest::addColumn<Change>("change");
-
-    Change const clear = [](OLM_DZrtToolChannel& model) { model.clear(); };
-    QTest::newRow("removed") << 1 << Change([](OLM_DZrtToolChannel& model) { model.removeAt(1); });
-    QTest::newRow("cleared, the first") << 0 << clear;
-    QTest::newRow("cleared, one between") << 1 << clear;
-    QTest::newRow("cleared, the last") << 2 << clear;
-    QTest::newRow("one of two lists, in turn") << 1 << Change([](OLM_DZrtToolChannel& model) {
-        model.append(model.at(1));
-        model.removeAt(3);
-        model.removeAt(1);
-    });
-}
-
-void TestChannelListModel::idChangesUnheard()
-{
-    QFETCH(int, row);
-    QFETCH(Change, change);
-    OLM_DZrtToolChannel model;
-    fill(model, QStringLiteral("a b c"));
-    auto const channel = model.at(row);
-    QString const id = channel->id();
-    change(model);
     ChangeLog log(model);
-    channel->setId(QStringLiteral("d"));
+    first->setId(QStringLiteral("c"));
     QCOMPARE(log.take(), QStringList());
-    QVERIFY(model.byKey(id).isNull());
-    QVERIFY(model.byKey(QStringLiteral("d")).isNull());
+    QCOMPARE(model.byKey(QStringLiteral("a")), first);
+    QVERIFY(model.byKey(QStringLiteral("c")).isNull());
+    // The next change of the list indexes it anew.
+    model.removeAt(1);
+    QVERIFY(isIndexRight(model));
 }
 
 void TestChannelListModel::blockedSignals()
@@ -616,65 +560,6 @@ void TestChannelListModel::sameIdTwice()
     QCOMPARE(model.byKey(QStringLiteral("a")), second);
     model.insert(0, first);
     QCOMPARE(model.byKey(QStringLiteral("a")), first);
-    // The one behind is listened to all the same.
-    ChangeLog log(model);
-    second->setId(QStringLiteral("c"));
-    QCOMPARE(log.take(), QStringList{QStringLiteral("changed")});
-    QCOMPARE(model.byKey(QStringLiteral("c")), second);
-}
-
-void TestChannelListModel::sameChannelTwice()
-{
-    OLM_DZrtToolChannel model;
-    auto const channel = channelOf(QStringLiteral("a"));
-    model.append(channel);
-    model.append(channel);
-    QCOMPARE(model.count(), 2);
-    ChangeLog log(model);
-    QStringList const changed{QStringLiteral("changed")};
-    channel->setId(QStringLiteral("b"));
-    QCOMPARE(log.take(), changed);
-
-    model.removeAt(0);
-    log.take();
-    QCOMPARE(model.byKey(QStringLiteral("b")), channel);
-    channel->setId(QStringLiteral("c"));
-    QCOMPARE(log.take(), changed);
-    QCOMPARE(model.byKey(QStringLiteral("c")), channel);
-
-    model.removeAt(0);
-    log.take();
-    channel->setId(QStringLiteral("d"));
-    QCOMPARE(log.take(), QStringList());
-}
-
-void TestChannelListModel::shadowedChannelGoes()
-{
-    OLM_DZrtToolChannel model;
-    fill(model, QStringLiteral("a a"));
-    auto const first = model.at(0);
-    auto second = model.at(1);
-    QWeakPointer<DZrtToolChannel> const watched = second;
-    model.removeAt(1);
-    ChangeLog log(model);
-    second->setId(QStringLiteral("b"));
-    QCOMPARE(log.take(), QStringList());
-    second.reset();
-    QVERIFY(watched.isNull());
-    QCOMPARE(model.byKey(QStringLiteral("a")), first);
-}
-
-void TestChannelListModel::channelInTwoLists()
-{
-    OLM_DZrtToolChannel model;
-    OLM_DZrtToolChannel other;
-    fill(model, QStringLiteral("a"));
-    other.append(model.at(0));
-    model.clear();
-    ChangeLog log(other);
-    other.at(0)->setId(QStringLiteral("b"));
-    QCOMPARE(log.take(), QStringList{QStringLiteral("changed")});
-    QVERIFY(isIndexRight(other));
 }
 
 void TestChannelListModel::goesBeforeItsChannels()
@@ -682,13 +567,10 @@ void TestChannelListModel::goesBeforeItsChannels()
     auto model = std::make_unique<OLM_DZrtToolChannel>();
     fill(*model, QStringLiteral("a b"));
     auto const held = model->at(0);
-    QWeakPointer<DZrtToolChannel> const released = model->at(1);
-    QPointer<DZrtToolChannel> const guarded = released.toStrongRef().data();
+    QPointer<DZrtToolChannel> const released = model->at(1).data();
     model.reset();
     QVERIFY(released.isNull());
-    QVERIFY(guarded.isNull());
-    held->setId(QStringLiteral("c"));
-    QCOMPARE(held->id(), QStringLiteral("c"));
+    QCOMPARE(held->id(), QStringLiteral("a"));
 }
 
 void TestChannelListModel::modelTester_data()

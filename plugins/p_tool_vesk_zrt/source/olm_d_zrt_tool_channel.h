@@ -19,14 +19,15 @@ public:
     /// 1 without a channel, else 0.
     int isEmpty() const { return count() == 0 ? 1 : 0; }
 
-    /// The channel with this id, the first of the list if there are several; null if there is none.
+    /// The channel with this id, the first of the list if there are several; null if there is none. Ids are
+    /// those of the last insertion, removal or clearing: a channel renamed since has its former id here.
     QSharedPointer<DZrtToolChannel> byKey(QString const& id) const { return m_byId.value(id); }
 
     /// What stands above a column; nothing, for no property of a channel is shown as a column.
     Q_INVOKABLE QVariant header(int section) const;
 
 signals:
-    /// Channels were inserted or removed, or one has a new id.
+    /// Channels were inserted or removed, or the list was cleared.
     void changed();
 
 protected:
@@ -36,8 +37,5 @@ protected:
     void notifyChanged() override;
 
 private:
-    void indexById();
-    void letGo(int first, int last);
-
     QMap<QString, QSharedPointer<DZrtToolChannel>> m_byId;
 };
