@@ -21,6 +21,7 @@
 namespace
 {
 
+constexpr char const* c_version = "1.0";
 constexpr char const* c_subType = "tightening";
 
 // The types of the maintenance page. Every plugin object registers them; the
@@ -36,7 +37,7 @@ void registerQmlTypes()
 
 PToolVeskZrt::PToolVeskZrt(QUuid const& objectUuid, QObject* parent)
     : DAbstractTighteningTool(getPluginId(), QString::fromLatin1(getPluginName()),
-                              versionFromString(QStringLiteral(ZRT_VERSION), nullptr, QLatin1Char('.')),
+                              versionFromString(QString::fromLatin1(c_version), nullptr, QLatin1Char('.')),
                               objectUuid, parent)
 {
     setProperty(QStringLiteral("toolType"), QVariant(0), false);
