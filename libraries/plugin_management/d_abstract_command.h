@@ -3,14 +3,13 @@
 #include <fast_delegate/fast_delegate.h>
 #include <plugin_management/i_command.h>
 
-#include <QList>
 #include <QMap>
 #include <QObject>
-#include <QPointer>
+#include <QScopedPointer>
 #include <QString>
 #include <QVariant>
 
-class DOrder;
+class DAbstractCommandPrivate;
 
 /// A command: it turns one order into instructions to endpoints, and the replies into declared results.
 ///
@@ -25,9 +24,9 @@ class DOrder;
 /// A reply for an instruction that was withdrawn or needs no further reply is dropped, never delivered.
 /// Everything happens on the thread that owns the command.
 ///
-/// What may be called from within what a command tells its order, DOrder says; what may not is refused, and a
-/// critical line of the log says so. A command that is destroyed in the middle of its work, from within one
-/// of its handlers or of what it tells its order, cannot be saved: that is fatal.
+/// DOrder documents what may be called while a command calls its order. Other calls are refused with a
+/// critical log line. Destroying a command in the middle of its work, such as from within one of its
+/// handlers, is fatal.
 ///
 /// The order in which virtual operations are declared is the order of the virtual table and part of the
 /// contract with plugins that are already built: never move one.
@@ -36,6 +35,9 @@ class PLUGIN_MANAGEMENT_EXPORT DAbstractCommand : public QObject, public IComman
     Q_OBJECT
 
 public:
+    /// A reply handler: takes an instruction's id and the reply, answers whether it accepted the reply.
+    using OnReply = fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool>;
+
     /// A one-shot command.
     DAbstractCommand(QString const& commandName, QMap<QString, QVariant> const& parameters, QObject* parent);
     /// A command that runs until the command named @p stopCommandName is ordered.
@@ -76,19 +78,16 @@ public:
     QVariant result(QString const& key) const;
 
 signals:
-    /// The command has ended. Its order hears of it next: who wants to execute it anew does so there.
+    /// The command has ended. Its order hears of it next. To re-execute the command, wait until then.
     void sigCommandFinished(bool success) override;
 
 protected:
-    using OnReply = fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool>;
-
     /// Posts an instruction and returns its id, which stopTheInstruction() takes; it is not 0. Replies reach
     /// @p onReply with that id. May be called from within a reply handler.
     /// @param timeAllowance  how long the first reply may take, in milliseconds
-    virtual quint64
-    addInstruction(QString const& target, QString const& instruction,
-                   QMap<QString, QVariant> const& arguments, int timeAllowance,
-                   fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool> onReply);
+    virtual quint64 addInstruction(QString const& target, QString const& instruction,
+                                   QMap<QString, QVariant> const& arguments, int timeAllowance,
+                                   OnReply onReply);
 
     void setDescription(QString const& description);
     void declareAParameter(QString const& key, QString const& typeTag, QString const& label,
@@ -98,8 +97,8 @@ protected:
 
     /// The order's value, else the declared default, else @p defaultValue.
     QVariant getParameterValue(QString const& key, QVariant const& defaultValue) const;
-    /// What the order gives under @p key, declared or not: a single value or a
-    /// map; invalid if it gives nothing.
+    /// What the order gives under @p key, declared or not: a single value or a map; invalid if it gives
+    /// nothing.
     QVariant getParametersSection(QString const& key);
     /// Stores the value of a declared result and reports it; false for a key that is not declared.
     bool commandUpdateResult(QString const& key, QVariant const& value);
@@ -111,77 +110,5 @@ protected:
     void stopTheInstruction(quint64 instructionId);
 
 private:
-    friend class DOrder;
-
-    // An instruction to which a reply may still come.
-    struct Pending
-    {
-        QString name;
-        int timeAllowance = 0;
-        OnReply onReply;
-        bool isAnswered = false;
-        bool isOverdue = false;
-    };
-
-    // While one of these lives the command is at work, and a one-shot command does not finish yet: an
-    // override of commandExecute() or a handler may be about to post more. The last one to go finishes what
-    // can be finished.
-    class Busy
-    {
-    public:
-        explicit Busy(DAbstractCommand& command);
-        ~Busy();
-        Busy(Busy const&) = delete;
-        Busy& operator=(Busy const&) = delete;
-
-    private:
-        DAbstractCommand& m_command;
-    };
-
-    // While one of these lives there is one more of what it counts.
-    class Count
-    {
-    public:
-        explicit Count(qint16& count) : m_count(count) { ++m_count; }
-        ~Count() { --m_count; }
-        Count(Count const&) = delete;
-        Count& operator=(Count const&) = delete;
-
-    private:
-        qint16& m_count;
-    };
-
-    /// Whether @p operation comes in the middle of a handover, where the command is half way through
-    /// something; then it is told.
-    bool refuses(char const* operation) const { return m_handovers > 0 && tellRefusal(operation); }
-    bool tellRefusal(char const* operation) const; ///< always true
-
-    /// An id where the order gives none.
-    quint64 nextOwnId();
-    DOrder* order() const;
-    void allowancePassed(quint64 instructionId);
-    void instructionFailed(quint64 instructionId, QString const& reason);
-    bool awaitsReplies() const;
-    void noteFailure(QString const& message);
-    void fail(QString const& message);
-    void withdraw(quint64 instructionId);
-    void withdrawAll();
-    void end(bool success);
-
-    QString const m_commandName;
-    QString const m_stopCommandName;
-    QMap<QString, QVariant> const m_parameters;
-    QString m_description;
-    DCommandArguments m_arguments;
-    QMap<QString, QVariant> m_results;
-
-    QPointer<QObject> m_order;
-    QMap<quint64, Pending> m_pending;
-    quint64 m_lastOwnId = 0;
-    bool m_isRunning = false;
-    // These two are small so that they have room here: what derives from this class keeps its layout.
-    qint16 m_handovers = 0; // the order is taking an instruction, or hears that one is withdrawn
-    qint16 m_publishing = 0;
-    QString m_failure; // empty as long as every handler answered true
-    int m_busy = 0;
+    QScopedPointer<DAbstractCommandPrivate> const d;
 };

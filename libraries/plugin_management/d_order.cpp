@@ -1,4 +1,4 @@
-#include <plugin_management/d_abstract_command.h>
+#include <plugin_management/d_abstract_command_p.h>
 #include <plugin_management/d_order.h>
 
 DOrder::DOrder(quint64 id, QObject* parent) : QObject(parent), m_id(id) {}
@@ -13,23 +13,10 @@ quint64 DOrder::id() const
 bool DOrder::execute(ICommand& command)
 {
     command.linkWithItsOrder(this);
-    // A command that is not linked then is of another make, or has refused it.
-    if (!m_command)
-        return !dynamic_cast<DAbstractCommand*>(&command) && command.commandExecute();
-    // What the command tells may be the end of this order.
-    DAbstractCommand& linked = *m_command;
-    if (static_cast<ICommand*>(&linked) != &command || linked.refuses("execute()"))
-        return false;
-    DAbstractCommand::Busy const busy(linked);
-    bool const accepted = command.commandExecute();
-    if (!accepted && linked.m_isRunning)
-        linked.fail(QStringLiteral("the command refused to start"));
-    return accepted;
-}
-
-bool DOrder::isTaken(char const* operation) const
-{
-    return m_command && m_command->refuses(operation);
+    if (m_command)
+        return m_command->execute(command);
+    // A command that is not linked now is of another make, or has refused it.
+    return !dynamic_cast<DAbstractCommand*>(&command) && command.commandExecute();
 }
 
 void DOrder::allowancePassed(quint64 instructionId)

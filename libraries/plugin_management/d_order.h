@@ -4,11 +4,10 @@
 
 #include <QMap>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QVariant>
 
-class DAbstractCommand;
+class DAbstractCommandPrivate;
 class ICommand;
 
 /// An instruction that a command posts.
@@ -28,19 +27,19 @@ struct DInstruction
 /// their endpoints and hands the replies to ICommand::setReply(). An order serves one command object at a
 /// time and is used on its thread. It may be destroyed before or after the command, and at any time.
 ///
-/// The protected operations are called by the linked command, in the middle of its own work. What may be done
-/// with the command from within them differs:
+/// The linked command calls the protected operations in the middle of its own work. From within them a host
+/// may do with the command:
 ///
-/// - While it hands over or withdraws an instruction nothing: whatever is called is refused, and told in a
-///   critical line of the log; the order cannot go to another command then, nor the command to another order.
-///   So no endpoint answers before the command knows what it has asked. What was refused has not happened: a
-///   time allowance that has passed, for instance, is to be told again afterwards.
-/// - While it publishes a result or hears of a reply that is dropped it takes replies and whatever else an
-///   order can tell it, can be executed anew and can be finished. All this happens at once, and then it goes
-///   on with what it was doing: a further result of the same handler comes after its end.
-/// - It may be destroyed while it hears of a reply that is dropped, and when it has ended, unless that was in
-///   the middle of its own work: finished from within a result, by itself in a handler, or failed while it
-///   started. In all other cases destroying it is fatal.
+/// - In instructionPosted() and instructionWithdrawn() nothing. The command refuses every call with a
+///   critical log line, and neither the order nor the command can be linked anew. So no endpoint answers
+///   before the command knows what it has asked. A refused call has had no effect: repeat it afterwards, such
+///   as allowancePassed().
+/// - In resultUpdated() and replyDropped() anything but destroying it: hand it replies, tell it what an order
+///   can tell, execute it anew, finish it. This happens at once; then the command goes on with what it was
+///   doing. A further result of the same handler then comes after the command's end.
+/// - In replyDropped() and commandFinished() also destroy it, unless the command is still at work: it was
+///   finished from within a result or by one of its handlers, or it failed while it started. Destroying it at
+///   any other time is fatal.
 class PLUGIN_MANAGEMENT_EXPORT DOrder : public QObject
 {
     Q_OBJECT
@@ -81,11 +80,8 @@ protected:
     virtual void commandFinished(bool success, QString const& message) = 0;
 
 private:
-    friend class DAbstractCommand;
-
-    /// Whether the command that has this order refuses @p operation now; then that is told.
-    bool isTaken(char const* operation) const;
+    friend class DAbstractCommandPrivate;
 
     quint64 const m_id;
-    QPointer<DAbstractCommand> m_command;
+    DAbstractCommandPrivate* m_command = nullptr; // the command resets it when it is destroyed
 };
