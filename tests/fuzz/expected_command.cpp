@@ -64,6 +64,7 @@ struct ExpectedCommand::Kind
     char const* className;
     Map defaults; ///< of its parameters
     Map results;
+    First first;                   ///< posts what it asks for when it is executed
     std::map<QString, Rule> rules; ///< what is done with the reply, by the name of the instruction
 };
 
@@ -78,6 +79,7 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
          "DCmdInitZrt",
          {},
          {{key("doneOk"), false}},
+         &Self::initFirst,
          {{key("getInfo"), &Self::initInfo},
           {key("setLock"), &Self::initLock},
           {key("setLockScreen"), &Self::initScreen}}},
@@ -87,6 +89,7 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
          "DCmdStartTightening",
          {{key("program"), QString()}, {key("locking"), 2}},
          {{key("lockingData"), {}}, {key("presetData"), {}}},
+         &Self::startFirst,
          {{key("setProgram"), &Self::accept},
           {key("setLock"), &Self::startLock},
           {key("getPresetData"), &Self::startPreset}}},
@@ -96,6 +99,7 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
          "DCmdStopTightening",
          {},
          {{key("lockStatus"), {}}},
+         &Self::stopFirst,
          {{key("setLock"), &Self::stopLock}}},
         {"getDirection",
          "",
@@ -103,6 +107,7 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
          "DCmdGetDirection",
          {},
          {{key("direction"), {}}},
+         &Self::directionFirst,
          {{key("getInfo"), &Self::directionInfo}, {key("getRegister"), &Self::directionRegister}}},
         {"getPresetInfo",
          "",
@@ -110,6 +115,7 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
          "DCmdGetPresetInfo",
          {{key("prog"), QString()}},
          {{key("presetData"), {}}},
+         &Self::presetFirst,
          {{key("getPresetData"), &Self::presetInfo}}},
         {"startListening",
          "stopListening",
@@ -117,6 +123,7 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
          "DCmdEventListen",
          {},
          {{key("eventData"), {}}},
+         &Self::eventFirst,
          {{key("listenEventsData"), &Self::event}}},
         {"listenTrigger",
          "stopTriggerListening",
@@ -124,6 +131,7 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
          "DCmdTriggerListen",
          {},
          {{key("doneOk"), {}}},
+         &Self::triggerFirst,
          {{key("SetTriggerProgram"), &Self::triggerProgram},
           {key("setLock"), &Self::triggerLock},
           {key("setProgram"), &Self::accept},
@@ -137,6 +145,7 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
           {key("endPreset"), 0},
           {key("loadControllerParams"), false}},
          {{key("statusData"), {}}},
+         &Self::restoreFirst,
          {{key("restoreBackup"), &Self::restoreStatus}}},
     };
     return *std::find_if(kinds.cbegin(), kinds.cend(),
@@ -194,7 +203,7 @@ Effects ExpectedCommand::execute()
     }
     m_effects.answer = m_isLinked || goesAnyway;
     if (m_effects.answer)
-        postFirst();
+        (this->*m_kind.first)();
     return m_effects;
 }
 
@@ -263,37 +272,14 @@ Effects ExpectedCommand::instructionFailed(quint64 id)
 
 // What the commands promise.
 
-void ExpectedCommand::postFirst()
-{
-    QString const name = QString::fromLatin1(m_kind.name);
-    if (name == QLatin1String("init") || name == QLatin1String("getDirection")) {
-        post("getInfo");
-    } else if (name == QLatin1String("startTightening")) {
-        post("setProgram", {{QStringLiteral("program"), parameter("program", {}).toUInt()}});
-        post("setLock", {{QStringLiteral("lock"), parameter("locking", {}).toUInt()}});
-        post("getPresetData", {{QStringLiteral("preset"), parameter("program", {})}});
-    } else if (name == QLatin1String("stopTightening")) {
-        post("setLock", c_allLocked);
-    } else if (name == QLatin1String("getPresetInfo")) {
-        post("getPresetData", {{QStringLiteral("preset"), parameter("prog", {})}});
-    } else if (name == QLatin1String("startListening")) {
-        post("listenEventsData");
-    } else if (name == QLatin1String("listenTrigger")) {
-        post("SetTriggerProgram");
-        post("setLock", {{QStringLiteral("lock"), 0}});
-        m_listening = post("listenEventsData");
-    } else {
-        post("restoreBackup",
-             {{QStringLiteral("filePath"), parameter("filePath", {})},
-              {QStringLiteral("startPreset"), parameter("startPreset", {})},
-              {QStringLiteral("endPreset"), parameter("endPreset", {})},
-              {QStringLiteral("loadControllerParams"), parameter("loadControllerParams", false).toBool()}});
-    }
-}
-
 bool ExpectedCommand::accept(Map const& /*reply*/)
 {
     return true;
+}
+
+void ExpectedCommand::initFirst()
+{
+    post("getInfo");
 }
 
 bool ExpectedCommand::initInfo(Map const& /*reply*/)
@@ -315,6 +301,13 @@ bool ExpectedCommand::initScreen(Map const& reply)
     return update("doneOk", reply[QStringLiteral("doneOk")].toBool());
 }
 
+void ExpectedCommand::startFirst()
+{
+    post("setProgram", {{QStringLiteral("program"), parameter("program", {}).toUInt()}});
+    post("setLock", {{QStringLiteral("lock"), parameter("locking", {}).toUInt()}});
+    post("getPresetData", {{QStringLiteral("preset"), parameter("program", {})}});
+}
+
 bool ExpectedCommand::startLock(Map const& reply)
 {
     for (auto const& key : {"lockStatus", "fasteningLocked", "looseningLocked"}) {
@@ -333,11 +326,21 @@ bool ExpectedCommand::startPreset(Map const& reply)
                                                        : refuse(0, c_unmanaged);
 }
 
+void ExpectedCommand::stopFirst()
+{
+    post("setLock", c_allLocked);
+}
+
 bool ExpectedCommand::stopLock(Map const& reply)
 {
     if (!reply.contains(QStringLiteral("lockStatus")))
         return refuse(0, c_invalid);
     return update("lockStatus", reply[QStringLiteral("lockStatus")]);
+}
+
+void ExpectedCommand::directionFirst()
+{
+    post("getInfo");
 }
 
 bool ExpectedCommand::directionInfo(Map const& /*reply*/)
@@ -350,6 +353,11 @@ bool ExpectedCommand::directionRegister(Map const& reply)
 {
     QVariantList const values = reply[QStringLiteral("values")].toList();
     return values.isEmpty() ? refuse(0, c_invalid) : update("direction", values[0].toBool() ? 1 : 0);
+}
+
+void ExpectedCommand::presetFirst()
+{
+    post("getPresetData", {{QStringLiteral("preset"), parameter("prog", {})}});
 }
 
 bool ExpectedCommand::presetInfo(Map const& reply)
@@ -372,6 +380,11 @@ bool ExpectedCommand::presetInfo(Map const& reply)
             {QStringLiteral("GetPresetInfo_Target_Angle"), whole(preset[QStringLiteral("targetAngle")])}});
 }
 
+void ExpectedCommand::eventFirst()
+{
+    post("listenEventsData");
+}
+
 bool ExpectedCommand::event(Map const& reply)
 {
     if (!reply.contains(QStringLiteral("values")))
@@ -391,6 +404,13 @@ bool ExpectedCommand::event(Map const& reply)
     published[QStringLiteral("validityDate")] = textOf("validityDate");
     published[QStringLiteral("toolName")] = textOf("name");
     return update("eventData", published);
+}
+
+void ExpectedCommand::triggerFirst()
+{
+    post("SetTriggerProgram");
+    post("setLock", {{QStringLiteral("lock"), 0}});
+    m_listening = post("listenEventsData");
 }
 
 bool ExpectedCommand::triggerProgram(Map const& reply)
@@ -423,6 +443,15 @@ bool ExpectedCommand::triggerEvent(Map const& reply)
     }
     m_lastCount = count;
     return true;
+}
+
+void ExpectedCommand::restoreFirst()
+{
+    post("restoreBackup",
+         {{QStringLiteral("filePath"), parameter("filePath", {})},
+          {QStringLiteral("startPreset"), parameter("startPreset", {})},
+          {QStringLiteral("endPreset"), parameter("endPreset", {})},
+          {QStringLiteral("loadControllerParams"), parameter("loadControllerParams", false).toBool()}});
 }
 
 bool ExpectedCommand::restoreStatus(Map const& reply)

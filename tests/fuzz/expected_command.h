@@ -97,27 +97,35 @@ private:
         bool isAnswered = false;
         bool isOverdue = false;
     };
+    using First = void (ExpectedCommand::*)();
     using Rule = bool (ExpectedCommand::*)(QMap<QString, QVariant> const& reply);
 
     static Kind const& kindOf(QString const& name);
 
     // What the commands promise.
     bool accept(QMap<QString, QVariant> const& reply);
+    void initFirst();
     bool initInfo(QMap<QString, QVariant> const& reply);
     bool initLock(QMap<QString, QVariant> const& reply);
     bool initScreen(QMap<QString, QVariant> const& reply);
+    void startFirst();
     bool startLock(QMap<QString, QVariant> const& reply);
     bool startPreset(QMap<QString, QVariant> const& reply);
+    void stopFirst();
     bool stopLock(QMap<QString, QVariant> const& reply);
+    void directionFirst();
     bool directionInfo(QMap<QString, QVariant> const& reply);
     bool directionRegister(QMap<QString, QVariant> const& reply);
+    void presetFirst();
     bool presetInfo(QMap<QString, QVariant> const& reply);
+    void eventFirst();
     bool event(QMap<QString, QVariant> const& reply);
+    void triggerFirst();
     bool triggerProgram(QMap<QString, QVariant> const& reply);
     bool triggerLock(QMap<QString, QVariant> const& reply);
     bool triggerEvent(QMap<QString, QVariant> const& reply);
+    void restoreFirst();
     bool restoreStatus(QMap<QString, QVariant> const& reply);
-    void postFirst();
     void lockTool();
 
     // What the framework does.
