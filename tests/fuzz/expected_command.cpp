@@ -1,5 +1,7 @@
 #include "expected_command.h"
 
+#include "check.h"
+
 #include <QDebug>
 
 #include <algorithm>
@@ -148,8 +150,15 @@ ExpectedCommand::Kind const& ExpectedCommand::kindOf(QString const& name)
          &Self::restoreFirst,
          {{key("restoreBackup"), &Self::restoreStatus}}},
     };
-    return *std::find_if(kinds.cbegin(), kinds.cend(),
-                         [&name](Kind const& kind) { return name == QLatin1String(kind.name); });
+    auto const found = std::find_if(kinds.cbegin(), kinds.cend(),
+                                    [&name](Kind const& kind) { return name == QLatin1String(kind.name); });
+    if (found == kinds.cend())
+        refuseToStart(QStringLiteral("the model does not know the command \"%1\": add its row to kindOf() in "
+                                     "tests/fuzz/expected_command.cpp, with the functions that say what it "
+                                     "posts first and what it does with each reply "
+                                     "(docs/your-first-change.md shows an example)")
+                          .arg(name));
+    return *found;
 }
 
 ExpectedCommand::ExpectedCommand(QString const& name, Map parameters, quint64& lastId)

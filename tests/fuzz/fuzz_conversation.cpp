@@ -436,11 +436,24 @@ private:
     QMap<QString, QVariant> m_lastReply;
 };
 
+Tools const& tools()
+{
+    static Tools const made;
+    return made;
+}
+
 } // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+{
+    // All of them now: it may take long until an input orders the one that the model does not know.
+    for (auto const& name : tools().names())
+        ExpectedCommand::checkKnows(name);
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
-    static Tools const tools;
     static auto const installed = [] {
         qInstallMessageHandler(keepLogLine);
         // The system's clock takes longer than the rest of a log line.
@@ -452,8 +465,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
 
     auto const hold = [&] {
         ByteReader bytes(data, size);
-        Conversation(tools, bytes).hold();
-        tools.checkForLeftovers();
+        Conversation(tools(), bytes).hold();
+        tools().checkForLeftovers();
         return __sanitizer_get_current_allocated_bytes();
     };
     std::size_t const before = hold();
