@@ -67,6 +67,4 @@ add_zrt_test(hostile_files
         WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
         MEMORY_IS_LIMITED=${memory_is_limited})
 add_dependencies(tst_hostile_files workplace p_tool_vesk_zrt)
-# Waits for pipes again and again.
-set_tests_properties(hostile_files PROPERTIES TIMEOUT 300)
 add_subdirectory(packages)
