@@ -149,9 +149,11 @@ QStringList TstHostileFiles::reading(QString const& reader, QString const& file)
 {
     if (reader == QStringLiteral("backup")) {
         // The order is what it is wrong with; the controller says why.
-        QString const sequence = writeSequence("{\"order\": \"restore\", \"parameters\": {\"filePath\": \""
-                                                   + file.toUtf8() + "\"}}, {\"wait\": 100}",
-                                               QStringLiteral("restore.json"));
+        // It is in a file of its own, which a program may still be about to read.
+        QString const sequence =
+            writeSequence("{\"order\": \"restore\", \"parameters\": {\"filePath\": \"" + file.toUtf8()
+                              + "\"}}, {\"wait\": 100}",
+                          QStringLiteral("restore %1.json").arg(QFileInfo(file).fileName()));
         return {QStringLiteral("run"), QStringLiteral("--json"), sequence};
     }
     QMap<QString, QStringList> const before{
