@@ -499,6 +499,12 @@ QString ExpectedCommand::textOf(char const* key) const
 
 quint64 ExpectedCommand::post(char const* name, Map const& arguments)
 {
+    check(m_kind.rules.count(QString::fromLatin1(name)) != 0, [this, name] {
+        return QStringLiteral(
+                   "the model of \"%1\" does not say what it does with the reply to \"%2\": add that "
+                   "to its row in kindOf()")
+            .arg(QLatin1String(m_kind.name), QLatin1String(name));
+    });
     Post one{m_isLinked ? ++m_lastId : ++m_lastOwnId, QString::fromLatin1(name), arguments};
     m_pending[one.id] = {one, false, false};
     if (m_isLinked)
