@@ -11,6 +11,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <type_traits>
 
 using Map = QMap<QString, QVariant>;
 
@@ -124,6 +125,10 @@ Map replyWith(int value)
 {
     return {{QStringLiteral("value"), value}};
 }
+
+// The contract declares it without const, although nothing changes.
+static_assert(std::is_same_v<decltype(&TestCommand::getParametersSection),
+                             QVariant (DAbstractCommand::*)(QString const&)>);
 
 } // namespace
 

@@ -210,7 +210,11 @@ class TstReentrantHost : public QObject
 private slots:
     void handoverRefuses_data();
     void handoverRefuses();
+    void stopFromWithinAHandover_data();
+    void stopFromWithinAHandover();
     void replyFromWithinAResult();
+    void lastReplyFromWithinAResult();
+    void lastReplyFromWithinAResultOfItsOwn();
     void finishFromWithinAResult_data();
     void finishFromWithinAResult();
     void failureFromWithinAResult_data();
@@ -352,6 +356,39 @@ void TstReentrantHost::handoverRefuses()
     QCOMPARE(log.lines.size(), 1);
 }
 
+void TstReentrantHost::stopFromWithinAHandover_data()
+{
+    QTest::addColumn<bool>("whilePosting");
+    QTest::newRow("posting") << true;
+    QTest::newRow("withdrawing") << false;
+}
+
+void TstReentrantHost::stopFromWithinAHandover()
+{
+    QFETCH(bool, whilePosting);
+    MeddlingOrder order;
+    auto const command = make(twoQuestions());
+    order.execute(*command);
+    quint64 const first = order.posted[0].id;
+    quint64 const second = order.posted[1].id;
+    if (whilePosting)
+        command->withdraw(second);
+    // Of what the command knows nothing is outstanding then, but it is not done yet.
+    order.meddle(whilePosting ? MeddlingOrder::Posted : MeddlingOrder::Withdrawn, [&] {
+        command->withdraw(first);
+        QVERIFY(order.finishes.isEmpty());
+    });
+    if (whilePosting) {
+        quint64 const third = command->post(QStringLiteral("device"), QStringLiteral("three"));
+        QVERIFY(order.finishes.isEmpty());
+        QVERIFY(command->setReply(third, reply(3)));
+    } else {
+        command->withdraw(second);
+    }
+    QCOMPARE(order.withdrawn, (QList<quint64>{second, first}));
+    QCOMPARE(order.finishes.size(), 1);
+}
+
 void TstReentrantHost::replyFromWithinAResult()
 {
     MeddlingOrder order;
@@ -360,6 +397,41 @@ void TstReentrantHost::replyFromWithinAResult()
     order.meddle(MeddlingOrder::Result, [&] { QVERIFY(command->setReply(order.posted[1].id, reply(2))); });
     QVERIFY(command->setReply(order.posted[0].id, reply(1)));
     QCOMPARE(published(order), QList<int>({1, 2}));
+    QCOMPARE(order.finishes.size(), 1);
+    QVERIFY(order.finishes[0].success);
+}
+
+void TstReentrantHost::lastReplyFromWithinAResult()
+{
+    MeddlingOrder order;
+    CommandScript script = twoQuestions();
+    script.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
+        bool const isPublished = command.publish(c_result, reply.value(c_result));
+        if (reply == ::reply(1))
+            command.post(QStringLiteral("device"), QStringLiteral("three"));
+        return isPublished;
+    };
+    auto const command = make(script);
+    order.execute(*command);
+    order.meddle(MeddlingOrder::Result, [&] { QVERIFY(command->setReply(order.posted[1].id, reply(2))); });
+    QVERIFY(command->setReply(order.posted[0].id, reply(1)));
+    // Nothing was outstanding meanwhile, but the first handler had not returned.
+    QVERIFY(order.finishes.isEmpty());
+    QVERIFY(command->setReply(order.posted[2].id, reply(3)));
+    QCOMPARE(published(order), QList<int>({1, 2, 3}));
+    QCOMPARE(order.finishes.size(), 1);
+}
+
+void TstReentrantHost::lastReplyFromWithinAResultOfItsOwn()
+{
+    // A result that no reply has brought.
+    MeddlingOrder order;
+    auto const command = make(twoQuestions());
+    order.execute(*command);
+    QVERIFY(command->setReply(order.posted[0].id, reply(1)));
+    order.meddle(MeddlingOrder::Result, [&] { QVERIFY(command->setReply(order.posted[1].id, reply(2))); });
+    QVERIFY(command->publish(c_result, 0));
+    QCOMPARE(published(order), QList<int>({1, 0, 2}));
     QCOMPARE(order.finishes.size(), 1);
     QVERIFY(order.finishes[0].success);
 }

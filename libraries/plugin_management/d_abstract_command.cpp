@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <iterator>
 
-// The contract.
-
 DAbstractCommand::DAbstractCommand(QString const& commandName, QMap<QString, QVariant> const& parameters,
                                    QObject* parent)
     : DAbstractCommand(commandName, QString(), parameters, parent)
@@ -173,8 +171,6 @@ void DAbstractCommand::stopTheInstruction(quint64 instructionId)
     // It may have been the last one that a one-shot command waited for.
     d->endIfDone();
 }
-
-// What stands behind it.
 
 DAbstractCommandPrivate::DAbstractCommandPrivate(DAbstractCommand& command, QString const& name,
                                                  QString const& stopName,

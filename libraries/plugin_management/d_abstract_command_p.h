@@ -21,7 +21,7 @@ public:
     {
         Idle,
         Publishing,  ///< its order hears of a result
-        Working,     ///< commandExecute() or a handler runs and may be about to post more
+        Working,     ///< execute() or a handler runs and may be about to post more
         HandingOver, ///< its order takes an instruction, or hears that one is withdrawn: all calls are
                      ///< refused
     };

@@ -27,19 +27,22 @@ struct DInstruction
 /// their endpoints and hands the replies to ICommand::setReply(). An order serves one command object at a
 /// time and is used on its thread. It may be destroyed before or after the command, and at any time.
 ///
-/// The linked command calls the protected operations in the middle of its own work. From within them a host
-/// may do with the command:
+/// The linked command calls the protected operations in the middle of its own work. What a host may do with
+/// the command from within them:
 ///
-/// - In instructionPosted() and instructionWithdrawn() nothing. The command refuses every call with a
+/// - In instructionPosted() and instructionWithdrawn(): nothing. The command refuses every call with a
 ///   critical log line, and neither the order nor the command can be linked anew. So no endpoint answers
-///   before the command knows what it has asked. A refused call has had no effect: repeat it afterwards, such
-///   as allowancePassed().
-/// - In resultUpdated() and replyDropped() anything but destroying it: hand it replies, tell it what an order
-///   can tell, execute it anew, finish it. This happens at once; then the command goes on with what it was
-///   doing. A further result of the same handler then comes after the command's end.
-/// - In replyDropped() and commandFinished() also destroy it, unless the command is still at work: it was
-///   finished from within a result or by one of its handlers, or it failed while it started. Destroying it at
-///   any other time is fatal.
+///   before the command knows what it has asked. Repeat a refused call, such as allowancePassed(),
+///   afterwards.
+/// - In resultUpdated(): anything but destroying it. Replies, passed allowances, another execution and the
+/// end
+///   take effect at once; then the command goes on with what it was doing. So a further result of the same
+///   handler may come after commandFinished().
+/// - In replyDropped() and commandFinished(): anything. To re-execute the command, wait for
+/// commandFinished().
+///
+/// Destroying the command is fatal while one of its handlers, execute(), or an operation of the first two
+/// kinds is still running further up.
 class PLUGIN_MANAGEMENT_EXPORT DOrder : public QObject
 {
     Q_OBJECT

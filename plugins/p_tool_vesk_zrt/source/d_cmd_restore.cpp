@@ -38,6 +38,7 @@ bool DCmdRestore::commandExecute()
 {
     if (!DAbstractCommand::commandExecute())
         return false;
+    // Hosts see this one read first.
     QString const loadControllerParams = QStringLiteral("loadControllerParams");
     bool const isLoadingParams = getParameterValue(loadControllerParams, QVariant(false)).toBool();
     QMap<QString, QVariant> arguments;

@@ -39,7 +39,7 @@ bool DCmdStartTightening::commandExecute()
     addInstruction(zrt::device(), QStringLiteral("setLock"),
                    {{QStringLiteral("lock"), QVariant(locking.toUInt())}}, zrt::c_timeAllowance,
                    zrt::OnReply(this, &DCmdStartTightening::onSetLockReply));
-    // The preset is asked for with the value as the order gives it, not with the number made of it.
+    // Read again, and not made a number: hosts see three reads, each before its instruction.
     QVariant const preset = getParameterValue(QStringLiteral("program"), QVariant());
     addInstruction(zrt::device(), QStringLiteral("getPresetData"), {{QStringLiteral("preset"), preset}},
                    zrt::c_timeAllowance, zrt::OnReply(this, &DCmdStartTightening::onGetPresetDataReply));

@@ -19,8 +19,8 @@ public:
     /// 1 without a channel, else 0.
     int isEmpty() const { return count() == 0 ? 1 : 0; }
 
-    /// The channel with this id, the first of the list if there are several; null if there is none. Ids are
-    /// those of the last insertion, removal or clearing: a channel renamed since has its former id here.
+    /// The channel with this id, the first of the list if there are several; null if there is none.
+    /// A channel keeps its former id here until the next changed().
     QSharedPointer<DZrtToolChannel> byKey(QString const& id) const { return m_byId.value(id); }
 
     /// What stands above a column; nothing, for no property of a channel is shown as a column.

@@ -13,7 +13,7 @@ int toWhole(QVariant const& value)
     if (value.userType() != QMetaType::Double && value.userType() != QMetaType::Float)
         return value.toInt();
     double const whole = std::trunc(value.toDouble());
-    // NaN is neither.
+    // NaN fails both comparisons.
     bool const fits = whole >= std::numeric_limits<int>::min() && whole <= std::numeric_limits<int>::max();
     return fits ? static_cast<int>(whole) : 0;
 }
