@@ -1,4 +1,5 @@
 # Tests of the simulated controller, and of the examples as a user runs them.
+set(area workplace)
 add_zrt_workplace_test(tightening)
 add_zrt_workplace_test(zrt_preset)
 add_zrt_workplace_test(zrt_faults)
@@ -15,6 +16,7 @@ add_zrt_workplace_test(examples
         COMMANDS_DOC="${PROJECT_SOURCE_DIR}/docs/commands.md"
         TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data"
     DEPENDS workplace p_tool_vesk_zrt)
+set_area("plugin;program" examples)
 # What the examples print is compared; the plugin's traces in a debug build are not part of it.
 set_property(TEST examples APPEND PROPERTY ENVIRONMENT "QT_LOGGING_RULES=default.debug=false")
 

@@ -1,4 +1,5 @@
 # Tests of the host framework's stand-in.
+set(area libraries)
 add_zrt_test(fast_delegate LIBRARIES WorkstationSdk::plugin_management)
 add_zrt_test(utilities LIBRARIES WorkstationSdk::utilities)
 add_zrt_test(abstract_command LIBRARIES WorkstationSdk::plugin_management)

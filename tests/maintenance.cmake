@@ -1,4 +1,5 @@
 # Tests of the maintenance side of AppWorkplace: records, pages, and the verbs that deal with them.
+set(area workplace)
 add_zrt_workplace_test(maintenance_records)
 add_zrt_workplace_test(interrupted_save SOURCES support/file_calls.cpp)
 target_link_libraries(tst_interrupted_save PRIVATE ${CMAKE_DL_LIBS})
@@ -6,6 +7,7 @@ add_zrt_workplace_test(maintenance_state)
 add_zrt_workplace_test(page_document
     DEFINITIONS ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>"
     DEPENDS p_tool_vesk_zrt)
+set_area("plugin;workplace" page_document)
 find_package(Qt5 5.15 REQUIRED COMPONENTS Qml)
 target_link_libraries(tst_page_document PRIVATE Qt5::Qml)
 add_zrt_workplace_test(panel_application)
@@ -18,3 +20,4 @@ add_zrt_test(panel_cli
         ODD_INTERFACE_FILE="$<TARGET_FILE:odd_interface>"
         ODD_INSTANCES_FILE="$<TARGET_FILE:odd_instances>")
 add_dependencies(tst_panel_cli workplace p_tool_vesk_zrt odd_interface odd_instances)
+set_area(program panel_cli)

@@ -1,3 +1,4 @@
+set(area plugin)
 find_package(Qt5 5.15 REQUIRED COMPONENTS Qml)
 
 # Tests of the plugin load the library file as a host does; they link against the host framework alone.
@@ -45,6 +46,7 @@ add_zrt_plugin_test(front_door
     ZRT_MAKER_DOMAIN="${ZRT_MAKER_DOMAIN}"
     MAINTENANCE_PAGE_FILE="${PROJECT_SOURCE_DIR}/plugins/p_tool_vesk_zrt/resource/maintenance_panel.qml"
     READELF_PROGRAM="${CMAKE_READELF}"
+    SANITIZED=${is_sanitized}
     QTPLUGININFO_PROGRAM="${ZRT_QTPLUGININFO}")
 target_link_libraries(tst_front_door PRIVATE Qt5::Qml ${CMAKE_DL_LIBS})
 add_zrt_plugin_test(lives)

@@ -262,8 +262,11 @@ void TestFrontDoor::metaDataBytes()
     QByteArray const content = contentOf(c_library);
     QCOMPARE(content.count("QTMETADATA !"), 1);
     auto const section = sectionOf(QStringLiteral(".qtmetadata"));
-    // The section holds this and nothing else.
-    QCOMPARE(content.mid(int(section.offset), int(section.size)).toHex(' '), metaDataBlock().toHex(' '));
+    QByteArray const found = content.mid(int(section.offset), int(section.size));
+    // The section holds this and nothing else; a sanitizer puts zeros behind each object.
+    QByteArray const expected = metaDataBlock();
+    QByteArray const zeros(SANITIZED ? qMax(0, found.size() - expected.size()) : 0, '\0');
+    QCOMPARE(found.toHex(' '), (expected + zeros).toHex(' '));
 }
 
 void TestFrontDoor::metaDataByQuery()

@@ -1,4 +1,5 @@
 # Tests of AppWorkplace: its rooms one by one, and the program as a user runs it.
+set(area workplace)
 
 # Libraries to open that are not the plugin. Each lies in a folder of its own, where no other test searches.
 function(add_odd_library name)
@@ -67,4 +68,5 @@ add_zrt_test(hostile_files
         WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
         MEMORY_IS_LIMITED=${memory_is_limited})
 add_dependencies(tst_hostile_files workplace p_tool_vesk_zrt)
+set_area(program workplace_cli hostile_files)
 add_subdirectory(packages)

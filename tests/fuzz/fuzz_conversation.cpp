@@ -68,6 +68,8 @@ ErrorLine parsed(QString const& text)
 
 void keepLogLine(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
 {
+    if (type == QtDebugMsg) // a trace
+        return;
     check(heard && (type == QtCriticalMsg || type == QtInfoMsg),
           [&] { return QStringLiteral("nobody asked for this line: ") + text; });
     if (type == QtCriticalMsg)

@@ -88,8 +88,7 @@ void TestOtherHost::initTestCase()
 {
     QVERIFY2(m_directory.isValid(), qPrintable(m_directory.errorString()));
     QString const prefix = m_directory.filePath(QStringLiteral("prefix"));
-    QVERIFY(plugin_alone::install(m_directory.filePath(QStringLiteral("build")), prefix,
-                                  QStringLiteral(BUILD_TYPE),
+    QVERIFY(plugin_alone::install(QStringLiteral(BUILD_FOLDER), prefix, QStringLiteral(BUILD_TYPE),
                                   {QStringLiteral("-DCMAKE_PREFIX_PATH=" PACKAGE_DIR),
                                    QStringLiteral("-DZRT_SANITIZERS=" SANITIZERS)}));
 
