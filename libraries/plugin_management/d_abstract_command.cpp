@@ -66,9 +66,9 @@ QString DAbstractCommand::fullDescription() const
         return QStringLiteral("%1 \"%2\" (%3): %4").arg(kind, declared.key, declared.typeTag, declared.label);
     };
     QStringList lines{d->description};
-    for (auto const& parameter : d->arguments.parameters)
+    for (auto const& parameter : qAsConst(d->arguments.parameters))
         lines += line(QStringLiteral("parameter"), parameter);
-    for (auto const& result : d->arguments.results)
+    for (auto const& result : qAsConst(d->arguments.results))
         lines += line(QStringLiteral("result"), result);
     return lines.join(QLatin1Char('\n'));
 }
