@@ -12,7 +12,7 @@ add_test(NAME maintenance_page_west COMMAND tst_maintenance_page)
 set_tests_properties(maintenance_page_west PROPERTIES
     ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TZ=America/Santiago;LC_ALL=C.UTF-8" LABELS "${area}" TIMEOUT 120)
 
-# It comes and goes a thousand times.
+# It comes and goes again and again.
 add_zrt_test(page_lives
     LIBRARIES workplace_gui p_tool_vesk_zrt
     DEFINITIONS ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>")
