@@ -21,6 +21,7 @@
 #include <memory>
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace
 {
@@ -64,11 +65,14 @@ Place place()
 /// Puts something else there.
 void occupy(Place const& where)
 {
-    if (::mmap(reinterpret_cast<void*>(where.begin), where.end - where.begin, PROT_NONE,
-               MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0)
-            == MAP_FAILED
-        && errno != EEXIST) // somebody else was quicker, which is as good
-        qFatal("the place cannot be taken");
+    auto const page = static_cast<quintptr>(::sysconf(_SC_PAGESIZE));
+    for (quintptr begin = where.begin; begin < where.end; begin += page) {
+        if (::mmap(reinterpret_cast<void*>(begin), page, PROT_NONE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0)
+                == MAP_FAILED
+            && errno != EEXIST) // a sanitizer was quicker
+            qFatal("the place cannot be taken");
+    }
 }
 
 /// A host that really unloads the library, which Qt's loader does not do by itself.
