@@ -16,6 +16,7 @@ set_tests_properties(maintenance_page_west PROPERTIES
 add_zrt_test(page_lives
     LIBRARIES workplace_gui p_tool_vesk_zrt
     DEFINITIONS ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>")
+set_tests_properties(page_lives PROPERTIES TIMEOUT 300)
 
 # Links nothing of the plugin: it has to go.
 add_zrt_test(unloading

@@ -23,6 +23,11 @@ constexpr bool c_isLimited = true;
 #else
 constexpr bool c_isLimited = false;
 #endif
+#ifdef NDEBUG
+constexpr bool c_isOptimised = true;
+#else
+constexpr bool c_isOptimised = false;
+#endif
 
 void makeSocket(QString const& fileName)
 {
@@ -36,11 +41,12 @@ void makeSocket(QString const& fileName)
 }
 
 /// A list that makes a file almost as large as a file may be. It has as many items as it can have; a
-/// sanitizer takes ten times as long for each of them, and there most of the file is blanks.
+/// build that is not optimised takes ten times as long for each of them, and there most of the file is
+/// blanks.
 QByteArray longList(QByteArray const& item)
 {
     constexpr int size = (4 << 20) - 1000;
-    constexpr int least = c_isLimited ? 0 : 64;
+    constexpr int least = c_isOptimised ? 0 : 64;
     QByteArray const one = (item + ',').leftJustified(least);
     return '[' + one.repeated(size / one.size()) + item + ']';
 }
