@@ -35,11 +35,9 @@ struct DInstruction
 ///   before the command knows what it has asked. Repeat a refused call, such as allowancePassed(),
 ///   afterwards.
 /// - In resultUpdated(): anything but destroying it. Replies, passed allowances, another execution and the
-/// end
-///   take effect at once; then the command goes on with what it was doing. So a further result of the same
-///   handler may come after commandFinished().
-/// - In replyDropped() and commandFinished(): anything. To re-execute the command, wait for
-/// commandFinished().
+///   end take effect at once; then the command goes on with what it was doing. So a further result of the
+///   same handler may come after commandFinished().
+/// - In replyDropped() and commandFinished(): anything. Re-execute the command in or after the second.
 ///
 /// Destroying the command is fatal while one of its handlers, execute(), or an operation of the first two
 /// kinds is still running further up.
