@@ -359,8 +359,8 @@ void TstPageLives::comesAndGoes_data()
     QVariantMap const none;
     QVariantMap const typed{{QStringLiteral("serialNumber"), QStringLiteral("ZRT-00427")}};
     // So many that what the collector of garbage has not yet found of one page does not count.
-    constexpr int many = 100;
-    constexpr int some = 25; // where each takes an engine or a window of its own, or waits for one
+    constexpr int many = 40;
+    constexpr int some = 16; // where each takes an engine or a window of its own, or waits for one
     QTest::newRow("at rest") << Step(nothing) << Step(closePage) << many << none;
     QTest::newRow("typing") << Step(typeText) << Step(closePage) << many << typed;
     QTest::newRow("composing") << Step(composeText) << Step(closePage) << many << none;
@@ -398,13 +398,23 @@ void TstPageLives::comesAndGoes()
         comeAndGo(meanwhile, go, edits);
         if (QTest::currentTestFailed())
             return;
-        // The collector of garbage may be late by a page or two, but not by all of them.
         if (round == rounds / 2)
             early = m_living.byClass();
     }
-    auto const late = m_living.byClass();
-    for (auto one = late.cbegin(); one != late.cend(); ++one)
-        QVERIFY2(one.value() - early.value(one.key()) < rounds / 2, qPrintable(one.key()));
+    // The collector of garbage may be late by a page or two, and on a busy machine what fades out by more,
+    // but not for good.
+    auto const growing = [&] {
+        if (m_engine)
+            m_engine->collectGarbage();
+        QStringList classes;
+        auto const late = m_living.byClass();
+        for (auto one = late.cbegin(); one != late.cend(); ++one) {
+            if (one.value() - early.value(one.key()) >= rounds / 2)
+                classes += one.key();
+        }
+        return classes.join(QLatin1Char(' '));
+    };
+    QTRY_COMPARE(growing(), QString());
     cleanup();
     QCOMPARE(differences(m_atRest, m_living.byClass()), QString());
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QByteArray>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -43,8 +42,8 @@ public:
         std::lock_guard const lock(m_mutex);
         QMap<QString, int> counts;
         for (auto const* const object : m_objects) {
-            QByteArray const name = object->metaObject()->className();
-            ++counts[QString::fromLatin1(name.left(name.indexOf("_QML")))];
+            QString const name = QString::fromLatin1(object->metaObject()->className());
+            ++counts[name.left(name.indexOf(QLatin1String("_QML")))];
         }
         return counts;
     }
