@@ -5,17 +5,15 @@
 #include "long_run.h"
 #include "measure.h"
 
-#include "controller/zrt_controller.h"
-#include "controller/zrt_endpoint.h"
-#include "controller/zrt_faults.h"
-#include "host/clock.h"
 #include "host/plugin_library.h"
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
+#include "host/zrt_device.h"
 #include "sequence/sequence_runner.h"
 
 #include <plugin_management/d_abstract_plugin.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QCoreApplication>
 #include <QUuid>
@@ -75,7 +73,7 @@ class Workplace
 public:
     Workplace() : m_tool(m_library.plugin(), QUuid::createUuid(), m_workstation)
     {
-        m_workstation.connectEndpoint(QStringLiteral("device"), m_endpoint);
+        m_workstation.connectEndpoint(QStringLiteral("device"), m_device);
     }
 
     RunEvents& events() { return m_events; }
@@ -84,7 +82,7 @@ public:
 
     void run(Sequence const& sequence)
     {
-        if (!SequenceRunner(m_tool, m_endpoint, m_workstation, m_clock).run(sequence))
+        if (!SequenceRunner(m_tool, m_device.controller(), m_workstation, m_clock).run(sequence))
             qFatal("a step failed");
         if (m_workstation.droppedReplies() != 0)
             qFatal("a reply was dropped");
@@ -94,12 +92,10 @@ public:
 
 private:
     PluginLibrary m_library{QStringLiteral(ZRT_PLUGIN_FILE)};
-    Clock m_clock{Clock::Pace::Simulated};
+    ZrtClock m_clock{ZrtClock::Pace::Simulated};
     RunEvents m_events{m_clock};
     Workstation m_workstation{m_clock, m_events};
-    ZrtController m_controller{ZrtState()};
-    ZrtFaults m_faults;
-    ZrtEndpoint m_endpoint{m_controller, m_faults, ZrtTimes(), m_clock};
+    ZrtDevice m_device{ZrtSimulatedController::create({}, m_clock)};
     Tool m_tool;
 };
 

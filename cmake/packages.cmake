@@ -26,5 +26,7 @@ cpack_add_component(plugin DEPENDS sdk
     DESCRIPTION "The tool plugin: the library that a workstation application loads to drive ZRT controllers.")
 cpack_add_component(sdk
     DESCRIPTION "The host framework that the plugin is built against, with a stand-in behind its declarations.")
-cpack_add_component(workplace DEPENDS plugin sdk
+cpack_add_component(controller
+    DESCRIPTION "A simulated ZRT controller, to test a host without hardware.")
+cpack_add_component(workplace DEPENDS plugin sdk controller
     DESCRIPTION "A small workstation with a simulated controller, to try the plugin without either.")

@@ -1,11 +1,15 @@
-#include "host/clock.h"
+#include <zrt_controller/zrt_simulated_controller.h>
 
+#include <QThread>
 #include <QtTest>
+
+#include <limits>
+#include <memory>
 
 namespace
 {
 
-using Pace = Clock::Pace;
+using Pace = ZrtClock::Pace;
 
 class Notifier : public QObject
 {
@@ -25,7 +29,7 @@ void addPaces()
 
 } // namespace
 
-Q_DECLARE_METATYPE(Clock::Pace)
+Q_DECLARE_METATYPE(ZrtClock::Pace)
 
 /// The one source of time: which task runs when.
 class TstClock : public QObject
@@ -60,12 +64,19 @@ private slots:
     void deletedLater_data() { addPaces(); }
     void deletedLater();
     void plannedTasksGoWithTheClock();
+    void advance_data() { addPaces(); }
+    void advance();
+    void eventLoop();
+    void copiesShareTheTime();
+    void mayGoWithinATask();
+    void refuses();
+    void belongsToItsThread();
 };
 
 void TstClock::startsAtZero()
 {
     QFETCH(Pace, pace);
-    Clock const clock(pace);
+    ZrtClock const clock(pace);
     QCOMPARE(clock.now(), qint64{0});
     QCOMPARE(clock.pace(), pace);
 }
@@ -73,7 +84,7 @@ void TstClock::startsAtZero()
 void TstClock::stepWithoutTasksIsFalse()
 {
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     QVERIFY(!clock.step());
     clock.after(3, [] {});
     QVERIFY(clock.step());
@@ -84,7 +95,7 @@ void TstClock::stepWithoutTasksIsFalse()
 void TstClock::oneStepRunsOneTask()
 {
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     int runs = 0;
     clock.after(2, [&runs] { ++runs; });
     clock.after(2, [&runs] { ++runs; });
@@ -97,7 +108,7 @@ void TstClock::oneStepRunsOneTask()
 void TstClock::orderOfTasks()
 {
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     QStringList ran;
     auto const plan = [&](qint64 delay, QString const& name) {
         clock.after(delay,
@@ -116,7 +127,7 @@ void TstClock::orderOfTasks()
 void TstClock::tasksPlannedByTasks()
 {
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     QStringList ran;
     auto const note = [&](char const* name) {
         ran += QStringLiteral("%1@%2").arg(QLatin1String(name)).arg(clock.now());
@@ -145,7 +156,7 @@ void TstClock::delaysThatAreNone_data()
 void TstClock::delaysThatAreNone()
 {
     QFETCH(qint64, delay);
-    Clock clock(Pace::Simulated);
+    ZrtClock clock(Pace::Simulated);
     QStringList ran;
     clock.after(7, [&] {
         clock.after(delay, [&ran, &clock] { ran += QStringLiteral("late %1").arg(clock.now()); });
@@ -160,7 +171,7 @@ void TstClock::delaysThatAreNone()
 
 void TstClock::farDelay()
 {
-    Clock clock(Pace::Simulated);
+    ZrtClock clock(Pace::Simulated);
     constexpr qint64 tenYears = 10LL * 365 * 24 * 3600 * 1000;
     clock.after(tenYears, [] {});
     QVERIFY(clock.step());
@@ -169,7 +180,7 @@ void TstClock::farDelay()
 
 void TstClock::simulatedDate()
 {
-    Clock clock(Pace::Simulated);
+    ZrtClock clock(Pace::Simulated);
     QDateTime const start(QDate(2000, 1, 1), QTime(0, 0), Qt::UTC);
     QCOMPARE(clock.date(), start);
     QCOMPARE(clock.date().timeSpec(), Qt::UTC);
@@ -177,10 +188,10 @@ void TstClock::simulatedDate()
     QCOMPARE(clock.date(), start); // planning is not passing
     clock.step();
     QCOMPARE(clock.date(), QDateTime(QDate(2000, 1, 1), QTime(0, 1, 1, 250), Qt::UTC));
-    QCOMPARE(Clock(Pace::Simulated).date(), start);
+    QCOMPARE(ZrtClock(Pace::Simulated).date(), start);
     // One that was asked for.
     QDateTime const other(QDate(2026, 3, 9), QTime(7, 5), Qt::UTC);
-    Clock at(other);
+    ZrtClock at(other);
     QVERIFY(at.pace() == Pace::Simulated);
     at.after(250, [] {});
     QVERIFY(at.step());
@@ -189,7 +200,7 @@ void TstClock::simulatedDate()
 
 void TstClock::moveTo()
 {
-    Clock clock(Pace::Simulated);
+    ZrtClock clock(Pace::Simulated);
     QVERIFY(!clock.nextDue());
     clock.moveTo(7);
     QCOMPARE(clock.now(), qint64{7});
@@ -206,7 +217,7 @@ void TstClock::moveTo()
 void TstClock::realDate()
 {
     QDateTime const before = QDateTime::currentDateTime();
-    Clock clock(Pace::RealTime);
+    ZrtClock clock(Pace::RealTime);
     QDateTime const after = QDateTime::currentDateTime();
     QDateTime const start = clock.date();
     QVERIFY(before <= start && start <= after);
@@ -219,7 +230,7 @@ void TstClock::waitsInRealTimeOnly()
 {
     // While somebody waits, Qt's own timers go off.
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     QTimer timer;
     QStringList ran;
     connect(&timer, &QTimer::timeout, [&ran] { ran += QStringLiteral("timer"); });
@@ -236,7 +247,7 @@ void TstClock::waitsInRealTimeOnly()
 void TstClock::queuedSignalsBelongToTheStep()
 {
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     Notifier notifier;
     QStringList heard;
     connect(
@@ -254,7 +265,7 @@ void TstClock::queuedSignalsBelongToTheStep()
 void TstClock::queuedSignalsOfQueuedSignalsToo()
 {
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     Notifier notifier;
     QStringList heard;
     connect(&notifier, &Notifier::sigQueued, &notifier, &Notifier::sigQueuedNext, Qt::QueuedConnection);
@@ -271,7 +282,7 @@ void TstClock::queuedSignalsOfQueuedSignalsToo()
 void TstClock::queuedSignalsPlanAtTheSameTime()
 {
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     Notifier notifier;
     qint64 ran = -1;
     connect(
@@ -288,7 +299,7 @@ void TstClock::deletedLater()
 {
     // An object that is to be deleted later is gone with the step, however fast time passes.
     QFETCH(Pace, pace);
-    Clock clock(pace);
+    ZrtClock clock(pace);
     QPointer<QObject> const object = new QObject;
     clock.after(1, [&] { object->deleteLater(); });
     bool isThere = true;
@@ -303,7 +314,7 @@ void TstClock::plannedTasksGoWithTheClock()
 {
     auto const held = std::make_shared<int>(1);
     {
-        Clock clock(Pace::Simulated);
+        ZrtClock clock(Pace::Simulated);
         clock.after(1, [held] {});
         clock.after(2, [held] {});
         QCOMPARE(held.use_count(), 3L);
@@ -311,6 +322,141 @@ void TstClock::plannedTasksGoWithTheClock()
         QCOMPARE(held.use_count(), 2L); // a task that has run is gone
     }
     QCOMPARE(held.use_count(), 1L);
+}
+
+void TstClock::advance()
+{
+    QFETCH(Pace, pace);
+    ZrtClock clock(pace);
+    QStringList ran;
+    clock.after(10, [&] {
+        ran += QString::number(clock.now());
+        clock.after(10, [&] { ran += QString::number(clock.now()); });
+        clock.after(11, [&] { ran += QStringLiteral("beyond"); });
+    });
+    QVERIFY(clock.advance(9));
+    QCOMPARE(clock.now(), qint64{9});
+    QCOMPARE(ran, QStringList());
+    QVERIFY(clock.advance(11)); // what is planned for its end belongs to it
+    QCOMPARE(clock.now(), qint64{20});
+    QCOMPARE(ran, QStringList({QStringLiteral("10"), QStringLiteral("20")}));
+}
+
+void TstClock::eventLoop()
+{
+    ZrtClock clock(Pace::EventLoop);
+    QStringList ran;
+    QList<qint64> times;
+    auto const plan = [&](qint64 delay, QString const& name) {
+        QVERIFY(clock.after(delay, [&, name] {
+            ran += name;
+            times += clock.now();
+        }));
+    };
+    plan(60, QStringLiteral("c"));
+    plan(0, QStringLiteral("a"));
+    plan(20, QStringLiteral("b"));
+    clock.after(61, [&] { plan(20, QStringLiteral("d")); });
+    QCOMPARE(ran, QStringList()); // never before after() has returned
+    QTRY_COMPARE(ran.join(QLatin1Char(' ')), QStringLiteral("a b c d"));
+    QVERIFY(times[1] >= 20);
+    QVERIFY(times[2] >= 60);
+    QVERIFY(times[3] >= 81);
+    QVERIFY(!clock.nextDue());
+    QVERIFY(clock.now() >= times[3]);
+}
+
+void TstClock::copiesShareTheTime()
+{
+    auto first = std::make_unique<ZrtClock>();
+    ZrtClock second = *first;
+    int runs = 0;
+    first->after(5, [&runs] { ++runs; });
+    QVERIFY(second.step());
+    QCOMPARE(runs, 1);
+    QCOMPARE(first->now(), qint64{5});
+    first->after(5, [&runs] { ++runs; });
+    first.reset();
+    QVERIFY(second.step());
+    QCOMPARE(runs, 2);
+}
+
+void TstClock::mayGoWithinATask()
+{
+    auto clock = std::make_unique<ZrtClock>();
+    bool ran = false;
+    clock->after(5, [&] { clock.reset(); });
+    clock->after(5, [&] { ran = true; });
+    QVERIFY(clock->step());
+    QVERIFY(!clock);
+    QVERIFY(!ran);
+
+    ZrtClock looped(Pace::EventLoop);
+    auto held = std::make_unique<ZrtClock>(Pace::EventLoop);
+    held->after(0, [&] { held.reset(); });
+    held->after(0, [&] { ran = true; });
+    looped.after(30, [] {});
+    QTRY_VERIFY(!looped.nextDue());
+    QVERIFY(!held);
+    QVERIFY(!ran);
+}
+
+void TstClock::refuses()
+{
+    ZrtClock clock;
+    QTest::ignoreMessage(QtWarningMsg, "ZrtClock::after: the task is null");
+    QVERIFY(!clock.after(1, nullptr));
+    QTest::ignoreMessage(QtWarningMsg, "ZrtClock::advance: time does not go back");
+    QVERIFY(!clock.advance(-1));
+    clock.advance(10);
+    QTest::ignoreMessage(QtWarningMsg, "ZrtClock::moveTo: time does not go back");
+    QVERIFY(!clock.moveTo(9));
+    clock.after(5, [] {});
+    QTest::ignoreMessage(QtWarningMsg, "ZrtClock::moveTo: a task is planned before");
+    QVERIFY(!clock.moveTo(16));
+    QCOMPARE(clock.now(), qint64{10});
+    QCOMPARE(clock.nextDue(), std::optional<qint64>(15));
+
+    // The latest time that there is.
+    clock.after(std::numeric_limits<qint64>::max(), [] {});
+    QVERIFY(clock.step());
+    QVERIFY(clock.step());
+    QCOMPARE(clock.now(), std::numeric_limits<qint64>::max());
+
+    ZrtClock real(Pace::RealTime);
+    QTest::ignoreMessage(QtWarningMsg, "ZrtClock::moveTo: the time is not simulated");
+    QVERIFY(!real.moveTo(1));
+
+    ZrtClock looped(Pace::EventLoop);
+    looped.after(0, [] { QFAIL("ran without the event loop"); });
+    for (char const* const call : {"step", "advance", "moveTo"}) {
+        QByteArray const message =
+            QByteArray("ZrtClock::") + call + ": Qt's event loop runs the tasks of this clock";
+        QTest::ignoreMessage(QtWarningMsg, message.constData());
+    }
+    QVERIFY(!looped.step());
+    QVERIFY(!looped.advance(1));
+    QVERIFY(!looped.moveTo(1));
+}
+
+void TstClock::belongsToItsThread()
+{
+    ZrtClock clock;
+    clock.advance(7);
+    for (char const* const call : {"now", "after", "nextDue", "step", "advance", "moveTo"}) {
+        QByteArray const message = QByteArray("ZrtClock::") + call + ": called from another thread";
+        QTest::ignoreMessage(QtWarningMsg, message.constData());
+    }
+    bool isRefused = false;
+    std::unique_ptr<QThread> const other(QThread::create([&] {
+        isRefused = clock.now() == 0 && !clock.after(1, [] {}) && !clock.nextDue() && !clock.step()
+                    && !clock.advance(1) && !clock.moveTo(8);
+    }));
+    other->start();
+    QVERIFY(other->wait());
+    QVERIFY(isRefused);
+    QCOMPARE(clock.now(), qint64{7});
+    QVERIFY(!clock.nextDue());
 }
 
 QTEST_GUILESS_MAIN(TstClock)

@@ -4,7 +4,8 @@
 
 #include "trace/event_json.h"
 #include "trace/trace_file.h"
-#include "json/variant_json.h"
+
+#include <files/variant_json.h>
 
 #include <QtTest>
 

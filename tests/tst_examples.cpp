@@ -2,9 +2,10 @@
 #include "outcome.h"
 #include "scratch_folder.h"
 
-#include "controller/zrt_backup.h"
-#include "controller/zrt_setup.h"
-#include "json/json_input.h"
+#include <files/json_input.h>
+#include <zrt_controller/zrt_backup.h>
+#include <zrt_controller/zrt_faults.h>
+#include <zrt_controller/zrt_setup.h>
 
 #include <QtTest>
 

@@ -2,7 +2,6 @@
 #include "scripted_endpoint.h"
 #include "scripted_plugin.h"
 
-#include "host/clock.h"
 #include "host/log_tap.h"
 #include "host/order.h"
 #include "host/run_event.h"
@@ -10,6 +9,7 @@
 #include "host/workstation.h"
 
 #include <utilities/utilities.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
 
@@ -66,7 +66,7 @@ struct Bench
         return tool->order(QString::fromLatin1(name), parameters);
     }
 
-    Clock clock{Clock::Pace::Simulated};
+    ZrtClock clock{ZrtClock::Pace::Simulated};
     RunEvents events{clock};
     EventLog log{events};
     Workstation workstation{clock, events};
@@ -732,7 +732,7 @@ IPlugin* BarePlugin::createInstance(QUuid const& /*objectUuid*/) const
 
 void TstHost::instanceThatIsNoPlugin()
 {
-    Clock clock(Clock::Pace::Simulated);
+    ZrtClock clock(ZrtClock::Pace::Simulated);
     RunEvents const events(clock);
     Workstation workstation(clock, events);
     for (bool const makesNothing : {true, false}) {

@@ -1,16 +1,15 @@
 #include "outcome.h"
 #include "scratch_folder.h"
 
-#include "controller/zrt_controller.h"
-#include "controller/zrt_endpoint.h"
-#include "host/clock.h"
 #include "host/order.h"
 #include "host/plugin_library.h"
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
+#include "host/zrt_device.h"
 
 #include <plugin_management/d_abstract_plugin.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
 
@@ -34,10 +33,10 @@ constexpr int c_written = 200;
 constexpr int c_end = 300;
 
 /// What a restore changes.
-QString restorable(ZrtController const& controller)
+QString restorable(ZrtSimulatedController const& controller)
 {
     QStringList list;
-    auto const& state = controller.state();
+    auto const state = controller.state();
     for (auto it = state.presets.cbegin(); it != state.presets.cend(); ++it)
         list += QStringLiteral("%1: %2").arg(it.key()).arg(it->torque);
     for (auto it = state.parameters.cbegin(); it != state.parameters.cend(); ++it)
@@ -59,12 +58,10 @@ ZrtState formerState()
 struct Station
 {
     explicit Station(ZrtState const& state = formerState(), QList<ZrtFault> const& list = {})
-        : controller(state)
-        , faults(list)
-        , endpoint(controller, faults, {}, clock)
+        : device(ZrtSimulatedController::create({state, {}, true, list}, clock))
         , tool(std::make_unique<Tool>(library.plugin(), QUuid::createUuid(), workstation))
     {
-        workstation.connectEndpoint(QStringLiteral("device"), endpoint);
+        workstation.connectEndpoint(QStringLiteral("device"), device);
         events.listen([this](qint64 /*time*/, RunEvent const& event) {
             if (auto const* const result = std::get_if<ResultUpdated>(&event))
                 states += result->value.toMap().value(QStringLiteral("state")).toString();
@@ -76,21 +73,14 @@ struct Station
         tool->order(restore, {{filePath, file}, {QStringLiteral("loadControllerParams"), true}});
     }
     /// Lets all happen that is due until then.
-    void goTo(qint64 time)
-    {
-        while (clock.nextDue() && *clock.nextDue() <= time)
-            clock.step();
-        clock.moveTo(time);
-    }
+    void goTo(qint64 time) { clock.advance(time - clock.now()); }
     bool isDone() const { return states.contains(QStringLiteral("done")); }
 
     PluginLibrary library{QStringLiteral(ZRT_PLUGIN_FILE)};
-    Clock clock{Clock::Pace::Simulated};
+    ZrtClock clock{ZrtClock::Pace::Simulated};
     RunEvents events{clock};
     Workstation workstation{clock, events};
-    ZrtController controller;
-    ZrtFaults faults;
-    ZrtEndpoint endpoint;
+    ZrtDevice device;
     std::unique_ptr<Tool> tool;
     QStringList states; ///< as the command publishes them
 };
@@ -104,7 +94,8 @@ ZrtFault faultOf(ZrtFault::Kind kind, int delay)
     fault.instruction = QStringLiteral("restoreBackup");
     fault.nth = 1;
     fault.delay = delay;
-    fault.key = QStringLiteral("statusData");
+    if (kind == ZrtFault::MissingKey || kind == ZrtFault::WrongType)
+        fault.key = QStringLiteral("statusData");
     return fault;
 }
 
@@ -167,7 +158,7 @@ void TstInterruptedRestore::cutAtAnyTime_data()
         {"not cut", [](Station&) {}, true},
         {"stopped", [](Station& station) { station.tool->stop(stopListening); }, false},
         {"all stopped", [](Station& station) { station.tool->stopAll(); }, false},
-        {"controller gone", [](Station& station) { station.endpoint.setConnected(false); }, false},
+        {"controller gone", [](Station& station) { station.device.controller().setConnected(false); }, false},
         {"way to it gone",
          [](Station& station) { station.workstation.disconnectEndpoint(QStringLiteral("device")); }, true},
         {"tool gone", [](Station& station) { station.tool.reset(); }, true},
@@ -201,11 +192,11 @@ void TstInterruptedRestore::cutAtAnyTime()
         Station station(formerState(), faults);
         station.orderRestore(m_backup);
         station.goTo(time);
-        QCOMPARE(restorable(station.controller), isStillborn || time < c_written ? before : after);
+        QCOMPARE(restorable(station.device.controller()), isStillborn || time < c_written ? before : after);
         cut(station);
         station.goTo(20'000);
         bool const isRestored = !isStillborn && (goesOn || time >= c_written);
-        QCOMPARE(restorable(station.controller), isRestored ? after : before);
+        QCOMPARE(restorable(station.device.controller()), isRestored ? after : before);
         QVERIFY2(isRestored || !station.isDone(), qPrintable(QString::number(time)));
     }
 }
@@ -218,7 +209,7 @@ void TstInterruptedRestore::anyPresetFails()
         Station station(state);
         station.orderRestore(m_backup);
         station.goTo(20'000);
-        QCOMPARE(restorable(station.controller), before);
+        QCOMPARE(restorable(station.device.controller()), before);
         QCOMPARE(station.states.last(), QStringLiteral("failed"));
         QVERIFY(!station.isDone());
     }
@@ -232,7 +223,7 @@ void TstInterruptedRestore::fileCutAnywhere()
         Station station;
         station.orderRestore(m_folder.write(QStringLiteral("cut.json"), backup.left(size)));
         station.goTo(20'000);
-        QCOMPARE(restorable(station.controller), size == backup.size() ? after : before);
+        QCOMPARE(restorable(station.device.controller()), size == backup.size() ? after : before);
         QCOMPARE(station.states.last(),
                  size == backup.size() ? QStringLiteral("done") : QStringLiteral("failed"));
         restored += station.isDone() ? 1 : 0;
@@ -261,7 +252,7 @@ void TstInterruptedRestore::fileChangesMeanwhile()
         else
             m_folder.write(QStringLiteral("changing.json"), R"({"presets": {"1": {"torque": 150}}})");
         station.goTo(20'000);
-        QCOMPARE(restorable(station.controller), after);
+        QCOMPARE(restorable(station.device.controller()), after);
         QVERIFY(station.isDone());
     }
 }
@@ -279,13 +270,13 @@ void TstInterruptedRestore::anotherRestoreMeanwhile()
         station.orderRestore(m_backup);
         station.goTo(time);
         station.orderRestore(other);
-        for (; station.clock.now() < 1000; station.goTo(station.clock.now() + 1)) {
-            QString const content = restorable(station.controller);
+        for (; station.clock.now() < 1000; station.clock.advance(1)) {
+            QString const content = restorable(station.device.controller());
             bool const isWhole = content == before || content == after
                                  || content == QStringLiteral("1: 150, 2: 151, 3: 152, 15: 153, language: 5");
             QVERIFY2(isWhole, qPrintable(content));
         }
-        endings += restorable(station.controller);
+        endings += restorable(station.device.controller());
     }
     QCOMPARE(endings, QSet<QString>{QStringLiteral("1: 150, 2: 151, 3: 152, 15: 153, language: 5")});
 }

@@ -1,8 +1,8 @@
-#include "json/json_input.h"
-
 #include "complaint.h"
 #include "message_capture.h"
 #include "scratch_folder.h"
+
+#include <files/json_input.h>
 
 #include <QtTest>
 

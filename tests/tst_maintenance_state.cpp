@@ -1,7 +1,6 @@
 #include "maintenance/maintenance_state.h"
 
-#include "json/input_error.h"
-
+#include <files/input_error.h>
 #include <plugin_management/d_element.h>
 
 #include <QtTest>

@@ -3,7 +3,6 @@
 #include "scripted_endpoint.h"
 #include "scripted_plugin.h"
 
-#include "host/clock.h"
 #include "host/log_tap.h"
 #include "host/order.h"
 #include "host/tool.h"
@@ -11,6 +10,8 @@
 #include "trace/event_json.h"
 #include "trace/replay.h"
 #include "trace/trace_file.h"
+
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
 
@@ -107,7 +108,7 @@ struct Bench
     }
     Order& order(char const* name) { return tool.order(QString::fromLatin1(name), c_parameters); }
 
-    Clock clock;
+    ZrtClock clock;
     RunEvents events{clock};
     Workstation workstation{clock, events};
     ScriptedEndpoint endpoint{clock};

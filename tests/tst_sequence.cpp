@@ -3,15 +3,15 @@
 #include "scratch_folder.h"
 #include "scripted_endpoint.h"
 #include "scripted_plugin.h"
-#include "scripted_site.h"
 
-#include "host/clock.h"
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
 #include "sequence/sequence.h"
 #include "sequence/sequence_runner.h"
-#include "json/variant_json.h"
+
+#include <files/variant_json.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
 
@@ -443,6 +443,8 @@ namespace
 /// A workstation with one tool that has the catalogue, and a sequence that runs on it.
 struct Bench
 {
+    Bench() { setup.state.presets[setup.state.program].maxTime = 100; } // no screw is tight then
+
     bool run(QByteArray const& steps)
     {
         ScratchFolder const folder;
@@ -453,15 +455,16 @@ struct Bench
     bool runSteps(Sequence const& sequence)
     {
         workstation.connectEndpoint(device, endpoint);
-        return SequenceRunner(tool, site, workstation, clock).run(sequence);
+        auto const controller = ZrtSimulatedController::create(setup, clock);
+        return SequenceRunner(tool, *controller, workstation, clock).run(sequence);
     }
 
-    Clock clock{Clock::Pace::Simulated};
+    ZrtClock clock{ZrtClock::Pace::Simulated};
     RunEvents events{clock};
     EventLog log{events};
     Workstation workstation{clock, events};
     ScriptedEndpoint endpoint{clock};
-    ScriptedSite site;
+    ZrtSetup setup;
     ScriptedPlugin plugin{catalogue()};
     Tool tool{plugin, QUuid(), workstation};
 };
@@ -615,9 +618,8 @@ void TstSequence::lockedTool()
 {
     // The person tells and goes on.
     Bench bench;
-    bench.site.duration = std::nullopt;
+    bench.setup.state.lock = ZrtState::AllLocked;
     QVERIFY(bench.run(R"({"tighten": 2})"));
-    QCOMPARE(bench.site.pulls, 2);
     QStringList happened;
     for (auto const& line : qAsConst(bench.log.lines))
         happened += brief(line);

@@ -1,4 +1,4 @@
-#include "controller/tightening.h"
+#include <zrt_controller/tightening.h>
 
 #include <QtTest>
 
@@ -11,13 +11,14 @@ namespace
 constexpr int c_seeds = 500;
 constexpr double c_degreesPerMillisecond = 0.006; // at one revolution a minute
 
-Screw const c_screws[] = {Screw::Good, Screw::CrossThreaded, Screw::Stripped,     Screw::Missing,
-                          Screw::Soft, Screw::Blocked,       Screw::ReleasedEarly};
+ZrtScrew const c_screws[] = {ZrtScrew::Good,         ZrtScrew::CrossThreaded, ZrtScrew::Stripped,
+                             ZrtScrew::Missing,      ZrtScrew::Soft,          ZrtScrew::Blocked,
+                             ZrtScrew::ReleasedEarly};
 
 /// What a tightening can be found wrong with, and 0.
 QList<int> const c_errors{0, 300, 311, 330, 332, 333, 336, 337};
 
-TighteningResult tightened(ZrtPreset const& preset, Screw screw, int seed)
+TighteningResult tightened(ZrtPreset const& preset, ZrtScrew screw, int seed)
 {
     std::mt19937_64 random(static_cast<std::mt19937_64::result_type>(seed));
     return tighten(preset, screw, random);
@@ -39,7 +40,7 @@ QString shown(TighteningResult const& result)
         .arg(result.time);
 }
 
-QString nameOf(Screw screw)
+QString nameOf(ZrtScrew screw)
 {
     return screwNames()[static_cast<int>(screw)];
 }
@@ -94,7 +95,7 @@ QList<Named> anglePresets()
 } // namespace
 
 Q_DECLARE_METATYPE(ZrtPreset)
-Q_DECLARE_METATYPE(Screw)
+Q_DECLARE_METATYPE(ZrtScrew)
 
 /// How a screw is tightened and loosened: what comes of it, from many seeds.
 class TstTightening : public QObject
@@ -131,13 +132,13 @@ void TstTightening::names()
 {
     QCOMPARE(screwNames().join(QLatin1Char(' ')),
              QStringLiteral("good crossThreaded stripped missing soft blocked releasedEarly"));
-    QCOMPARE(nameOf(Screw::Good), QStringLiteral("good"));
-    QCOMPARE(nameOf(Screw::CrossThreaded), QStringLiteral("crossThreaded"));
-    QCOMPARE(nameOf(Screw::Stripped), QStringLiteral("stripped"));
-    QCOMPARE(nameOf(Screw::Missing), QStringLiteral("missing"));
-    QCOMPARE(nameOf(Screw::Soft), QStringLiteral("soft"));
-    QCOMPARE(nameOf(Screw::Blocked), QStringLiteral("blocked"));
-    QCOMPARE(nameOf(Screw::ReleasedEarly), QStringLiteral("releasedEarly"));
+    QCOMPARE(nameOf(ZrtScrew::Good), QStringLiteral("good"));
+    QCOMPARE(nameOf(ZrtScrew::CrossThreaded), QStringLiteral("crossThreaded"));
+    QCOMPARE(nameOf(ZrtScrew::Stripped), QStringLiteral("stripped"));
+    QCOMPARE(nameOf(ZrtScrew::Missing), QStringLiteral("missing"));
+    QCOMPARE(nameOf(ZrtScrew::Soft), QStringLiteral("soft"));
+    QCOMPARE(nameOf(ZrtScrew::Blocked), QStringLiteral("blocked"));
+    QCOMPARE(nameOf(ZrtScrew::ReleasedEarly), QStringLiteral("releasedEarly"));
 }
 
 void TstTightening::goodByTorque_data()
@@ -152,7 +153,7 @@ void TstTightening::goodByTorque()
     QFETCH(ZrtPreset, preset);
     constexpr int overshoot = 3; // percent of the target
     for (int seed = 0; seed < c_seeds; ++seed) {
-        auto const result = tightened(preset, Screw::Good, seed);
+        auto const result = tightened(preset, ZrtScrew::Good, seed);
         QByteArray const what = QStringLiteral("seed %1: %2").arg(seed).arg(shown(result)).toUtf8();
         QVERIFY2(result.error == 0, what);
         QVERIFY2(result.torque >= preset.torque, what);
@@ -178,7 +179,7 @@ void TstTightening::goodByAngle()
 {
     QFETCH(ZrtPreset, preset);
     for (int seed = 0; seed < c_seeds; ++seed) {
-        auto const result = tightened(preset, Screw::Good, seed);
+        auto const result = tightened(preset, ZrtScrew::Good, seed);
         QByteArray const what = QStringLiteral("seed %1: %2").arg(seed).arg(shown(result)).toUtf8();
         QVERIFY2(result.error == 0, what);
         QVERIFY2(result.angle >= preset.targetAngle && result.angle <= preset.targetAngle + 1, what);
@@ -191,25 +192,25 @@ void TstTightening::goodByAngle()
 void TstTightening::badByTorque_data()
 {
     QTest::addColumn<ZrtPreset>("preset");
-    QTest::addColumn<Screw>("screw");
+    QTest::addColumn<ZrtScrew>("screw");
     QTest::addColumn<int>("error");
     for (auto const& one : torquePresets()) {
-        auto const row = [&one](Screw screw, int error) {
+        auto const row = [&one](ZrtScrew screw, int error) {
             QTest::addRow("%s, %s", qPrintable(nameOf(screw)), one.name) << one.preset << screw << error;
         };
-        row(Screw::CrossThreaded, 330);
-        row(Screw::Stripped, 332);
-        row(Screw::Missing, 311);
-        row(Screw::Soft, 332);
-        row(Screw::Blocked, 337);
-        row(Screw::ReleasedEarly, 333);
+        row(ZrtScrew::CrossThreaded, 330);
+        row(ZrtScrew::Stripped, 332);
+        row(ZrtScrew::Missing, 311);
+        row(ZrtScrew::Soft, 332);
+        row(ZrtScrew::Blocked, 337);
+        row(ZrtScrew::ReleasedEarly, 333);
     }
 }
 
 void TstTightening::badByTorque()
 {
     QFETCH(ZrtPreset, preset);
-    QFETCH(Screw, screw);
+    QFETCH(ZrtScrew, screw);
     QFETCH(int, error);
     for (int seed = 0; seed < c_seeds; ++seed) {
         auto const result = tightened(preset, screw, seed);
@@ -220,22 +221,22 @@ void TstTightening::badByTorque()
 
 void TstTightening::badByAngle_data()
 {
-    QTest::addColumn<Screw>("screw");
+    QTest::addColumn<ZrtScrew>("screw");
     QTest::addColumn<int>("error");
-    auto const row = [](Screw screw, int error) {
+    auto const row = [](ZrtScrew screw, int error) {
         QTest::newRow(qPrintable(nameOf(screw))) << screw << error;
     };
-    row(Screw::CrossThreaded, 336); // the torque is too high before the angle is there
-    row(Screw::Stripped, 0);        // nobody looks at the torque
-    row(Screw::Missing, 311);
-    row(Screw::Soft, 0);
-    row(Screw::Blocked, 337);
-    row(Screw::ReleasedEarly, 333);
+    row(ZrtScrew::CrossThreaded, 336); // the torque is too high before the angle is there
+    row(ZrtScrew::Stripped, 0);        // nobody looks at the torque
+    row(ZrtScrew::Missing, 311);
+    row(ZrtScrew::Soft, 0);
+    row(ZrtScrew::Blocked, 337);
+    row(ZrtScrew::ReleasedEarly, 333);
 }
 
 void TstTightening::badByAngle()
 {
-    QFETCH(Screw, screw);
+    QFETCH(ZrtScrew, screw);
     QFETCH(int, error);
     ZrtPreset const preset = anglePreset(90, 300, 200, 260);
     for (int seed = 0; seed < c_seeds; ++seed) {
@@ -248,10 +249,10 @@ void TstTightening::badByAngle()
 void TstTightening::valuesFitTheVerdict_data()
 {
     QTest::addColumn<ZrtPreset>("preset");
-    QTest::addColumn<Screw>("screw");
+    QTest::addColumn<ZrtScrew>("screw");
     auto const presets = torquePresets() + anglePresets();
     for (auto const& one : presets) {
-        for (Screw const screw : c_screws)
+        for (ZrtScrew const screw : c_screws)
             QTest::addRow("%s, %s", qPrintable(nameOf(screw)), one.name) << one.preset << screw;
     }
 }
@@ -259,7 +260,7 @@ void TstTightening::valuesFitTheVerdict_data()
 void TstTightening::valuesFitTheVerdict()
 {
     QFETCH(ZrtPreset, preset);
-    QFETCH(Screw, screw);
+    QFETCH(ZrtScrew, screw);
     for (int seed = 0; seed < c_seeds / 5; ++seed) {
         auto const result = tightened(preset, screw, seed);
         QByteArray const what = QStringLiteral("seed %1: %2").arg(seed).arg(shown(result)).toUtf8();
@@ -309,7 +310,7 @@ void TstTightening::blockedHalfWay()
     auto const presets = torquePresets() + anglePresets();
     for (auto const& one : presets) {
         for (int seed = 0; seed < c_seeds / 10; ++seed) {
-            auto const result = tightened(one.preset, Screw::Blocked, seed);
+            auto const result = tightened(one.preset, ZrtScrew::Blocked, seed);
             QByteArray const what = QStringLiteral("%1, seed %2: %3")
                                         .arg(QLatin1String(one.name))
                                         .arg(seed)
@@ -326,7 +327,7 @@ void TstTightening::timeIsUpWhileTightening()
     ZrtPreset preset;
     preset.speed = 1;
     for (int seed = 0; seed < c_seeds / 10; ++seed) {
-        auto const result = tightened(preset, Screw::Good, seed);
+        auto const result = tightened(preset, ZrtScrew::Good, seed);
         QByteArray const what = QStringLiteral("seed %1: %2").arg(seed).arg(shown(result)).toUtf8();
         QVERIFY2(result.error == 300, what);
         QVERIFY2(result.torque >= preset.snugTorque * 9 / 10 && result.torque < preset.torque, what);
@@ -341,7 +342,7 @@ void TstTightening::goodNeverAboveTheHighestTorque()
     ZrtPreset preset;
     preset.maxTorque = preset.torque + 1; // the closest that a preset may have
     for (int seed = 0; seed < c_seeds; ++seed) {
-        auto const result = tightened(preset, Screw::Good, seed);
+        auto const result = tightened(preset, ZrtScrew::Good, seed);
         QByteArray const what = QStringLiteral("seed %1: %2").arg(seed).arg(shown(result)).toUtf8();
         if (result.torque > preset.maxTorque)
             QVERIFY2(result.error == 336, what);
@@ -357,7 +358,7 @@ void TstTightening::noAngleIsTooSmallWithoutALeastOne()
     preset.speed = 50;
     preset.freeSpeed = 200;
     for (int seed = 0; seed < c_seeds / 5; ++seed) {
-        for (Screw const screw : c_screws) {
+        for (ZrtScrew const screw : c_screws) {
             auto const result = tightened(preset, screw, seed);
             QVERIFY2(result.error != 330, qPrintable(nameOf(screw) + QStringLiteral(": ") + shown(result)));
         }
@@ -375,7 +376,7 @@ void TstTightening::seeds_data()
 void TstTightening::seeds()
 {
     QFETCH(ZrtPreset, preset);
-    for (Screw const screw : c_screws) {
+    for (ZrtScrew const screw : c_screws) {
         QSet<QString> different;
         for (int seed = 0; seed < 20; ++seed) {
             QString const result = shown(tightened(preset, screw, seed));
@@ -383,7 +384,7 @@ void TstTightening::seeds()
             different += result;
         }
         // A missing screw has little to vary in.
-        QVERIFY2(different.size() > (screw == Screw::Missing ? 1 : 8),
+        QVERIFY2(different.size() > (screw == ZrtScrew::Missing ? 1 : 8),
                  qPrintable(nameOf(screw) + QStringLiteral(": %1").arg(different.size())));
     }
     QSet<QString> different;
@@ -400,7 +401,7 @@ void TstTightening::oneGeneratorGoesOn()
     std::mt19937_64 random(7);
     QStringList results;
     for (int i = 0; i < 10; ++i) {
-        results += shown(tighten(ZrtPreset(), Screw::Good, random));
+        results += shown(tighten(ZrtPreset(), ZrtScrew::Good, random));
         results += shown(loosen(ZrtPreset(), random));
     }
     QVERIFY(results.removeDuplicates() < 3);
@@ -489,11 +490,11 @@ void TstTightening::extremes()
     QFETCH(ZrtPreset, preset);
     QFETCH(QList<int>, goodEndsWith);
     for (int seed = 0; seed < 5; ++seed) {
-        for (Screw const screw : c_screws) {
+        for (ZrtScrew const screw : c_screws) {
             auto const result = tightened(preset, screw, seed);
             QByteArray const what =
                 QStringLiteral("seed %1, %2: %3").arg(seed).arg(nameOf(screw), shown(result)).toUtf8();
-            QVERIFY2((screw == Screw::Good ? goodEndsWith : c_errors).contains(result.error), what);
+            QVERIFY2((screw == ZrtScrew::Good ? goodEndsWith : c_errors).contains(result.error), what);
             QVERIFY2(result.torque >= 0 && result.angle >= 0, what);
             QVERIFY2(result.speed == preset.speed || result.speed == preset.freeSpeed, what);
             QVERIFY2(result.time > 0 && result.time <= preset.maxTime, what);

@@ -3,8 +3,9 @@
 
 #include "trace/event_json.h"
 #include "trace/trace_reader.h"
-#include "json/json_input.h"
-#include "json/variant_json.h"
+
+#include <files/json_input.h>
+#include <files/variant_json.h>
 
 #include <QtTest>
 

@@ -1,10 +1,9 @@
 #include "complaint.h"
 #include "scratch_folder.h"
 
-#include "controller/zrt_controller.h"
-#include "controller/zrt_endpoint.h"
-#include "controller/zrt_setup.h"
-#include "host/clock.h"
+#include <zrt_controller/zrt_controller.h>
+#include <zrt_controller/zrt_setup.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
 
@@ -287,14 +286,12 @@ void TstZrtController::replyTimes_data()
 void TstZrtController::replyTimes()
 {
     QFETCH(int, replyTime);
-    Clock clock(Clock::Pace::Simulated);
-    ZrtController controller((ZrtState()));
-    ZrtFaults faults;
-    ZrtEndpoint endpoint(controller, faults, {replyTime, 50}, clock);
+    ZrtClock clock(ZrtClock::Pace::Simulated);
+    auto const controller = ZrtSimulatedController::create({{}, {replyTime, 50}, true, {}}, clock);
     QStringList replies;
     quint64 id = 0;
     auto const post = [&](char const* instruction, QVariantMap const& arguments) {
-        endpoint.post(++id, QString::fromLatin1(instruction), arguments, [&](QVariantMap const& reply) {
+        controller->post(++id, QString::fromLatin1(instruction), arguments, [&](QVariantMap const& reply) {
             replies += QStringLiteral("%1 %2").arg(clock.now()).arg(exactly(reply));
         });
     };
@@ -318,18 +315,16 @@ void TstZrtController::replyTimes()
 
 void TstZrtController::instructionsArriveAtOnce()
 {
-    Clock clock(Clock::Pace::Simulated);
-    ZrtController controller((ZrtState()));
-    ZrtFaults faults;
-    ZrtEndpoint endpoint(controller, faults, {100, 50}, clock);
+    ZrtClock clock(ZrtClock::Pace::Simulated);
+    auto const controller = ZrtSimulatedController::create({{}, {100, 50}, true, {}}, clock);
     QList<int> statuses;
     auto const onReply = [&](QVariantMap const& reply) {
         statuses += reply.value(QStringLiteral("lockStatus")).toInt();
     };
-    endpoint.post(1, QStringLiteral("setLock"), {{lockKey, 1}}, onReply);
-    QCOMPARE(controller.state().lock, 1);
-    endpoint.post(2, QStringLiteral("setLock"), {{lockKey, 2}}, onReply);
-    QCOMPARE(controller.state().lock, 2);
+    controller->post(1, QStringLiteral("setLock"), {{lockKey, 1}}, onReply);
+    QCOMPARE(controller->state().lock, 1);
+    controller->post(2, QStringLiteral("setLock"), {{lockKey, 2}}, onReply);
+    QCOMPARE(controller->state().lock, 2);
     while (clock.step()) {
     }
     QCOMPARE(statuses, QList<int>({1, 2})); // each what it was when its instruction arrived

@@ -1,11 +1,11 @@
 #include "complaint.h"
 #include "scratch_folder.h"
 
-#include "controller/zrt_backup.h"
-#include "controller/zrt_controller.h"
-#include "controller/zrt_endpoint.h"
-#include "controller/zrt_setup.h"
-#include "host/clock.h"
+#include <zrt_controller/tightening.h>
+#include <zrt_controller/zrt_controller.h>
+#include <zrt_controller/zrt_preset.h>
+#include <zrt_controller/zrt_setup.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
 
@@ -42,7 +42,7 @@ QString shown(ZrtState const& state)
 {
     QVariantMap presets;
     for (auto it = state.presets.cbegin(); it != state.presets.cend(); ++it)
-        presets.insert(QString::number(it.key()), it->toMap());
+        presets.insert(QString::number(it.key()), toMap(*it));
     QVariantMap parameters;
     for (auto it = state.parameters.cbegin(); it != state.parameters.cend(); ++it)
         parameters.insert(it.key(), it.value());
@@ -84,17 +84,19 @@ struct Bench
 {
     explicit Bench(ZrtState const& state = {}, QList<ZrtFault> const& list = {},
                    ZrtTimes times = {c_reply, c_preset})
-        : controller(state)
-        , faults(list)
-        , endpoint(controller, faults, times, clock)
-    {}
+        : controller(ZrtSimulatedController::create({state, times, true, list}, clock))
+    {
+        if (!controller)
+            qFatal("the set-up is not valid");
+    }
 
     quint64 post(char const* instruction, QVariantMap const& arguments = {})
     {
         quint64 const id = ++m_lastId;
-        endpoint.post(id, QString::fromLatin1(instruction), arguments, [this, id](QVariantMap const& reply) {
-            replies += QStringLiteral("%1 #%2 %3").arg(clock.now()).arg(id).arg(exactly(reply));
-        });
+        controller->post(
+            id, QString::fromLatin1(instruction), arguments, [this, id](QVariantMap const& reply) {
+                replies += QStringLiteral("%1 #%2 %3").arg(clock.now()).arg(id).arg(exactly(reply));
+            });
         return id;
     }
     /// Lets all happen that is planned.
@@ -112,13 +114,15 @@ struct Bench
     }
     QString answerTo(char const* instruction, QVariantMap const& arguments = {})
     {
-        return exactly(controller.execute(QString::fromLatin1(instruction), arguments));
+        QString answer;
+        controller->post(++m_lastId, QString::fromLatin1(instruction), arguments,
+                         [&answer](QVariantMap const& reply) { answer = exactly(reply); });
+        finish();
+        return answer;
     }
 
-    Clock clock{Clock::Pace::Simulated};
-    ZrtController controller;
-    ZrtFaults faults;
-    ZrtEndpoint endpoint;
+    ZrtClock clock{ZrtClock::Pace::Simulated};
+    std::unique_ptr<ZrtSimulatedController> controller;
     QStringList replies;
 
 private:
@@ -174,7 +178,7 @@ ZrtState stateWithParameters()
 } // namespace
 
 Q_DECLARE_METATYPE(ZrtFault)
-Q_DECLARE_METATYPE(Screw)
+Q_DECLARE_METATYPE(ZrtScrew)
 
 /// A controller at the end of its line: the instructions that change it, what comes back and when, what
 /// happens at the tool, and what goes wrong on the way.
@@ -291,19 +295,19 @@ void TstZrtEndpoint::presetNumbers()
     state.presets[15].torque = 150;
 
     Bench bench(state);
-    QString const former = shown(bench.controller.state());
+    QString const former = shown(bench.controller->state());
     QString const data = bench.answerTo("getPresetData", {{QStringLiteral("preset"), number}});
     QString const expected =
-        QStringLiteral("{presetData: ") + exactly(state.presets[15].toMap()) + QLatin1Char('}');
+        QStringLiteral("{presetData: ") + exactly(toMap(state.presets[15])) + QLatin1Char('}');
     QCOMPARE(data, isGood ? expected : QStringLiteral("{error: QString there is no such preset}"));
-    QCOMPARE(shown(bench.controller.state()), former);
+    QCOMPARE(shown(bench.controller->state()), former);
 
     QString const program = bench.answerTo("setProgram", {{QStringLiteral("program"), number}});
     QCOMPARE(program, isGood ? QStringLiteral("{doneOk: bool true, program: int 15}")
                              : QStringLiteral("{error: QString there is no such program}"));
     if (isGood)
         state.program = 15;
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
 }
 
 void TstZrtEndpoint::presetData()
@@ -342,7 +346,7 @@ void TstZrtEndpoint::registers()
     Bench bench;
     QCOMPARE(bench.answerTo("getRegister", {{QStringLiteral("channel"), channel}}),
              reply.arg(channel).arg(standard));
-    QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
+    QCOMPARE(shown(bench.controller->state()), shown(ZrtState()));
 
     ZrtState state;
     state.isReverse = true;
@@ -378,7 +382,7 @@ void TstZrtEndpoint::unknownRegisters()
     Bench bench;
     QCOMPARE(bench.answerTo("getRegister", arguments),
              QStringLiteral("{error: QString there is no such channel}"));
-    QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
+    QCOMPARE(shown(bench.controller->state()), shown(ZrtState()));
 }
 
 void TstZrtEndpoint::triggerMode_data()
@@ -400,7 +404,7 @@ void TstZrtEndpoint::triggerMode()
         Bench bench(state);
         QCOMPARE(bench.answerTo("SetTriggerProgram", arguments), QStringLiteral("{doneOk: bool true}"));
         state.isTriggerMode = isOn;
-        QCOMPARE(shown(bench.controller.state()), shown(state));
+        QCOMPARE(shown(bench.controller->state()), shown(state));
     }
 }
 
@@ -422,7 +426,7 @@ void TstZrtEndpoint::triggerModeRefuses()
         Bench bench(state);
         QString const reply = bench.answerTo("SetTriggerProgram", {{QStringLiteral("resetMode"), resetMode}});
         QVERIFY2(reply.startsWith(QStringLiteral("{error: QString ")), qPrintable(reply));
-        QCOMPARE(shown(bench.controller.state()), shown(state));
+        QCOMPARE(shown(bench.controller->state()), shown(state));
     }
 }
 
@@ -465,26 +469,26 @@ void TstZrtEndpoint::locks()
     QFETCH(bool, turns);
     ZrtState state;
     state.isReverse = isReverse;
-    state.screws = {Screw::Blocked};
+    state.screws = {ZrtScrew::Blocked};
     Bench bench(state);
     bench.post("setLock", lockArguments(lock));
-    QCOMPARE(bench.endpoint.pullTrigger().has_value(), turns);
+    QCOMPARE(bench.controller->pullTrigger().has_value(), turns);
     state.lock = lock;
     if (turns) {
         state.eventCount = 1;
         if (!isReverse)
             state.screws.clear();
     }
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
 }
 
 void TstZrtEndpoint::reverse()
 {
     Bench bench;
     for (bool const isReverse : {true, false, true}) {
-        bench.endpoint.pressReverse();
-        QCOMPARE(bench.endpoint.isReverse(), isReverse);
-        QCOMPARE(bench.controller.state().isReverse, isReverse);
+        bench.controller->pressReverse();
+        QCOMPARE(bench.controller->state().isReverse, isReverse);
+        QCOMPARE(bench.controller->state().isReverse, isReverse);
         QCOMPARE(bench.answerTo("getRegister", {{QStringLiteral("channel"), QStringLiteral("direction")}}),
                  QStringLiteral("{channel: QString direction, values: [int %1]}").arg(isReverse ? 1 : 0));
     }
@@ -493,23 +497,23 @@ void TstZrtEndpoint::reverse()
 void TstZrtEndpoint::eventOfAScrew_data()
 {
     QTest::addColumn<bool>("isReverse");
-    QTest::addColumn<Screw>("screw");
+    QTest::addColumn<ZrtScrew>("screw");
     QTest::addColumn<QString>("status");
     QTest::addColumn<int>("error");
-    QTest::newRow("good") << false << Screw::Good << QStringLiteral("OK") << 0;
-    QTest::newRow("cross-threaded") << false << Screw::CrossThreaded << QStringLiteral("NOK") << 330;
-    QTest::newRow("stripped") << false << Screw::Stripped << QStringLiteral("NOK") << 332;
-    QTest::newRow("missing") << false << Screw::Missing << QStringLiteral("NOK") << 311;
-    QTest::newRow("soft") << false << Screw::Soft << QStringLiteral("NOK") << 332;
-    QTest::newRow("blocked") << false << Screw::Blocked << QStringLiteral("NOK") << 337;
-    QTest::newRow("released early") << false << Screw::ReleasedEarly << QStringLiteral("NOK") << 333;
-    QTest::newRow("loosened") << true << Screw::Missing << QStringLiteral("loosened") << 0;
+    QTest::newRow("good") << false << ZrtScrew::Good << QStringLiteral("OK") << 0;
+    QTest::newRow("cross-threaded") << false << ZrtScrew::CrossThreaded << QStringLiteral("NOK") << 330;
+    QTest::newRow("stripped") << false << ZrtScrew::Stripped << QStringLiteral("NOK") << 332;
+    QTest::newRow("missing") << false << ZrtScrew::Missing << QStringLiteral("NOK") << 311;
+    QTest::newRow("soft") << false << ZrtScrew::Soft << QStringLiteral("NOK") << 332;
+    QTest::newRow("blocked") << false << ZrtScrew::Blocked << QStringLiteral("NOK") << 337;
+    QTest::newRow("released early") << false << ZrtScrew::ReleasedEarly << QStringLiteral("NOK") << 333;
+    QTest::newRow("loosened") << true << ZrtScrew::Missing << QStringLiteral("loosened") << 0;
 }
 
 void TstZrtEndpoint::eventOfAScrew()
 {
     QFETCH(bool, isReverse);
-    QFETCH(Screw, screw);
+    QFETCH(ZrtScrew, screw);
     QFETCH(QString, status);
     QFETCH(int, error);
     ZrtState state;
@@ -568,7 +572,7 @@ void TstZrtEndpoint::highestEventCount()
 void TstZrtEndpoint::screwsInTurn()
 {
     ZrtState state;
-    state.screws = {Screw::Blocked, Screw::Good, Screw::Missing};
+    state.screws = {ZrtScrew::Blocked, ZrtScrew::Good, ZrtScrew::Missing};
     ZrtController controller(state);
     QList<int> errors;
     for (int i = 0; i < 6; ++i)
@@ -584,7 +588,7 @@ void TstZrtEndpoint::sameSeedSameDay()
         Bench bench(state);
         bench.post("listenEventsData");
         for (int i = 0; i < 5; ++i) {
-            bench.endpoint.pullTrigger();
+            bench.controller->pullTrigger();
             bench.finish();
         }
         return bench.replies;
@@ -601,7 +605,7 @@ void TstZrtEndpoint::eventsToAllWhoListen()
     bench.post("listenEventsData");
     QStringList expected;
     for (int pull = 1; pull <= 3; ++pull) {
-        int const duration = bench.endpoint.pullTrigger().value_or(-1);
+        int const duration = bench.controller->pullTrigger().value_or(-1);
         QVERIFY(duration > 0);
         qint64 const time = bench.clock.now() + duration + c_reply;
         bench.finish();
@@ -623,7 +627,7 @@ void TstZrtEndpoint::eventAfterTheTool()
     bench.post("listenEventsData");
     bench.finish();
     QCOMPARE(bench.replies, QStringList()); // listening is not answered by itself
-    int const duration = bench.endpoint.pullTrigger().value_or(-1);
+    int const duration = bench.controller->pullTrigger().value_or(-1);
     bench.wait(duration + c_reply - 1);
     QCOMPARE(bench.replies, QStringList());
     bench.wait(1);
@@ -635,23 +639,23 @@ void TstZrtEndpoint::eventAfterTheTool()
 void TstZrtEndpoint::listenersComeAndGo()
 {
     Bench bench;
-    bench.endpoint.pullTrigger(); // nobody listens
+    bench.controller->pullTrigger(); // nobody listens
     bench.finish();
     QCOMPARE(bench.replies, QStringList());
 
     quint64 const first = bench.post("listenEventsData");
-    bench.endpoint.pullTrigger();
+    bench.controller->pullTrigger();
     quint64 const second = bench.post("listenEventsData"); // while the tool turns
-    bench.endpoint.withdraw(first);
+    bench.controller->withdraw(first);
     bench.finish();
     QCOMPARE(bench.replies.size(), 1);
     QVERIFY(bench.replies[0].contains(QStringLiteral(" #%1 ").arg(second)));
     QVERIFY(bench.replies[0].contains(QStringLiteral("eventCountNo: int 2, "))); // those unheard count, too
 
-    bench.endpoint.withdraw(99); // nobody's
-    bench.endpoint.withdraw(second);
-    bench.endpoint.withdraw(second);
-    bench.endpoint.pullTrigger();
+    bench.controller->withdraw(99); // nobody's
+    bench.controller->withdraw(second);
+    bench.controller->withdraw(second);
+    bench.controller->pullTrigger();
     bench.finish();
     QCOMPARE(bench.replies.size(), 1);
 }
@@ -662,7 +666,7 @@ void TstZrtEndpoint::noEventFromALockedTool()
     state.lock = ZrtState::AllLocked;
     Bench bench(state);
     bench.post("listenEventsData");
-    QVERIFY(!bench.endpoint.pullTrigger());
+    QVERIFY(!bench.controller->pullTrigger());
     bench.finish();
     QCOMPARE(bench.replies, QStringList());
 }
@@ -728,10 +732,10 @@ void TstZrtEndpoint::faults()
     bench.post("setLock", lockArguments(1));
     bench.finish();
     QCOMPARE(bench.replies, replies);
-    QCOMPARE(bench.endpoint.isConnected(), isConnected);
+    QCOMPARE(bench.controller->isConnected(), isConnected);
     ZrtState state;
     state.lock = lock;
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
 }
 
 void TstZrtEndpoint::faultsOfEvents_data()
@@ -769,7 +773,7 @@ void TstZrtEndpoint::faultsOfEvents()
     bench.replies.clear();
     for (int pull = 1; pull <= 2; ++pull) { // all replies, not the first alone
         qint64 const pulled = bench.clock.now();
-        int const duration = bench.endpoint.pullTrigger().value_or(-1);
+        int const duration = bench.controller->pullTrigger().value_or(-1);
         QVERIFY(duration > 0);
         bench.finish();
         QCOMPARE(bench.replies.size(), pull * messages);
@@ -777,7 +781,7 @@ void TstZrtEndpoint::faultsOfEvents()
         for (int i = (pull - 1) * messages; i < pull * messages; ++i)
             QVERIFY2(bench.replies[i].startsWith(expected), qPrintable(bench.replies[i]));
     }
-    QCOMPARE(bench.controller.state().eventCount, 2);
+    QCOMPARE(bench.controller->state().eventCount, 2);
 }
 
 void TstZrtEndpoint::faultsOfARestore_data()
@@ -816,7 +820,7 @@ void TstZrtEndpoint::faultsOfARestore()
     bench.post("restoreBackup", range(m_backup, 1, 2));
     bench.finish();
     QCOMPARE(bench.replies, replies);
-    QCOMPARE(torquesOf(bench.controller.state()),
+    QCOMPARE(torquesOf(bench.controller->state()),
              isRestored ? QStringLiteral("1: 101, 2: 102, 15: 200") : QStringLiteral("1: 200, 15: 200"));
 }
 
@@ -825,19 +829,19 @@ void TstZrtEndpoint::gone()
     Bench bench({}, {fault(ZrtFault::Disconnected, "getInfo", 1)});
     bench.post("listenEventsData");
     bench.post("setLock", lockArguments(2));
-    bench.endpoint.pullTrigger();
-    QVERIFY(bench.endpoint.isConnected());
+    bench.controller->pullTrigger();
+    QVERIFY(bench.controller->isConnected());
     bench.post("getInfo");
-    QVERIFY(!bench.endpoint.isConnected());
+    QVERIFY(!bench.controller->isConnected());
     ZrtState state;
     state.lock = 2;
     state.eventCount = 1;
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
     bench.post("setLock", lockArguments(1)); // does not get there
     bench.post("restoreBackup", range(m_backup, 0, 0));
     bench.finish();
     QCOMPARE(bench.replies, QStringList()); // what was on its way neither
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
 }
 
 void TstZrtEndpoint::restoreRange_data()
@@ -880,7 +884,7 @@ void TstZrtEndpoint::restoreRange()
     bench.post("restoreBackup", range(m_backup, first, last));
     bench.finish();
     QCOMPARE(bench.replies, replies);
-    QCOMPARE(torquesOf(bench.controller.state()), torques);
+    QCOMPARE(torquesOf(bench.controller->state()), torques);
 }
 
 void TstZrtEndpoint::restoreParameters_data()
@@ -901,7 +905,7 @@ void TstZrtEndpoint::restoreParameters()
     state.presets[2].torque = 102;
     if (withParameters)
         state.parameters = {{QStringLiteral("language"), 2}, {QStringLiteral("timeout"), 30}};
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
 }
 
 void TstZrtEndpoint::restoreIsCheckedFirst_data()
@@ -933,7 +937,7 @@ void TstZrtEndpoint::restoreIsCheckedFirst()
     bench.post("restoreBackup", range(fileName, 1, 2));
     bench.finish();
     QCOMPARE(bench.replies, QStringList{failedAt(5, fileName + QLatin1Char(':') + message)});
-    QCOMPARE(shown(bench.controller.state()), shown(stateWithParameters()));
+    QCOMPARE(shown(bench.controller->state()), shown(stateWithParameters()));
 }
 
 void TstZrtEndpoint::restoreOfAMissingFile()
@@ -948,7 +952,7 @@ void TstZrtEndpoint::restoreOfAMissingFile()
         QString const beginning =
             fileName.isEmpty() ? QStringLiteral("the name of the file") : fileName + QStringLiteral(": ");
         QVERIFY2(message.startsWith(beginning), qPrintable(message));
-        QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
+        QCOMPARE(shown(bench.controller->state()), shown(ZrtState()));
     }
 }
 
@@ -977,7 +981,7 @@ void TstZrtEndpoint::restoreNeedsItsArguments()
     Bench bench;
     bench.post("restoreBackup", arguments);
     bench.finish();
-    QCOMPARE(shown(bench.controller.state()), shown(ZrtState()));
+    QCOMPARE(shown(bench.controller->state()), shown(ZrtState()));
     QCOMPARE(bench.replies.size(), 1);
     QVERIFY2(bench.replies[0].contains(QStringLiteral("error: QString ")), qPrintable(bench.replies[0]));
 }
@@ -1009,13 +1013,13 @@ void TstZrtEndpoint::restoreThatCannotBeWritten()
     bench.post("restoreBackup", range(m_backup, 0, 0, true));
     bench.finish();
     QCOMPARE(bench.replies, replies);
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
 
     // What is not in the range does not matter.
     Bench other(state);
     other.post("restoreBackup", range(m_backup, 1, 1));
     other.finish();
-    QCOMPARE(torquesOf(other.controller.state()),
+    QCOMPARE(torquesOf(other.controller->state()),
              unwritable.contains(1) ? QStringLiteral("1: 200, 15: 200") : QStringLiteral("1: 101, 15: 200"));
 }
 
@@ -1037,10 +1041,10 @@ void TstZrtEndpoint::restoreWithdrawn()
     Bench bench(state);
     quint64 const id = bench.post("restoreBackup", range(m_backup, 0, 0, true));
     bench.wait(time);
-    bench.endpoint.withdraw(id);
+    bench.controller->withdraw(id);
     bench.finish();
     QCOMPARE(bench.replies.size(), messages);
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
 }
 
 void TstZrtEndpoint::restoreDisconnected_data()
@@ -1065,7 +1069,7 @@ void TstZrtEndpoint::restoreDisconnected()
     bench.post("getInfo");
     bench.finish();
     QCOMPARE(bench.replies, replies);
-    QCOMPARE(shown(bench.controller.state()), shown(state));
+    QCOMPARE(shown(bench.controller->state()), shown(state));
 }
 
 void TstZrtEndpoint::restoreKeepsTheFileItChecked()
@@ -1075,7 +1079,7 @@ void TstZrtEndpoint::restoreKeepsTheFileItChecked()
     bench.wait(60);
     m_folder.write(QStringLiteral("backup.json"), "gone bad meanwhile");
     bench.finish();
-    QCOMPARE(torquesOf(bench.controller.state()), QStringLiteral("1: 101, 2: 102, 3: 103, 15: 115"));
+    QCOMPARE(torquesOf(bench.controller->state()), QStringLiteral("1: 101, 2: 102, 3: 103, 15: 115"));
 }
 
 void TstZrtEndpoint::restoreCountsWhenTheLastIsWritten()
@@ -1083,9 +1087,9 @@ void TstZrtEndpoint::restoreCountsWhenTheLastIsWritten()
     Bench bench;
     bench.post("restoreBackup", range(m_backup, 1, 3));
     bench.wait(3 * c_preset - 1);
-    QCOMPARE(torquesOf(bench.controller.state()), QStringLiteral("1: 200, 15: 200"));
+    QCOMPARE(torquesOf(bench.controller->state()), QStringLiteral("1: 200, 15: 200"));
     bench.wait(1);
-    QCOMPARE(torquesOf(bench.controller.state()), QStringLiteral("1: 101, 2: 102, 3: 103, 15: 200"));
+    QCOMPARE(torquesOf(bench.controller->state()), QStringLiteral("1: 101, 2: 102, 3: 103, 15: 200"));
 }
 
 QTEST_GUILESS_MAIN(TstZrtEndpoint)

@@ -1,8 +1,8 @@
 #include "complaint.h"
 #include "scratch_folder.h"
 
-#include "controller/zrt_faults.h"
-#include "json/json_input.h"
+#include <files/json_input.h>
+#include <zrt_controller/zrt_faults.h>
 
 #include <QtTest>
 
@@ -48,8 +48,8 @@ ZrtFault byChance(ZrtFault::Kind kind, char const* instruction, double probabili
 QList<int> kindsOf(ZrtFaults& faults, char const* instruction)
 {
     QList<int> kinds;
-    auto const befalling = faults.next(QString::fromLatin1(instruction));
-    for (auto const& fault : befalling)
+    auto const matching = faults.matching(QString::fromLatin1(instruction));
+    for (auto const& fault : matching)
         kinds += fault.kind;
     return kinds;
 }
@@ -58,7 +58,7 @@ QList<bool> course(ZrtFaults& faults, int count)
 {
     QList<bool> befallen;
     for (int i = 0; i < count; ++i)
-        befallen += !faults.next(QStringLiteral("a")).isEmpty();
+        befallen += !faults.matching(QStringLiteral("a")).isEmpty();
     return befallen;
 }
 
@@ -252,7 +252,7 @@ void TstZrtFaults::fieldsComeAlong()
     fault.key = QStringLiteral("k");
     fault.delay = 17;
     ZrtFaults faults({fault});
-    QCOMPARE(shown(faults.next(QStringLiteral("a"))), QStringList{shown(fault)});
+    QCOMPARE(shown(faults.matching(QStringLiteral("a"))), QStringList{shown(fault)});
 }
 
 void TstZrtFaults::chanceRate_data()

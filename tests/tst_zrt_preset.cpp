@@ -1,9 +1,9 @@
 #include "complaint.h"
 #include "scratch_folder.h"
 
-#include "controller/zrt_backup.h"
-#include "controller/zrt_preset.h"
-#include "json/json_input.h"
+#include <files/json_input.h>
+#include <zrt_controller/zrt_backup.h>
+#include <zrt_controller/zrt_preset.h>
 
 #include <QtTest>
 
@@ -110,8 +110,8 @@ private:
 
 void TstZrtPreset::defaults()
 {
-    QCOMPARE(exactly(ZrtPreset().toMap()), withChange({}, 0));
-    QCOMPARE(exactly(readZrtPreset(JsonInput::fromFile(file("{}"))).toMap()), withChange({}, 0));
+    QCOMPARE(exactly(toMap(ZrtPreset())), withChange({}, 0));
+    QCOMPARE(exactly(toMap(readZrtPreset(JsonInput::fromFile(file("{}"))))), withChange({}, 0));
 }
 
 void TstZrtPreset::limits_data()
@@ -135,7 +135,7 @@ void TstZrtPreset::limits()
     QFETCH(int, value);
     QFETCH(QByteArray, beside);
     QByteArray const content = "{\"" + key.toUtf8() + "\": " + QByteArray::number(value) + beside + "}";
-    QVariantMap map = readZrtPreset(JsonInput::fromFile(file(content))).toMap();
+    QVariantMap map = toMap(readZrtPreset(JsonInput::fromFile(file(content))));
     QCOMPARE(map.value(key), QVariant(value));
     if (beside.isEmpty())
         QCOMPARE(exactly(map), withChange(key, value));
@@ -246,7 +246,7 @@ void TstZrtPreset::justNotContradictory()
     QFETCH(QByteArray, content);
     QFETCH(QString, key);
     QFETCH(int, value);
-    QCOMPARE(readZrtPreset(JsonInput::fromFile(file(content))).toMap().value(key), QVariant(value));
+    QCOMPARE(toMap(readZrtPreset(JsonInput::fromFile(file(content)))).value(key), QVariant(value));
 }
 
 void TstZrtPreset::everyKeyGoesToItsMember()
@@ -264,7 +264,7 @@ void TstZrtPreset::everyKeyGoesToItsMember()
     QCOMPARE(preset.speed, 107);
     QCOMPARE(preset.freeSpeed, 108);
     QCOMPARE(preset.maxTime, 109);
-    QCOMPARE(exactly(preset.toMap()),
+    QCOMPARE(exactly(toMap(preset)),
              QStringLiteral("freeSpeed: int 108, maxAngle: int 106, maxTime: int 109, maxTorque: int 103, "
                             "minAngle: int 104, snugTorque: int 101, speed: int 107, targetAngle: int 105, "
                             "tcamActm: int 1, torque: int 102"));

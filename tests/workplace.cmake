@@ -26,8 +26,6 @@ function(add_zrt_workplace_test name)
     endif()
 endfunction()
 
-add_zrt_workplace_test(clock)
-add_zrt_workplace_test(json_input)
 add_zrt_workplace_test(sequence)
 add_zrt_workplace_test(host)
 add_zrt_workplace_test(plugin_library
@@ -39,7 +37,6 @@ add_zrt_workplace_test(plugin_library
         ODD_DEPENDENCY_FILE="$<TARGET_FILE:odd_dependency>"
         ZRT_MAKER_DOMAIN="${ZRT_MAKER_DOMAIN}"
     DEPENDS p_tool_vesk_zrt odd_interface odd_root odd_dependency)
-add_zrt_workplace_test(zrt_controller)
 add_zrt_workplace_test(event_json)
 add_zrt_workplace_test(trace_reader)
 add_zrt_workplace_test(replay)

@@ -6,17 +6,17 @@
 // The plugin is loaded and works as in the workplace, on simulated time; nothing of what it does is known
 // here. A run without a fault tells which instructions there are and what is in their replies.
 
-#include "controller/zrt_endpoint.h"
-#include "host/clock.h"
 #include "host/log_tap.h"
 #include "host/order.h"
 #include "host/plugin_library.h"
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
-#include "json/variant_json.h"
+#include "host/zrt_device.h"
 
+#include <files/variant_json.h>
 #include <plugin_management/d_abstract_plugin.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -132,10 +132,8 @@ public:
     Run(IPlugin const& plugin, QString command, QString const& backup, Fault fault)
         : m_command(std::move(command))
         , m_fault(std::move(fault))
-        , m_controller(state())
-        , m_faults(faults())
-        , m_endpoint(m_controller, m_faults, {}, m_clock)
-        , m_detour(m_endpoint, m_fault.instruction, onTheWay())
+        , m_device(ZrtSimulatedController::create({state(), {}, true, faults()}, m_clock))
+        , m_detour(m_device, m_fault.instruction, onTheWay())
     {
         m_events.listen([this](qint64 time, RunEvent const& event) {
             std::visit([this, time](auto const& one) { note(time, one); }, event);
@@ -144,7 +142,7 @@ public:
         m_workstation.connectEndpoint(QStringLiteral("device"), m_detour);
         Tool tool(plugin, QUuid(), m_workstation);
         for (int const pull : c_pulls)
-            m_clock.after(pull, [this] { m_endpoint.pullTrigger(); });
+            m_clock.after(pull, [this] { m_device.controller().pullTrigger(); });
         Order const& order = tool.order(m_command, parameters(backup));
         QString const stop = order.command().stopCommandName();
         if (!stop.isEmpty())
@@ -169,17 +167,17 @@ private:
         return state;
     }
 
-    ZrtFaults faults() const
+    QList<ZrtFault> faults() const
     {
         if (m_fault.kind != Fault::OfTheController)
-            return ZrtFaults();
+            return {};
         ZrtFault fault;
         fault.kind = m_fault.kindThere;
         fault.instruction = m_fault.instruction.name;
         fault.nth = m_fault.instruction.nth;
         fault.delay = fault.kind == ZrtFault::Late ? 5000 : 0;
         fault.key = m_fault.key;
-        return ZrtFaults({fault});
+        return {fault};
     }
 
     Detour::Deed onTheWay()
@@ -272,18 +270,18 @@ private:
     {
         switch (m_fault.kind) {
         case Fault::GoneBefore:
-            m_endpoint.setConnected(false);
+            m_device.controller().setConnected(false);
             break;
         case Fault::GoneBeforeAndBack:
-            m_endpoint.setConnected(false);
-            m_clock.after(c_away, [this] { m_endpoint.setConnected(true); });
+            m_device.controller().setConnected(false);
+            m_clock.after(c_away, [this] { m_device.controller().setConnected(true); });
             break;
         case Fault::GoneAfter:
-            m_clock.after(1, [this] { m_endpoint.setConnected(false); });
+            m_clock.after(1, [this] { m_device.controller().setConnected(false); });
             break;
         case Fault::GoneAfterAndBack:
-            m_clock.after(1, [this] { m_endpoint.setConnected(false); });
-            m_clock.after(c_away, [this] { m_endpoint.setConnected(true); });
+            m_clock.after(1, [this] { m_device.controller().setConnected(false); });
+            m_clock.after(c_away, [this] { m_device.controller().setConnected(true); });
             break;
         default:
             break;
@@ -304,12 +302,10 @@ private:
     int m_dropped = 0;
     bool m_stopped = false;
 
-    Clock m_clock{Clock::Pace::Simulated};
+    ZrtClock m_clock{ZrtClock::Pace::Simulated};
     RunEvents m_events{m_clock};
     Workstation m_workstation{m_clock, m_events};
-    ZrtController m_controller;
-    ZrtFaults m_faults;
-    ZrtEndpoint m_endpoint;
+    ZrtDevice m_device;
     Detour m_detour;
 };
 

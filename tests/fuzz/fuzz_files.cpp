@@ -4,13 +4,13 @@
 #include "check.h"
 #include "p_tool_vesk_zrt.h"
 
-#include "controller/zrt_backup.h"
-#include "controller/zrt_setup.h"
 #include "maintenance/maintenance_records.h"
 #include "sequence/sequence.h"
 #include "trace/event_json.h"
 #include "trace/trace_reader.h"
-#include "json/input_error.h"
+
+#include <files/input_error.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <nlohmann/json.hpp>
 
@@ -136,6 +136,36 @@ void readRecords(Scratch const& scratch, QByteArray const& content)
           [&] { return QStringLiteral("not the edit alone was saved:\n") + QString::fromUtf8(saved); });
 }
 
+void readSetup(QString const& fileName)
+{
+    QString problem;
+    auto const setup = ZrtSimulatedController::readSetup(fileName, &problem);
+    if (!setup)
+        throw InputError(problem);
+    check(ZrtSimulatedController::create(*setup, ZrtClock()) != nullptr,
+          [] { return QStringLiteral("a set-up that was read is not valid"); });
+}
+
+void readBackup(QString const& fileName)
+{
+    ZrtClock clock;
+    auto const controller = ZrtSimulatedController::create({}, clock);
+    QVariantMap status;
+    controller->post(1, QStringLiteral("restoreBackup"),
+                     {{QStringLiteral("filePath"), fileName},
+                      {QStringLiteral("startPreset"), 0},
+                      {QStringLiteral("endPreset"), 0}},
+                     [&status](QVariantMap const& reply) {
+                         status = reply.value(QStringLiteral("statusData")).toMap();
+                     });
+    while (clock.step()) {
+    }
+    QString const error = status.value(QStringLiteral("error")).toString();
+    if (error.startsWith(fileName))
+        throw InputError(error);
+    check(!status.isEmpty(), [] { return QStringLiteral("a restore without a word"); });
+}
+
 void readAs(int format, Scratch const& scratch, QByteArray const& content)
 {
     static PToolVeskZrt plugin{QUuid()};
@@ -146,10 +176,10 @@ void readAs(int format, Scratch const& scratch, QByteArray const& content)
         static_cast<void>(readSequence(scratch.name(), plugin));
         break;
     case 1:
-        static_cast<void>(readZrtSetup(scratch.name()));
+        readSetup(scratch.name());
         break;
     case 2:
-        static_cast<void>(readZrtBackup(scratch.name()));
+        readBackup(scratch.name());
         break;
     case 3:
         readRecords(scratch, content);

@@ -103,7 +103,19 @@ mkdir "$scratch/archive"
 tar --extract --file "$scratch"/made/*.tar.gz --directory "$scratch/archive" --strip-components 1
 works "$scratch/archive"
 
-for component in plugin sdk workplace; do
+# The program in the documents, with the package of the simulated controller alone.
+dpkg-deb --extract "$scratch"/made/zrt-tool-controller_*.deb "$scratch/controller"
+mkdir "$scratch/host"
+block() { awk -v begin="\`\`\`$1" '$0 == "```" { on = 0 } on; $0 == begin { on = 1 }' "$sources/docs/controller.md"; }
+block cmake >"$scratch/host/CMakeLists.txt"
+block cpp >"$scratch/host/main.cpp"
+block text >"$scratch/expected"
+quietly "$cmake" -S "$scratch/host" -B "$scratch/host/build" -DCMAKE_PREFIX_PATH="$scratch/controller/opt/zrt-tool"
+quietly "$cmake" --build "$scratch/host/build"
+env --ignore-environment "$scratch/host/build/my_host_test" >"$scratch/printed"
+diff "$scratch/expected" "$scratch/printed" || fail "the program in docs/controller.md prints something else"
+
+for component in plugin sdk controller workplace; do
     quietly "$cmake" --install "$build" --prefix "$scratch/installed" --component "$component"
 done
 works "$scratch/installed"

@@ -75,6 +75,7 @@ private slots:
     void pluginNeedsContractOnly();
     void sourcesIncludeContractOnly();
     void missingPackageIsTold();
+    void simulatedControllerComesAlong();
 
 private:
     static QString path(char const* relative) { return QStringLiteral(FOLDER "/") + QLatin1String(relative); }
@@ -265,6 +266,27 @@ void TestSdkConsumer::missingPackageIsTold()
     QVERIFY2(output.contains(QStringLiteral("WorkstationSdkConfig.cmake")), qPrintable(output));
     QVERIFY2(output.contains(QStringLiteral("Could not find a package configuration file")),
              qPrintable(output));
+}
+
+void TestSdkConsumer::simulatedControllerComesAlong()
+{
+    QVERIFY(QDir(path("controller")).removeRecursively());
+    QString const build = path("build_controller");
+    // Not optimised, for it is not run.
+    auto const configured = plugin_alone::configure(build, QStringLiteral("Debug"),
+                                                    {QStringLiteral("-DCMAKE_PREFIX_PATH=") + path("prefix"),
+                                                     QStringLiteral("-DZRT_SIMULATED_CONTROLLER=ON"),
+                                                     QStringLiteral("-DZRT_WARNINGS_AS_ERRORS=ON")});
+    QVERIFY2(configured.succeeded, configured.output.constData());
+    auto const built = run(CMAKE_PROGRAM, {QStringLiteral("--build"), build, QStringLiteral("--target"),
+                                           QStringLiteral("zrt_controller"), QStringLiteral("--parallel"),
+                                           QStringLiteral("2")});
+    QVERIFY2(built.succeeded, built.output.constData());
+    auto const installed =
+        run(CMAKE_PROGRAM, {QStringLiteral("--install"), build, QStringLiteral("--component"),
+                            QStringLiteral("controller"), QStringLiteral("--prefix"), path("controller")});
+    QVERIFY2(installed.succeeded, installed.output.constData());
+    QVERIFY(QFileInfo(path("controller/" LIB_DIR "/libzrt_controller.so")).isFile());
 }
 
 QTEST_GUILESS_MAIN(TestSdkConsumer)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "json/input_error.h"
+#include <files/input_error.h>
 
 #include <QString>
 

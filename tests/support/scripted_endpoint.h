@@ -1,7 +1,8 @@
 #pragma once
 
-#include "host/clock.h"
 #include "host/endpoint.h"
+
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QList>
 #include <QString>
@@ -15,7 +16,7 @@
 class ScriptedEndpoint : public Endpoint
 {
 public:
-    explicit ScriptedEndpoint(Clock& clock, QList<qint64> times = {5})
+    explicit ScriptedEndpoint(ZrtClock& clock, QList<qint64> times = {5})
         : replyTimes(std::move(times))
         , m_clock(clock)
     {}
@@ -41,5 +42,5 @@ public:
     QList<QPair<QString, QVariantMap>> got;
 
 private:
-    Clock& m_clock;
+    ZrtClock& m_clock;
 };

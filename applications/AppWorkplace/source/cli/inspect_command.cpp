@@ -4,18 +4,18 @@
 #include "make_tool.h"
 #include "output.h"
 
-#include "host/clock.h"
 #include "host/plugin_library.h"
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
 #include "maintenance/maintenance_records.h"
 #include "trace/event_json.h"
-#include "json/input_error.h"
-#include "json/variant_json.h"
 
+#include <files/input_error.h>
+#include <files/variant_json.h>
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/utilities.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 namespace
 {
@@ -202,7 +202,7 @@ int inspectCommand(InspectOptions const& options)
     if (!options.markdown)
         showLibrary(library, options.json, output);
 
-    Clock clock(Clock::Pace::Simulated);
+    ZrtClock clock(ZrtClock::Pace::Simulated);
     RunEvents const events(clock);
     Workstation workstation(clock, events);
     auto const tool = makeTool(library, workstation);

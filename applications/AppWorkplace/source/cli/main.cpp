@@ -5,7 +5,7 @@
 #include "replay_command.h"
 #include "run_command.h"
 
-#include "json/input_error.h"
+#include <files/input_error.h>
 
 #include <QCoreApplication>
 

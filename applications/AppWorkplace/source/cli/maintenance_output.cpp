@@ -5,7 +5,8 @@
 #include "maintenance/maintenance_records.h"
 #include "maintenance/maintenance_state.h"
 #include "trace/event_json.h"
-#include "json/input_error.h"
+
+#include <files/input_error.h>
 
 #include <QDate>
 #include <QStandardPaths>

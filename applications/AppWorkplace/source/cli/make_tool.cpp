@@ -2,8 +2,8 @@
 
 #include "host/plugin_library.h"
 #include "host/tool.h"
-#include "json/input_error.h"
 
+#include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin.h>
 
 #include <QUuid>

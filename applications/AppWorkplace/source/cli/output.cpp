@@ -1,6 +1,6 @@
 #include "output.h"
 
-#include "json/input_error.h"
+#include <files/input_error.h>
 
 #include <unistd.h>
 

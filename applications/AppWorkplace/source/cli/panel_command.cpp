@@ -3,13 +3,14 @@
 #include "maintenance_output.h"
 #include "output.h"
 
-#include "files/whole_file.h"
 #include "host/plugin_library.h"
 #include "maintenance/gui_setup.h"
 #include "maintenance/maintenance_records.h"
 #include "maintenance/panel_application.h"
 #include "trace/event_json.h"
-#include "json/input_error.h"
+
+#include <files/atomic_file.h>
+#include <files/input_error.h>
 
 #include <QBuffer>
 #include <QDir>
@@ -121,7 +122,7 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
     PluginLibrary library(options.plugin);
     auto const& plugin = library.plugin();
     checkPlace(options.records);
-    if (isPicture && isOneOf(options.screenshot, {options.records, library.fileName()}))
+    if (isPicture && isSameFileAsAny(options.screenshot, {options.records, library.fileName()}))
         throw InputError(
             QStringLiteral("%1: the picture would overwrite what the page needs").arg(options.screenshot));
     MaintenanceRecords records(options.records);

@@ -3,17 +3,17 @@
 #include "make_tool.h"
 #include "output.h"
 
-#include "host/clock.h"
 #include "host/log_tap.h"
 #include "host/plugin_library.h"
 #include "host/tool.h"
 #include "host/workstation.h"
 #include "trace/event_json.h"
 #include "trace/replay.h"
-#include "json/input_error.h"
 
+#include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/utilities.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <unistd.h>
 
@@ -130,12 +130,12 @@ int replayCommand(ReplayOptions const& options)
     TraceSummary summary;
     {
         // The clock starts when the record does, which only the record tells.
-        Clock clock(Clock::Pace::Simulated);
+        ZrtClock clock(ZrtClock::Pace::Simulated);
         RunEvents const events(clock);
         Workstation workstation(clock, events);
         summary = checkTrace(options.trace, *makeTool(library, workstation));
     }
-    Clock clock(summary.begin.start);
+    ZrtClock clock(summary.begin.start);
     RunEvents events(clock);
     Workstation workstation(clock, events);
     auto const tool = makeTool(library, workstation);

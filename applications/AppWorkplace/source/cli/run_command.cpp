@@ -4,39 +4,54 @@
 #include "output.h"
 #include "transcript.h"
 
-#include "controller/zrt_endpoint.h"
-#include "controller/zrt_setup.h"
-#include "files/whole_file.h"
-#include "host/clock.h"
 #include "host/log_tap.h"
 #include "host/plugin_library.h"
 #include "host/run_event.h"
 #include "host/tool.h"
 #include "host/workstation.h"
+#include "host/zrt_device.h"
 #include "sequence/sequence_runner.h"
 #include "trace/trace_file.h"
-#include "json/input_error.h"
 
+#include <files/atomic_file.h>
+#include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin.h>
 #include <utilities/utilities.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <memory>
+
+namespace
+{
+
+/// From a set-up file, or the default one if it has no name.
+std::unique_ptr<ZrtSimulatedController> makeController(QString const& setupFile, ZrtClock const& clock)
+{
+    QString problem;
+    auto const setup = setupFile.isEmpty() ? std::optional(ZrtSetup())
+                                           : ZrtSimulatedController::readSetup(setupFile, &problem);
+    if (!setup)
+        throw InputError(problem);
+    return ZrtSimulatedController::create(*setup, clock);
+}
+
+} // namespace
 
 int runCommand(RunOptions const& options)
 {
     // Everything that can be wrong with the input is found before anything runs.
     PluginLibrary library(options.plugin);
-    Clock clock(options.realTime ? Clock::Pace::RealTime : Clock::Pace::Simulated);
+    ZrtClock clock(options.realTime ? ZrtClock::Pace::RealTime : ZrtClock::Pace::Simulated);
     RunEvents events(clock);
     Workstation workstation(clock, events);
     auto const tool = makeTool(library, workstation);
     Sequence const sequence = readSequence(options.sequence, tool->plugin());
     QString const setupFile = options.controller.isEmpty() ? sequence.controllerFile : options.controller;
-    ZrtSetup const setup = setupFile.isEmpty() ? ZrtSetup() : readZrtSetup(setupFile);
+    ZrtDevice device(makeController(setupFile, clock));
     std::unique_ptr<TraceFile> trace;
     if (!options.trace.isEmpty()) {
-        if (isOneOf(options.trace,
-                    QStringList{options.sequence, setupFile, library.fileName()} + sequence.files))
+        if (isSameFileAsAny(options.trace,
+                            QStringList{options.sequence, setupFile, library.fileName()} + sequence.files))
             throw InputError(
                 QStringLiteral("%1: the trace would overwrite what the run needs").arg(options.trace));
         trace = std::make_unique<TraceFile>(options.trace);
@@ -53,19 +68,16 @@ int runCommand(RunOptions const& options)
     if (trace)
         events.listen([&trace](qint64 time, RunEvent const& event) { trace->write(time, event); });
 
-    ZrtController controller(setup.state);
-    ZrtFaults faults(setup.faults, setup.state.seed);
-    ZrtEndpoint endpoint(controller, faults, setup.times, clock);
-    endpoint.setConnected(setup.isConnected);
-    workstation.connectEndpoint(QStringLiteral("device"), endpoint);
+    workstation.connectEndpoint(QStringLiteral("device"), device);
 
     bool succeeded = false;
     {
         LogTap const logTap(events);
-        events.publish(
-            RunStarted{tool->plugin().pluginName(), versionToString(tool->plugin().pluginVersion()),
-                       setup.state.model + QLatin1Char(' ') + setup.state.serialNumber, clock.date()});
-        succeeded = SequenceRunner(*tool, endpoint, workstation, clock).run(sequence);
+        ZrtState const state = device.controller().state();
+        events.publish(RunStarted{tool->plugin().pluginName(),
+                                  versionToString(tool->plugin().pluginVersion()),
+                                  state.model + QLatin1Char(' ') + state.serialNumber, clock.date()});
+        succeeded = SequenceRunner(*tool, device.controller(), workstation, clock).run(sequence);
     }
     if (trace)
         trace->close();

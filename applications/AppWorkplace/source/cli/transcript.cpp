@@ -3,8 +3,9 @@
 #include "output.h"
 
 #include "trace/event_json.h"
-#include "json/input_error.h"
-#include "json/variant_json.h"
+
+#include <files/input_error.h>
+#include <files/variant_json.h>
 
 #include <QStringList>
 

@@ -1,9 +1,9 @@
 #include "log_tap.h"
 
-#include "clock.h"
 #include "run_event.h"
 
 #include <utilities/date_source.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QRegularExpression>
 

@@ -1,7 +1,6 @@
 #include "plugin_library.h"
 
-#include "json/input_error.h"
-
+#include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin.h>
 
 #include <QDir>

@@ -1,6 +1,6 @@
 #include "run_event.h"
 
-#include "clock.h"
+#include <zrt_controller/zrt_simulated_controller.h>
 
 void RunEvents::publish(RunEvent const& event) const
 {

@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-class Clock;
+class ZrtClock;
 
 // What happens in a run, for whoever shows it or writes it down.
 
@@ -124,14 +124,14 @@ class RunEvents
 public:
     using Listener = std::function<void(qint64 time, RunEvent const& event)>;
 
-    explicit RunEvents(Clock const& clock) : m_clock(clock) {}
+    explicit RunEvents(ZrtClock const& clock) : m_clock(clock) {}
 
-    Clock const& clock() const { return m_clock; }
+    ZrtClock const& clock() const { return m_clock; }
 
     void listen(Listener listener) { m_listeners.push_back(std::move(listener)); }
     void publish(RunEvent const& event) const;
 
 private:
-    Clock const& m_clock;
+    ZrtClock const& m_clock;
     std::vector<Listener> m_listeners;
 };

@@ -1,12 +1,13 @@
 #include "workstation.h"
 
-#include "clock.h"
 #include "order.h"
 #include "run_event.h"
 
+#include <zrt_controller/zrt_simulated_controller.h>
+
 #include <QPointer>
 
-Workstation::Workstation(Clock& clock, RunEvents const& events) : m_clock(clock), m_events(events) {}
+Workstation::Workstation(ZrtClock& clock, RunEvents const& events) : m_clock(clock), m_events(events) {}
 
 void Workstation::connectEndpoint(QString const& name, Endpoint& endpoint)
 {

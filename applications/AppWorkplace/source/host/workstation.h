@@ -6,7 +6,7 @@
 #include <QSet>
 #include <QString>
 
-class Clock;
+class ZrtClock;
 class Order;
 class RunEvents;
 struct DInstruction;
@@ -16,7 +16,7 @@ struct DInstruction;
 class Workstation
 {
 public:
-    Workstation(Clock& clock, RunEvents const& events);
+    Workstation(ZrtClock& clock, RunEvents const& events);
 
     RunEvents const& events() const { return m_events; }
 
@@ -39,7 +39,7 @@ public:
     quint64 droppedReplies() const { return m_droppedReplies; }
 
 private:
-    Clock& m_clock;
+    ZrtClock& m_clock;
     RunEvents const& m_events;
     QMap<QString, Endpoint*> m_endpoints;
     QSet<quint64> m_undelivered; // and their orders do not know yet

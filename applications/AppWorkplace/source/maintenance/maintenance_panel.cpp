@@ -5,8 +5,7 @@
 #include "page_document.h"
 #include "panel_application.h"
 
-#include "json/input_error.h"
-
+#include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin.h>
 
 #include <QQmlComponent>

@@ -1,10 +1,9 @@
 #include "maintenance_records.h"
 
-#include "files/whole_file.h"
-#include "json/input_error.h"
-#include "json/json_input.h"
-#include "json/variant_json.h"
-
+#include <files/atomic_file.h>
+#include <files/input_error.h>
+#include <files/json_input.h>
+#include <files/variant_json.h>
 #include <plugin_management/d_element.h>
 
 #include <QFile>

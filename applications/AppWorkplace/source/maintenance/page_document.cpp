@@ -1,7 +1,6 @@
 #include "page_document.h"
 
-#include "json/input_error.h"
-
+#include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin.h>
 
 #include <QFile>

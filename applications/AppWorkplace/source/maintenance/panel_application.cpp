@@ -2,8 +2,7 @@
 
 #include "maintenance_records.h"
 
-#include "json/input_error.h"
-
+#include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin_backend.h>
 
 #include <QUuid>

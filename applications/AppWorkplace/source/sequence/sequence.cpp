@@ -1,8 +1,7 @@
 #include "sequence.h"
 
-#include "json/input_error.h"
-#include "json/json_input.h"
-
+#include <files/input_error.h>
+#include <files/json_input.h>
 #include <plugin_management/d_abstract_plugin.h>
 
 #include <QDir>

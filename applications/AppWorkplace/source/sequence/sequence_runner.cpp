@@ -1,14 +1,13 @@
 #include "sequence_runner.h"
 
-#include "host/clock.h"
 #include "host/order.h"
 #include "host/run_event.h"
 #include "host/tool.h"
-#include "host/tool_site.h"
 #include "host/workstation.h"
-#include "json/variant_json.h"
 
+#include <files/variant_json.h>
 #include <plugin_management/d_abstract_plugin.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <memory>
 
@@ -20,9 +19,10 @@ constexpr qint64 c_betweenPulls = 500;
 
 } // namespace
 
-SequenceRunner::SequenceRunner(Tool& tool, ToolSite& site, Workstation const& workstation, Clock& clock)
+SequenceRunner::SequenceRunner(Tool& tool, ZrtSimulatedController& controller, Workstation const& workstation,
+                               ZrtClock& clock)
     : m_tool(tool)
-    , m_site(site)
+    , m_controller(controller)
     , m_workstation(workstation)
     , m_events(workstation.events())
     , m_clock(clock)
@@ -73,21 +73,21 @@ bool SequenceRunner::perform(StopStep const& step)
 
 bool SequenceRunner::perform(ReverseStep const& /*step*/)
 {
-    m_site.pressReverse();
+    m_controller.pressReverse();
     m_events.publish(PersonActed{QStringLiteral("presses reverse"),
-                                 m_site.isReverse() ? QStringLiteral("the tool loosens now")
-                                                    : QStringLiteral("the tool fastens now")});
+                                 m_controller.state().isReverse ? QStringLiteral("the tool loosens now")
+                                                                : QStringLiteral("the tool fastens now")});
     return true;
 }
 
 bool SequenceRunner::perform(TriggerStep const& step)
 {
-    if (step.mustFasten && m_site.isReverse()) {
+    if (step.mustFasten && m_controller.state().isReverse) {
         m_events.publish(WaitFailed{QStringLiteral("the tool is set to loosen, it cannot tighten")});
         return false;
     }
     for (int i = 0; i < step.count; ++i) {
-        auto const duration = m_site.pullTrigger();
+        auto const duration = m_controller.pullTrigger();
         m_events.publish(PersonActed{QStringLiteral("pulls the trigger"),
                                      duration ? QString() : QStringLiteral("but the tool is locked")});
         letPass(duration.value_or(0) + c_betweenPulls);

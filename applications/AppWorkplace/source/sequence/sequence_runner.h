@@ -2,19 +2,20 @@
 
 #include "sequence.h"
 
-class Clock;
 class Order;
 class RunEvents;
 class Tool;
-class ToolSite;
 class Workstation;
+class ZrtClock;
+class ZrtSimulatedController;
 
-/// Runs a work sequence on a tool, step by step. The first order that fails ends it; commands that still
-/// listen at the end are finished.
+/// Runs a work sequence on a tool and its controller, step by step. The first order that fails ends it;
+/// commands that still listen at the end are finished.
 class SequenceRunner
 {
 public:
-    SequenceRunner(Tool& tool, ToolSite& site, Workstation const& workstation, Clock& clock);
+    SequenceRunner(Tool& tool, ZrtSimulatedController& controller, Workstation const& workstation,
+                   ZrtClock& clock);
 
     /// Answers whether everything went as the sequence asks.
     bool run(Sequence const& sequence);
@@ -31,9 +32,9 @@ private:
     void finishListeners();
 
     Tool& m_tool;
-    ToolSite& m_site;
+    ZrtSimulatedController& m_controller;
     Workstation const& m_workstation;
     RunEvents const& m_events;
-    Clock& m_clock;
+    ZrtClock& m_clock;
     QVariantMap m_record;
 };

@@ -1,6 +1,6 @@
 #include "event_json.h"
 
-#include "json/variant_json.h"
+#include <files/variant_json.h>
 
 namespace
 {

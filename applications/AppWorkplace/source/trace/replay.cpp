@@ -1,12 +1,12 @@
 #include "replay.h"
 
 #include "event_json.h"
-#include "host/clock.h"
 #include "host/tool.h"
 #include "host/workstation.h"
-#include "json/input_error.h"
 
+#include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin.h>
+#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <algorithm>
 #include <type_traits>
@@ -74,7 +74,7 @@ bool ReplayStep::isSame() const
            && std::equal(recorded.cbegin(), recorded.cend(), replayed.cbegin(), replayed.cend(), isSameLine);
 }
 
-Replay::Replay(Tool& tool, Workstation& workstation, Clock& clock, RunEvents& events,
+Replay::Replay(Tool& tool, Workstation& workstation, ZrtClock& clock, RunEvents& events,
                QStringList const& targets)
     : m_tool(tool)
     , m_clock(clock)

@@ -8,7 +8,7 @@
 
 #include <vector>
 
-class Clock;
+class ZrtClock;
 class Tool;
 class Workstation;
 
@@ -41,7 +41,8 @@ class Replay final : private Endpoint
 public:
     /// The first four belong together and must outlive the replay; @p targets are the endpoints that the
     /// recorded instructions went to.
-    Replay(Tool& tool, Workstation& workstation, Clock& clock, RunEvents& events, QStringList const& targets);
+    Replay(Tool& tool, Workstation& workstation, ZrtClock& clock, RunEvents& events,
+           QStringList const& targets);
 
     /// Reads one step and what the record has of its outcome, and does it; nothing when all have been done.
     std::optional<ReplayStep> next(TraceReader& trace);
@@ -57,7 +58,7 @@ private:
     quint64 recordedId(InstructionPosted const& posted) const;
 
     Tool& m_tool;
-    Clock& m_clock;
+    ZrtClock& m_clock;
     std::optional<TraceEntry> m_nextCause;
     ReplayStep* m_step = nullptr;
     QMap<quint64, quint64> m_recordedIds; // of the instructions posted now

@@ -1,7 +1,8 @@
 #include "trace_file.h"
 
 #include "event_json.h"
-#include "json/input_error.h"
+
+#include <files/input_error.h>
 
 TraceFile::TraceFile(QString const& fileName) : m_fileName(fileName), m_file(fileName)
 {

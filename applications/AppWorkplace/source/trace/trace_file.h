@@ -1,7 +1,8 @@
 #pragma once
 
-#include "files/whole_file.h"
 #include "host/run_event.h"
+
+#include <files/atomic_file.h>
 
 #include <QString>
 
@@ -21,5 +22,5 @@ public:
 
 private:
     QString const m_fileName;
-    WholeFile m_file;
+    AtomicFile m_file;
 };

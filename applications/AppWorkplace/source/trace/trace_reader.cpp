@@ -1,9 +1,10 @@
 #include "trace_reader.h"
 
 #include "event_json.h"
-#include "json/input_error.h"
-#include "json/json_input.h"
-#include "json/variant_json.h"
+
+#include <files/input_error.h>
+#include <files/json_input.h>
+#include <files/variant_json.h>
 
 #include <QFileInfo>
 

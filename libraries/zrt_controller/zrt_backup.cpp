@@ -1,6 +1,6 @@
 #include "zrt_backup.h"
 
-#include "json/json_input.h"
+#include <files/json_input.h>
 
 #include <limits>
 

@@ -43,7 +43,7 @@ struct Joint
     double release = c_never; ///< how far from the head the operator lets go
 };
 
-Joint makeJoint(ZrtPreset const& preset, Screw screw, std::mt19937_64& random)
+Joint makeJoint(ZrtPreset const& preset, ZrtScrew screw, std::mt19937_64& random)
 {
     double const rise = preset.torque - preset.snugTorque;
     // A good screw is through after a third of the angle that is allowed.
@@ -52,26 +52,26 @@ Joint makeJoint(ZrtPreset const& preset, Screw screw, std::mt19937_64& random)
                             : preset.minAngle + (preset.maxAngle - preset.minAngle) / 3.0;
     Joint joint{uniform(random, 1300, 1500), rise / good * uniform(random, 0.9, 1.1)};
     switch (screw) {
-    case Screw::Good:
+    case ZrtScrew::Good:
         break;
-    case Screw::CrossThreaded:
+    case ZrtScrew::CrossThreaded:
         joint.head *= 0.3;
         joint.stiffness = rise / (0.5 * std::max(preset.minAngle, 1));
         break;
-    case Screw::Stripped:
+    case ZrtScrew::Stripped:
         joint.yield = preset.snugTorque + 0.8 * rise;
         break;
-    case Screw::Missing:
+    case ZrtScrew::Missing:
         joint.head = c_never;
         break;
-    case Screw::Soft:
+    case ZrtScrew::Soft:
         joint.stiffness = rise / (2.0 * preset.maxAngle);
         break;
-    case Screw::Blocked:
+    case ZrtScrew::Blocked:
         joint.jam = 0.5 * joint.head;
         joint.jamTorque = 1.1 * preset.torque;
         break;
-    case Screw::ReleasedEarly:
+    case ZrtScrew::ReleasedEarly:
         joint.release = 0.5 * good;
         break;
     }
@@ -87,7 +87,7 @@ QStringList screwNames()
             QStringLiteral("releasedEarly")};
 }
 
-TighteningResult tighten(ZrtPreset const& preset, Screw screw, std::mt19937_64& random)
+TighteningResult tighten(ZrtPreset const& preset, ZrtScrew screw, std::mt19937_64& random)
 {
     Joint joint = makeJoint(preset, screw, random);
     double angle = 0;

@@ -11,13 +11,13 @@
 ///
 /// The first thing that goes wrong ends it: open(), write() and commit() answer false from then on, and
 /// problem() says why.
-class WholeFile
+class AtomicFile
 {
 public:
-    explicit WholeFile(QString const& fileName);
-    ~WholeFile();
-    WholeFile(WholeFile const&) = delete;
-    WholeFile& operator=(WholeFile const&) = delete;
+    explicit AtomicFile(QString const& fileName);
+    ~AtomicFile();
+    AtomicFile(AtomicFile const&) = delete;
+    AtomicFile& operator=(AtomicFile const&) = delete;
 
     bool open();
     bool write(QByteArray const& content);
@@ -38,4 +38,4 @@ QString replaceFile(QString const& fileName, QByteArray const& content);
 
 /// Whether there is a file of this name and one of the others, by whatever name, is the same. A slip on the
 /// command line must not cost the user an input file.
-bool isOneOf(QString const& fileName, QStringList const& others);
+bool isSameFileAsAny(QString const& fileName, QStringList const& others);

@@ -1,8 +1,7 @@
 #include "json_input.h"
 
 #include "input_error.h"
-
-#include "files/pipe.h"
+#include "pipe.h"
 
 #include <QFile>
 #include <QRegularExpression>

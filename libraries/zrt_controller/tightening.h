@@ -1,23 +1,8 @@
 #pragma once
 
-#include "zrt_preset.h"
-
-#include <QString>
-#include <QStringList>
+#include "zrt_simulated_controller.h"
 
 #include <random>
-
-/// What a screw does when it is tightened.
-enum class Screw
-{
-    Good,
-    CrossThreaded, ///< binds as soon as it turns
-    Stripped,      ///< gives way before the torque is reached
-    Missing,       ///< the bit turns freely
-    Soft,          ///< takes too much angle to reach the torque
-    Blocked,       ///< hits something while it runs down
-    ReleasedEarly, ///< a good one, but the operator lets go of the trigger
-};
 
 /// The names of the kinds as set-up files have them, in the order of the enumeration.
 QStringList screwNames();
@@ -37,7 +22,7 @@ struct TighteningResult
 /// Tightens one screw: run-down, snug, tightening up to the preset's target, in small steps. The
 /// screw's course is drawn from @p random; the controller's side sees torque and
 /// angle alone and judges by them.
-TighteningResult tighten(ZrtPreset const& preset, Screw screw, std::mt19937_64& random);
+TighteningResult tighten(ZrtPreset const& preset, ZrtScrew screw, std::mt19937_64& random);
 
 /// Turns one screw out.
 TighteningResult loosen(ZrtPreset const& preset, std::mt19937_64& random);

@@ -1,5 +1,8 @@
 #include "zrt_controller.h"
 
+#include "tightening.h"
+#include "zrt_preset.h"
+
 #include <limits>
 #include <utility>
 
@@ -81,10 +84,11 @@ std::optional<ZrtRun> ZrtController::pullTrigger()
     if (m_state.isReverse) {
         result = loosen(preset, m_random);
     } else {
-        Screw const screw = m_state.screws.isEmpty() ? Screw::Good : m_state.screws.takeFirst();
+        ZrtScrew const screw = m_state.screws.isEmpty() ? ZrtScrew::Good : m_state.screws.takeFirst();
         result = tighten(preset, screw, m_random);
     }
-    m_state.eventCount = m_state.eventCount == std::numeric_limits<int>::max() ? 0 : m_state.eventCount + 1;
+    bool const isLast = m_state.eventCount == std::numeric_limits<int>::max();
+    change(m_state.eventCount, isLast ? 0 : m_state.eventCount + 1);
     QString const good = m_state.isReverse ? QStringLiteral("loosened") : QStringLiteral("OK");
     QVariantMap event{{QStringLiteral("eventCountNo"), m_state.eventCount},
                       {QStringLiteral("program"), m_state.program},
@@ -101,7 +105,7 @@ std::optional<ZrtRun> ZrtController::pullTrigger()
 
 void ZrtController::pressReverse()
 {
-    m_state.isReverse = !m_state.isReverse;
+    change(m_state.isReverse, !m_state.isReverse);
 }
 
 void ZrtController::restore(ZrtBackup const& backup, int first, int last, bool withParameters)
@@ -112,6 +116,7 @@ void ZrtController::restore(ZrtBackup const& backup, int first, int last, bool w
     }
     if (withParameters)
         m_state.parameters = backup.parameters;
+    m_isChanged = true;
 }
 
 QVariantMap ZrtController::getInfo(QVariantMap const& /*arguments*/)
@@ -126,7 +131,7 @@ QVariantMap ZrtController::setLock(QVariantMap const& arguments)
     auto const lock = wholeNumber(arguments, QStringLiteral("lock"));
     if (!lock || *lock < ZrtState::Free || *lock > ZrtState::LooseningLocked)
         return refused(QStringLiteral("\"lock\" must be 0 (free), 1 (all locked) or 2 (loosening locked)"));
-    m_state.lock = *lock;
+    change(m_state.lock, *lock);
     return {{QStringLiteral("lockStatus"), m_state.lock},
             {QStringLiteral("fasteningLocked"), m_state.lock == ZrtState::AllLocked},
             {QStringLiteral("looseningLocked"), m_state.lock != ZrtState::Free}};
@@ -134,7 +139,7 @@ QVariantMap ZrtController::setLock(QVariantMap const& arguments)
 
 QVariantMap ZrtController::setLockScreen(QVariantMap const& /*arguments*/)
 {
-    m_state.isScreenLocked = true;
+    change(m_state.isScreenLocked, true);
     return done();
 }
 
@@ -143,7 +148,7 @@ QVariantMap ZrtController::setProgram(QVariantMap const& arguments)
     auto const program = wholeNumber(arguments, QStringLiteral("program"));
     if (!program || !m_state.presets.contains(*program))
         return refused(QStringLiteral("there is no such program"));
-    m_state.program = *program;
+    change(m_state.program, *program);
     return {{QStringLiteral("doneOk"), true}, {QStringLiteral("program"), m_state.program}};
 }
 
@@ -152,7 +157,7 @@ QVariantMap ZrtController::getPresetData(QVariantMap const& arguments)
     auto const preset = wholeNumber(arguments, QStringLiteral("preset"));
     if (!preset || !m_state.presets.contains(*preset))
         return refused(QStringLiteral("there is no such preset"));
-    return {{QStringLiteral("presetData"), m_state.presets.value(*preset).toMap()}};
+    return {{QStringLiteral("presetData"), toMap(m_state.presets.value(*preset))}};
 }
 
 QVariantMap ZrtController::getRegister(QVariantMap const& arguments)
@@ -175,6 +180,6 @@ QVariantMap ZrtController::setTriggerProgram(QVariantMap const& arguments)
     QVariant const resetMode = arguments.value(QStringLiteral("resetMode"), false);
     if (resetMode.userType() != QMetaType::Bool)
         return refused(QStringLiteral("\"resetMode\" must be true or false"));
-    m_state.isTriggerMode = !resetMode.toBool();
+    change(m_state.isTriggerMode, !resetMode.toBool());
     return done();
 }

@@ -2,9 +2,6 @@
 
 #include "zrt_preset.h"
 
-#include <QMap>
-#include <QString>
-
 /// A controller's backup file: presets by their numbers, and the controller's own parameters.
 struct ZrtBackup
 {
@@ -14,6 +11,8 @@ struct ZrtBackup
 
 /// Reads and checks the whole of a backup file. InputError if it is not right.
 ZrtBackup readZrtBackup(QString const& fileName);
+
+class JsonInput;
 
 /// Reads the controller's parameters, whole numbers by their names.
 QMap<QString, int> readZrtParameters(JsonInput const& input);

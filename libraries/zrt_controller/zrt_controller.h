@@ -1,45 +1,10 @@
 #pragma once
 
-#include "tightening.h"
 #include "zrt_backup.h"
-#include "zrt_preset.h"
+#include "zrt_simulated_controller.h"
 
-#include <QList>
-#include <QMap>
-#include <QString>
-#include <QStringList>
-#include <QVariant>
-
-#include <optional>
 #include <random>
-
-/// What a controller is and in which state it is.
-struct ZrtState
-{
-    /// The values of the lock: which directions the tool does not turn in.
-    enum Lock
-    {
-        Free = 0,
-        AllLocked = 1,
-        LooseningLocked = 2,
-    };
-
-    QString model = QStringLiteral("ZRT");
-    QString serialNumber = QStringLiteral("ZRT-SIM-0001");
-    QString firmware = QStringLiteral("1.0.0");
-    int lock = Free;
-    bool isScreenLocked = false;
-    QMap<int, ZrtPreset> presets{{1, {}}, {15, {}}};
-    QList<int> unwritablePresets; ///< a restore fails at these
-    QMap<QString, int> parameters;
-    int program = 1; ///< the number of the preset in use
-    bool isTriggerMode = false;
-    bool isReverse = false; ///< the direction switch at the tool
-    int eventCount = 0;
-    quint64 seed = 1;
-    /// What the next screws are like; good ones when there are no more.
-    QList<Screw> screws;
-};
+#include <utility>
 
 /// What a pull of the trigger did.
 struct ZrtRun
@@ -69,6 +34,8 @@ public:
     static QStringList instructions();
 
     ZrtState const& state() const { return m_state; }
+    /// Whether the state has changed since the last call.
+    bool takeChange() { return std::exchange(m_isChanged, false); }
 
     QVariantMap execute(QString const& instruction, QVariantMap const& arguments);
 
@@ -93,6 +60,13 @@ private:
     QVariantMap getRegister(QVariantMap const& arguments);
     QVariantMap setTriggerProgram(QVariantMap const& arguments);
 
+    template <class T> void change(T& member, T value)
+    {
+        m_isChanged = m_isChanged || member != value;
+        member = std::move(value);
+    }
+
     ZrtState m_state;
+    bool m_isChanged = false;
     std::mt19937_64 m_random;
 };

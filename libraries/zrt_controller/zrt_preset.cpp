@@ -1,6 +1,6 @@
 #include "zrt_preset.h"
 
-#include "json/json_input.h"
+#include <files/json_input.h>
 
 #include <limits>
 
@@ -30,12 +30,34 @@ Field const c_fields[] = {
 
 } // namespace
 
-QVariantMap ZrtPreset::toMap() const
+QVariantMap toMap(ZrtPreset const& preset)
 {
     QVariantMap map;
     for (auto const& field : c_fields)
-        map.insert(field.key, this->*field.member);
+        map.insert(field.key, preset.*field.member);
     return map;
+}
+
+QString problemIn(ZrtPreset const& preset)
+{
+    for (auto const& field : c_fields) {
+        if (preset.*field.member < field.lowest || preset.*field.member > field.highest)
+            return QStringLiteral("\"%1\" must be a whole number from %2 to %3")
+                .arg(field.key)
+                .arg(field.lowest)
+                .arg(field.highest);
+    }
+    if (preset.snugTorque >= preset.torque)
+        return QStringLiteral("\"snugTorque\" must be less than \"torque\"");
+    if (preset.maxTorque <= preset.torque)
+        return QStringLiteral("\"maxTorque\" must be more than \"torque\"");
+    if (preset.minAngle >= preset.maxAngle)
+        return QStringLiteral("\"minAngle\" must be less than \"maxAngle\"");
+    if (preset.control == ZrtPreset::Angle && preset.targetAngle > preset.maxAngle)
+        return QStringLiteral("\"targetAngle\" must not be more than \"maxAngle\"");
+    if (preset.control == ZrtPreset::Angle && preset.targetAngle < preset.minAngle)
+        return QStringLiteral("\"targetAngle\" must not be less than \"minAngle\"");
+    return {};
 }
 
 ZrtPreset readZrtPreset(JsonInput const& input)
@@ -51,16 +73,9 @@ ZrtPreset readZrtPreset(JsonInput const& input)
             preset.*field.member =
                 static_cast<int>(input.at(field.key).toInteger(field.lowest, field.highest));
     }
-    if (preset.snugTorque >= preset.torque)
-        input.fail(QStringLiteral("\"snugTorque\" must be less than \"torque\""));
-    if (preset.maxTorque <= preset.torque)
-        input.fail(QStringLiteral("\"maxTorque\" must be more than \"torque\""));
-    if (preset.minAngle >= preset.maxAngle)
-        input.fail(QStringLiteral("\"minAngle\" must be less than \"maxAngle\""));
-    if (preset.control == ZrtPreset::Angle && preset.targetAngle > preset.maxAngle)
-        input.fail(QStringLiteral("\"targetAngle\" must not be more than \"maxAngle\""));
-    if (preset.control == ZrtPreset::Angle && preset.targetAngle < preset.minAngle)
-        input.fail(QStringLiteral("\"targetAngle\" must not be less than \"minAngle\""));
+    QString const problem = problemIn(preset);
+    if (!problem.isEmpty())
+        input.fail(problem);
     return preset;
 }
 

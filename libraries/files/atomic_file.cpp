@@ -1,4 +1,4 @@
-#include "whole_file.h"
+#include "atomic_file.h"
 
 #include "pipe.h"
 
@@ -24,12 +24,12 @@ std::unique_ptr<QFileDevice> makeFile(QString const& fileName)
 
 } // namespace
 
-WholeFile::WholeFile(QString const& fileName) : m_file(makeFile(fileName)) {}
+AtomicFile::AtomicFile(QString const& fileName) : m_file(makeFile(fileName)) {}
 
-WholeFile::~WholeFile() = default;
+AtomicFile::~AtomicFile() = default;
 
 // Unbuffered, because what cannot be written when the file is closed is lost without a word.
-bool WholeFile::open()
+bool AtomicFile::open()
 {
     QIODevice::OpenMode const mode = QIODevice::WriteOnly | QIODevice::Unbuffered;
     auto* const file = qobject_cast<QFile*>(m_file.get());
@@ -39,7 +39,7 @@ bool WholeFile::open()
     return m_problem.isEmpty();
 }
 
-bool WholeFile::write(QByteArray const& content)
+bool AtomicFile::write(QByteArray const& content)
 {
     // A disk that fills up takes a part first; it says why only when it is asked for the rest.
     qint64 done = 0;
@@ -52,7 +52,7 @@ bool WholeFile::write(QByteArray const& content)
     return m_problem.isEmpty();
 }
 
-bool WholeFile::commit()
+bool AtomicFile::commit()
 {
     auto* const saved = qobject_cast<QSaveFile*>(m_file.get());
     if (!m_problem.isEmpty() || !saved)
@@ -66,7 +66,7 @@ bool WholeFile::commit()
     return saved->commit() || fail();
 }
 
-bool WholeFile::fail()
+bool AtomicFile::fail()
 {
     m_problem = m_file->errorString();
     return false;
@@ -74,12 +74,12 @@ bool WholeFile::fail()
 
 QString replaceFile(QString const& fileName, QByteArray const& content)
 {
-    WholeFile file(fileName);
+    AtomicFile file(fileName);
     static_cast<void>(file.open() && file.write(content) && file.commit());
     return file.problem();
 }
 
-bool isOneOf(QString const& fileName, QStringList const& others)
+bool isSameFileAsAny(QString const& fileName, QStringList const& others)
 {
     QFileInfo const file(fileName);
     return file.exists() && std::any_of(others.cbegin(), others.cend(), [&file](QString const& other) {

@@ -1,0 +1,537 @@
+#include "scratch_folder.h"
+
+#include <zrt_controller/zrt_simulated_controller.h>
+
+#include <QThread>
+#include <QtTest>
+
+#include <functional>
+#include <limits>
+#include <memory>
+
+namespace
+{
+
+using Change = std::function<void(ZrtSetup&)>;
+
+constexpr int c_reply = 5;
+
+QString const lock = QStringLiteral("setLock");
+QString const listen = QStringLiteral("listenEventsData");
+QString const restore = QStringLiteral("restoreBackup");
+
+ZrtFault fault(ZrtFault::Kind kind, QString const& instruction = lock, int nth = 1)
+{
+    ZrtFault fault;
+    fault.kind = kind;
+    fault.instruction = instruction;
+    fault.nth = nth;
+    return fault;
+}
+
+/// A controller, and the instructions whose replies have arrived, by their ids.
+struct Bench
+{
+    explicit Bench(ZrtSetup const& setup = {}) : controller(ZrtSimulatedController::create(setup, clock))
+    {
+        if (!controller)
+            qFatal("the set-up is not valid");
+    }
+
+    bool post(quint64 id, QString const& instruction, QVariantMap const& arguments = {})
+    {
+        return controller->post(id, instruction, arguments,
+                                [this, id](QVariantMap const& /*reply*/) { arrived += id; });
+    }
+    bool setLock(quint64 id, int code) { return post(id, lock, {{QStringLiteral("lock"), code}}); }
+    bool restoreAll(quint64 id, QString const& file)
+    {
+        return post(id, restore,
+                    {{QStringLiteral("filePath"), file},
+                     {QStringLiteral("startPreset"), 0},
+                     {QStringLiteral("endPreset"), 0}});
+    }
+
+    ZrtClock clock;
+    std::unique_ptr<ZrtSimulatedController> controller;
+    QList<quint64> arrived;
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Change)
+Q_DECLARE_METATYPE(ZrtFault)
+
+/// The simulated controller as a host meets it: through its front door alone.
+class TstZrtSimulatedController : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void makes();
+    void doesNotMake_data();
+    void doesNotMake();
+    void readsSetups();
+    void refusesInstructions();
+    void idsInUse();
+    void withdraws();
+    void connects();
+    void restoreEndsWithTheConnection();
+    void triggers();
+    void faultsComeAndGo();
+    void refusesFaults_data();
+    void refusesFaults();
+    void tellsChanges();
+    void callbacksMayDoEverything();
+    void outlivesAndIsOutlived();
+    void belongsToItsThread();
+    void worksInTheEventLoop();
+
+private:
+    ScratchFolder m_folder;
+};
+
+void TstZrtSimulatedController::makes()
+{
+    ZrtSetup setup;
+    setup.state.model = QStringLiteral("M");
+    setup.isConnected = false;
+    setup.faults = {fault(ZrtFault::Loss), fault(ZrtFault::Refused, listen)};
+    QString problem = QStringLiteral("left from before");
+    auto const controller = ZrtSimulatedController::create(setup, ZrtClock(), &problem);
+    QVERIFY(controller);
+    QCOMPARE(problem, QString());
+    QCOMPARE(controller->state().model, QStringLiteral("M"));
+    QVERIFY(!controller->isConnected());
+    QCOMPARE(controller->faults().keys(), QList<int>({1, 2}));
+    QCOMPARE(controller->faults()[2].instruction, listen);
+    QCOMPARE(
+        ZrtSimulatedController::instructions().join(QLatin1Char(' ')),
+        QStringLiteral("SetTriggerProgram getInfo getPresetData getRegister listenEventsData restoreBackup "
+                       "setLock setLockScreen setProgram"));
+}
+
+void TstZrtSimulatedController::doesNotMake_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QString>("problem");
+    auto const row = [](char const* problem, Change const& change) {
+        QTest::newRow(problem) << change << QString::fromLatin1(problem);
+    };
+    row("\"lock\" must be a whole number from 0 to 2", [](ZrtSetup& setup) { setup.state.lock = 3; });
+    row("\"eventCount\" must be a whole number from 0 to 2147483647",
+        [](ZrtSetup& setup) { setup.state.eventCount = -1; });
+    row("\"replyTime\" must be a whole number from 0 to 600000",
+        [](ZrtSetup& setup) { setup.times.reply = -1; });
+    row("\"presetTime\" must be a whole number from 0 to 600000",
+        [](ZrtSetup& setup) { setup.times.preset = 600'001; });
+    row("there is no preset 2, so \"program\" must name another",
+        [](ZrtSetup& setup) { setup.state.program = 2; });
+    row("preset 65536: its number must be from 0 to 65535",
+        [](ZrtSetup& setup) { setup.state.presets.insert(65536, {}); });
+    row("preset 15: \"speed\" must be a whole number from 1 to 10000",
+        [](ZrtSetup& setup) { setup.state.presets[15].speed = 0; });
+    row("preset 15: \"maxTorque\" must be more than \"torque\"",
+        [](ZrtSetup& setup) { setup.state.presets[15].torque = 260; });
+    row("unknown kind of screw", [](ZrtSetup& setup) { setup.state.screws += static_cast<ZrtScrew>(7); });
+    row("unknown instruction \"a\" of the fault \"loss\"",
+        [](ZrtSetup& setup) { setup.faults += fault(ZrtFault::Loss, QStringLiteral("a")); });
+}
+
+void TstZrtSimulatedController::doesNotMake()
+{
+    QFETCH(Change, change);
+    QFETCH(QString, problem);
+    ZrtSetup setup;
+    change(setup);
+    QString found;
+    QVERIFY(!ZrtSimulatedController::create(setup, ZrtClock(), &found));
+    QCOMPARE(found, problem);
+    QVERIFY(!ZrtSimulatedController::create(setup, ZrtClock())); // and nobody asks why
+}
+
+void TstZrtSimulatedController::readsSetups()
+{
+    QString problem = QStringLiteral("left from before");
+    QString const good = m_folder.write(QStringLiteral("good.json"), R"({"lock": 2, "replyTime": 9})");
+    auto const setup = ZrtSimulatedController::readSetup(good, &problem);
+    QVERIFY(setup);
+    QCOMPARE(problem, QString());
+    QCOMPARE(setup->state.lock, 2);
+    QCOMPARE(setup->times.reply, 9);
+
+    QString const bad = m_folder.write(QStringLiteral("bad.json"), "{\n\"lock\": 3}");
+    QVERIFY(!ZrtSimulatedController::readSetup(bad, &problem));
+    QCOMPARE(problem, bad + QStringLiteral(":2: lock: must be a whole number from 0 to 2"));
+    QVERIFY(!ZrtSimulatedController::readSetup(bad));
+}
+
+void TstZrtSimulatedController::refusesInstructions()
+{
+    Bench bench;
+    QTest::ignoreMessage(QtWarningMsg, "ZrtSimulatedController::post: the callback of \"setLock\" is null");
+    QVERIFY(!bench.controller->post(1, lock, {{QStringLiteral("lock"), 1}}, nullptr));
+    QVERIFY(bench.controller->setConnected(false));
+    QTest::ignoreMessage(QtWarningMsg,
+                         "ZrtSimulatedController::post: \"setLock\": the controller is not connected");
+    QVERIFY(!bench.setLock(1, 1));
+    bench.clock.advance(1000);
+    QCOMPARE(bench.controller->state().lock, int(ZrtState::Free));
+    QCOMPARE(bench.arrived, QList<quint64>());
+}
+
+void TstZrtSimulatedController::idsInUse()
+{
+    QString const backup = m_folder.write(QStringLiteral("backup.json"), R"({"presets": {"1": {}}})");
+    auto const isRefused = [](Bench& bench, quint64 id) {
+        QByteArray const message =
+            "ZrtSimulatedController::post: \"setLock\": the id " + QByteArray::number(id) + " is in use";
+        QTest::ignoreMessage(QtWarningMsg, message.constData());
+        return !bench.setLock(id, 1) && bench.controller->state().lock == ZrtState::Free;
+    };
+    ZrtSetup setup;
+    setup.faults = {fault(ZrtFault::Duplicate), fault(ZrtFault::Loss, QStringLiteral("getInfo"))};
+    Bench bench(setup);
+    QVERIFY(bench.setLock(1, 0)); // answered twice
+    QVERIFY(bench.post(2, listen));
+    QVERIFY(bench.restoreAll(3, backup));
+    QVERIFY(bench.post(4, QStringLiteral("getInfo"))); // never answered
+    for (quint64 const id : {1U, 2U, 3U})
+        QVERIFY(isRefused(bench, id));
+    QVERIFY(bench.post(4, QStringLiteral("getInfo")));
+    bench.clock.advance(c_reply);
+    QCOMPARE(bench.arrived, QList<quint64>({1, 1, 4}));
+    QVERIFY(bench.setLock(1, 0));
+    QVERIFY(isRefused(bench, 2));
+    QVERIFY(isRefused(bench, 3));
+    bench.clock.advance(50); // restored, and answered
+    QVERIFY(bench.setLock(3, 0));
+    QVERIFY(bench.controller->withdraw(2));
+    QVERIFY(bench.setLock(2, 0));
+}
+
+void TstZrtSimulatedController::withdraws()
+{
+    Bench bench;
+    QVERIFY(!bench.controller->withdraw(1));
+    QVERIFY(bench.setLock(1, 1));
+    QVERIFY(!bench.controller->withdraw(1)); // its reply is on its way
+    QVERIFY(bench.setLock(3, 0));
+    QVERIFY(bench.post(2, listen));
+    bench.clock.advance(bench.controller->pullTrigger().value_or(0));
+    QVERIFY(bench.controller->withdraw(2));
+    QVERIFY(!bench.controller->withdraw(2));
+    bench.clock.advance(c_reply);
+    QCOMPARE(bench.arrived, QList<quint64>({1, 3, 2})); // and the event that was on its way
+    bench.controller->pullTrigger();
+    bench.clock.advance(10'000);
+    QCOMPARE(bench.arrived.size(), 3);
+}
+
+void TstZrtSimulatedController::connects()
+{
+    Bench bench;
+    QVERIFY(bench.post(1, listen));
+    QVERIFY(bench.setLock(2, 0));
+    QVERIFY(bench.controller->setConnected(false));
+    QVERIFY(!bench.controller->isConnected());
+    bench.clock.advance(c_reply);
+    QCOMPARE(bench.arrived, QList<quint64>()); // the reply is lost
+    QVERIFY(bench.controller->pullTrigger());  // the tool still turns
+    bench.clock.advance(10'000);
+    QCOMPARE(bench.controller->state().eventCount, 1);
+    QCOMPARE(bench.arrived, QList<quint64>());
+    QVERIFY(bench.controller->setConnected(true));
+    QVERIFY(bench.controller->pullTrigger());
+    bench.clock.advance(10'000);
+    QCOMPARE(bench.arrived, QList<quint64>{1});
+}
+
+void TstZrtSimulatedController::restoreEndsWithTheConnection()
+{
+    QString const backup =
+        m_folder.write(QStringLiteral("backup.json"), R"({"presets": {"1": {"torque": 101}, "2": {}}})");
+    Bench bench;
+    QVERIFY(bench.restoreAll(1, backup));
+    bench.clock.advance(60);
+    QCOMPARE(bench.arrived.size(), 1);
+    bench.controller->setConnected(false);
+    bench.clock.advance(60);
+    bench.controller->setConnected(true);
+    bench.clock.advance(1000);
+    QCOMPARE(bench.arrived.size(), 1);
+    QCOMPARE(bench.controller->state().presets[1].torque, 200);
+    QVERIFY(bench.restoreAll(1, backup));
+    bench.clock.advance(1000);
+    QCOMPARE(bench.arrived.size(), 3);
+    QCOMPARE(bench.controller->state().presets[1].torque, 101);
+}
+
+void TstZrtSimulatedController::triggers()
+{
+    Bench bench;
+    QVERIFY(bench.post(1, listen));
+    int const duration = bench.controller->pullTrigger().value_or(0);
+    QVERIFY(duration > 0);
+    bench.clock.advance(duration - 1);
+    QTest::ignoreMessage(QtWarningMsg, "ZrtSimulatedController::pullTrigger: the tool still turns");
+    QVERIFY(!bench.controller->pullTrigger());
+    bench.clock.advance(1);
+    QVERIFY(bench.controller->pullTrigger());
+    bench.clock.advance(10'000);
+    QCOMPARE(bench.arrived, QList<quint64>({1, 1}));
+    QCOMPARE(bench.controller->state().eventCount, 2);
+
+    QVERIFY(bench.setLock(2, ZrtState::LooseningLocked));
+    QVERIFY(bench.controller->pressReverse());
+    QVERIFY(bench.controller->state().isReverse);
+    QVERIFY(!bench.controller->pullTrigger()); // locked, which is nothing to warn of
+    QCOMPARE(bench.controller->state().eventCount, 2);
+}
+
+void TstZrtSimulatedController::faultsComeAndGo()
+{
+    ZrtSetup setup;
+    setup.faults = {fault(ZrtFault::Loss, lock, 2)};
+    Bench bench(setup);
+    quint64 id = 0;
+    auto const isAnswered = [&] {
+        bench.setLock(++id, 0);
+        bench.clock.advance(c_reply);
+        return bench.arrived.contains(id);
+    };
+    QVERIFY(isAnswered());
+    QVERIFY(!isAnswered());
+    QCOMPARE(bench.controller->addFault(fault(ZrtFault::Loss, lock, 2)), 2);
+    QCOMPARE(bench.controller->faults().size(), 2);
+    QVERIFY(isAnswered());
+    QVERIFY(!isAnswered()); // the second one since the fault was added
+
+    ZrtFault always = fault(ZrtFault::Loss, lock, 0);
+    always.probability = 1;
+    QCOMPARE(bench.controller->addFault(always), 3);
+    QVERIFY(!isAnswered());
+    // It still applies to what was posted before.
+    QVERIFY(bench.post(90, listen));
+    ZrtFault deaf = always;
+    deaf.instruction = listen;
+    QCOMPARE(bench.controller->addFault(deaf), 4);
+    QVERIFY(bench.post(91, listen));
+    QVERIFY(bench.controller->removeFault(4));
+    QVERIFY(bench.controller->removeFault(3));
+    QVERIFY(isAnswered());
+    bench.controller->pullTrigger();
+    bench.clock.advance(10'000);
+    QVERIFY(bench.arrived.contains(90));
+    QVERIFY(!bench.arrived.contains(91));
+
+    QTest::ignoreMessage(QtWarningMsg, "ZrtSimulatedController::removeFault: there is no fault 3");
+    QVERIFY(!bench.controller->removeFault(3));
+    QCOMPARE(bench.controller->faults().keys(), QList<int>({1, 2}));
+    QCOMPARE(bench.controller->addFault(always), 5); // a number is never used again
+}
+
+void TstZrtSimulatedController::refusesFaults_data()
+{
+    QTest::addColumn<ZrtFault>("fault");
+    QTest::addColumn<QString>("problem");
+    auto const row = [](
+                         char const* problem, ZrtFault::Kind kind,
+                         std::function<void(ZrtFault&)> const& change = [](ZrtFault&) {}) {
+        ZrtFault one = fault(kind);
+        change(one);
+        QTest::newRow(problem) << one << QString::fromLatin1(problem);
+    };
+    row("unknown kind of fault", static_cast<ZrtFault::Kind>(8));
+    row("unknown instruction \"\" of the fault \"refused\"", ZrtFault::Refused,
+        [](ZrtFault& one) { one.instruction.clear(); });
+    row("\"nth\" of the fault \"loss\" must not be negative", ZrtFault::Loss,
+        [](ZrtFault& one) { one.nth = -1; });
+    char const* const probability =
+        "\"probability\" of the fault \"loss\" must be from 0 to 1, and 0 with \"nth\"";
+    for (double const value : {-0.1, 1.1, std::numeric_limits<double>::quiet_NaN()}) {
+        row(probability, ZrtFault::Loss, [value](ZrtFault& one) {
+            one.nth = 0;
+            one.probability = value;
+        });
+    }
+    row(probability, ZrtFault::Loss, [](ZrtFault& one) { one.probability = 0.5; });
+    row("\"delay\" of the fault \"delay\" must be from 0 to 600000", ZrtFault::Delay,
+        [](ZrtFault& one) { one.delay = -1; });
+    row("\"delay\" of the fault \"late\" must be from 4000 to 600000", ZrtFault::Late,
+        [](ZrtFault& one) { one.delay = 3999; });
+    row("\"delay\" of the fault \"loss\" must be from 0 to 0", ZrtFault::Loss,
+        [](ZrtFault& one) { one.delay = 1; });
+    row("the fault \"duplicate\" has no \"key\"", ZrtFault::Duplicate,
+        [](ZrtFault& one) { one.key = QStringLiteral("k"); });
+}
+
+void TstZrtSimulatedController::refusesFaults()
+{
+    QFETCH(ZrtFault, fault);
+    QFETCH(QString, problem);
+    Bench bench;
+    QTest::ignoreMessage(QtWarningMsg, "ZrtSimulatedController::addFault: " + problem.toLatin1());
+    QCOMPARE(bench.controller->addFault(fault), 0);
+    QVERIFY(bench.controller->faults().isEmpty());
+}
+
+void TstZrtSimulatedController::tellsChanges()
+{
+    QString const backup =
+        m_folder.write(QStringLiteral("backup.json"), R"({"presets": {"1": {}, "2": {}}})");
+    ZrtSetup setup;
+    setup.faults = {fault(ZrtFault::Disconnected, QStringLiteral("getInfo"), 2)};
+    Bench bench(setup);
+    int changes = 0;
+    QVERIFY(bench.controller->onChange([&changes] { ++changes; }));
+    auto const changesBy = [&](std::function<void()> const& call) {
+        changes = 0;
+        call();
+        return changes;
+    };
+    QCOMPARE(changesBy([&] { bench.setLock(1, 1); }), 1); // when it arrives, not with its reply
+    QCOMPARE(changesBy([&] { bench.clock.advance(c_reply); }), 0);
+    QCOMPARE(changesBy([&] { bench.setLock(1, 1); }), 0);
+    QCOMPARE(changesBy([&] { bench.setLock(2, 3); }), 0); // refused
+    QCOMPARE(changesBy([&] { bench.controller->pullTrigger(); }), 0);
+    QCOMPARE(changesBy([&] { bench.setLock(3, 0); }), 1);
+    QCOMPARE(changesBy([&] { bench.controller->pullTrigger(); }), 1);
+    QCOMPARE(changesBy([&] { bench.clock.advance(10'000); }), 0);
+    QCOMPARE(changesBy([&] { bench.controller->pressReverse(); }), 1);
+    QCOMPARE(changesBy([&] { bench.post(4, QStringLiteral("setLockScreen")); }), 1);
+    QCOMPARE(changesBy([&] { bench.post(5, QStringLiteral("setLockScreen")); }), 0);
+    QVariantMap const fifteen{{QStringLiteral("program"), 15}};
+    QCOMPARE(changesBy([&] { bench.post(6, QStringLiteral("setProgram"), fifteen); }), 1);
+    QCOMPARE(changesBy([&] { bench.post(7, QStringLiteral("SetTriggerProgram")); }), 1);
+    QCOMPARE(changesBy([&] { bench.restoreAll(8, backup); }), 0);
+    QCOMPARE(changesBy([&] { bench.clock.advance(10'000); }), 1); // once, when all is written
+    QCOMPARE(changesBy([&] { bench.controller->setConnected(true); }), 0);
+    QCOMPARE(changesBy([&] { bench.controller->setConnected(false); }), 1);
+    QCOMPARE(changesBy([&] { bench.controller->setConnected(true); }), 1);
+    QCOMPARE(changesBy([&] { bench.post(9, QStringLiteral("getInfo")); }), 0);
+    QCOMPARE(changesBy([&] { bench.post(10, QStringLiteral("getInfo")); }), 1);
+    QVERIFY(!bench.controller->isConnected());
+    QVERIFY(bench.controller->onChange(nullptr));
+    QCOMPARE(changesBy([&] { bench.controller->setConnected(true); }), 0);
+}
+
+void TstZrtSimulatedController::callbacksMayDoEverything()
+{
+    ZrtClock clock;
+    auto controller = ZrtSimulatedController::create({}, clock);
+    QStringList happened;
+    auto const ignore = [](QVariantMap const&) {};
+    controller->post(1, lock, {{QStringLiteral("lock"), 1}}, [&](QVariantMap const&) {
+        // The id is free again, and the reply of this one does not come within the call.
+        controller->post(1, lock, {{QStringLiteral("lock"), 0}}, [&](QVariantMap const&) {
+            happened += QStringLiteral("second");
+            controller.reset();
+        });
+        happened += QStringLiteral("first");
+    });
+    clock.advance(1000);
+    QCOMPARE(happened, QStringList({QStringLiteral("first"), QStringLiteral("second")}));
+    QVERIFY(!controller);
+
+    // Whatever makes a change can be the last call.
+    QString const backup = m_folder.write(QStringLiteral("backup.json"), R"({"presets": {"1": {}}})");
+    QList<std::function<void()>> const calls{
+        [&] {
+            controller->post(1, lock, {{QStringLiteral("lock"), 1}}, ignore);
+        },
+        [&] { controller->setConnected(false); },
+        [&] { QVERIFY(controller->pullTrigger()); },
+        [&] { controller->pressReverse(); },
+        [&] {
+            controller->post(1, restore,
+                             {{QStringLiteral("filePath"), backup},
+                              {QStringLiteral("startPreset"), 1},
+                              {QStringLiteral("endPreset"), 1}},
+                             ignore);
+            clock.advance(1000);
+        },
+    };
+    for (auto const& call : calls) {
+        controller = ZrtSimulatedController::create({}, clock);
+        controller->onChange([&controller] { controller.reset(); });
+        call();
+        QVERIFY(!controller);
+        clock.advance(1000);
+    }
+
+    controller = ZrtSimulatedController::create({}, clock);
+    int changes = 0;
+    controller->onChange([&] {
+        controller->onChange([&changes] { changes += 10; });
+        ++changes;
+        controller->pressReverse();
+    });
+    controller->pressReverse();
+    QCOMPARE(changes, 11);
+}
+
+void TstZrtSimulatedController::outlivesAndIsOutlived()
+{
+    bool isCalled = false;
+    auto const call = [&isCalled](QVariantMap const&) { isCalled = true; };
+    ZrtClock clock;
+    {
+        auto const controller = ZrtSimulatedController::create({}, clock);
+        controller->post(1, lock, {{QStringLiteral("lock"), 0}}, call);
+        controller->post(2, listen, {}, call);
+        controller->pullTrigger();
+    }
+    clock.advance(10'000);
+    QVERIFY(!isCalled);
+
+    auto ownClock = std::make_unique<ZrtClock>();
+    auto const controller = ZrtSimulatedController::create({}, *ownClock);
+    controller->post(1, lock, {{QStringLiteral("lock"), 1}}, call);
+    ownClock.reset();
+    QVERIFY(controller->post(2, lock, {{QStringLiteral("lock"), 2}}, call));
+    QCOMPARE(controller->state().lock, 2);
+    QVERIFY(!isCalled);
+}
+
+void TstZrtSimulatedController::belongsToItsThread()
+{
+    Bench bench;
+    bench.post(1, listen);
+    bench.controller->addFault(fault(ZrtFault::Loss));
+    for (char const* const call : {"state", "isConnected", "onChange", "post", "withdraw", "setConnected",
+                                   "pullTrigger", "pressReverse", "faults", "addFault", "removeFault"}) {
+        QByteArray const message =
+            QByteArray("ZrtSimulatedController::") + call + ": called from another thread";
+        QTest::ignoreMessage(QtWarningMsg, message.constData());
+    }
+    bool isRefused = false;
+    std::unique_ptr<QThread> const other(QThread::create([&] {
+        auto& controller = *bench.controller;
+        isRefused = controller.state().eventCount == 0 && !controller.isConnected()
+                    && !controller.onChange([] {}) && !bench.setLock(2, 1) && !controller.withdraw(1)
+                    && !controller.setConnected(false) && !controller.pullTrigger()
+                    && !controller.pressReverse() && controller.faults().isEmpty()
+                    && controller.addFault(fault(ZrtFault::Loss)) == 0 && !controller.removeFault(1);
+    }));
+    other->start();
+    QVERIFY(other->wait());
+    QVERIFY(isRefused);
+    QVERIFY(bench.controller->isConnected());
+    QCOMPARE(bench.controller->faults().keys(), QList<int>{1});
+}
+
+void TstZrtSimulatedController::worksInTheEventLoop()
+{
+    ZrtClock const clock(ZrtClock::Pace::EventLoop);
+    auto const controller = ZrtSimulatedController::create({}, clock);
+    int events = 0;
+    controller->post(1, listen, {}, [&](QVariantMap const& reply) {
+        events += reply.contains(QStringLiteral("values")) ? 1 : 0;
+    });
+    QVERIFY(controller->pullTrigger());
+    QTRY_COMPARE(events, 1);
+}
+
+QTEST_GUILESS_MAIN(TstZrtSimulatedController)
+#include "tst_zrt_simulated_controller.moc"
