@@ -13,13 +13,15 @@ problems = []
 # A room may include whole rooms, "files/", and single headers, "zrt_controller/zrt_simulated_controller.h".
 rooms = {}
 for name, included in re.findall(r"^\| `(\w+)/` \|[^|]*\|([^|]*)\|[^|]*\|$", page, re.MULTILINE):
+    problems += [f"docs/architecture.md: {name}/ includes {one}, which is in no room above it"
+                 for one in re.findall(r"`([^`]+)`", included) if one.split("/")[0] not in rooms]
     rooms[name] = re.findall(r"`([^`]+)`", included)
-    problems += [f"docs/architecture.md: {name}/ includes {one}, which is no room above it" for one in rooms[name]
-                 if one.split("/")[0] not in list(rooms)[:-1]]
+# A user who has installed a header has nothing else of ours.
+alone = {one for included in rooms.values() for one in included if not one.endswith("/")}
 
 files = [path for folder in ("libraries", "plugins", "applications") for path in sorted((sources / folder).rglob("*"))
-         if path.suffix in (".h", ".cpp")]
-seen = set()
+         if re.fullmatch(r"\.(h|hh|hpp|hxx|c|cc|cpp|cxx|inc|ipp)", path.suffix)]
+used = set()
 for path in files:
     folder = path.parent.parent if path.parent.name == "source" else path.parent
     room = folder.name
@@ -28,22 +30,26 @@ for path in files:
         problems.append(f"{where}: docs/architecture.md has no room {room}/")
         continue
     for number, line in enumerate(path.read_text().splitlines(), 1):
-        match = re.match(r'#include ([<"])([^>"]+)', line)
-        if not match:
+        if not re.match(r"\s*#\s*include", line):
             continue
-        bracket, header = match.groups()
-        other = header.split("/")[0] if "/" in header else room
-        if bracket == '"' and "/" not in header and not (path.parent / header).exists():
-            problems.append(f"{where}:{number}: there is no {header} in {room}/")
-        if other not in rooms or other == room:
-            continue
-        allowed = [one for one in rooms[room] if one in (header, other + "/")]
-        seen.update((room, one) for one in allowed)
-        if not allowed:
-            problems.append(f"{where}:{number}: {room}/ must not include {header}")
+        match = re.match(r'#include (?:"(\w+\.h|\w+\.moc)"|["<](\w+)/([\w./]+)[">]|<[\w.]+>)', line)
+        own, other, header = match.groups() if match else (None, None, None)
+        if not match or ".." in line or "/." in line:
+            problems.append(f"{where}:{number}: write it as the others do: {line}")
+        elif own and own.endswith(".h") and not (path.parent / own).exists():
+            problems.append(f"{where}:{number}: there is no {own} in {room}/")
+        elif other and other not in rooms and any(any(sources.glob(depth + other)) for depth in ("", "*/", "*/*/")):
+            problems.append(f"{where}:{number}: {other}/ is no room")
+        elif other in rooms and other != room:
+            allowed = [one for one in rooms[room] if one in (f"{other}/{header}", other + "/")]
+            used.update((room, one) for one in allowed)
+            if not allowed:
+                problems.append(f"{where}:{number}: {room}/ must not include {other}/{header}")
+        if f"{room}/{path.name}" in alone and (own or other):
+            problems.append(f"{where}:{number}: is installed alone, so it must not include {own or other}")
 
 problems += [f"docs/architecture.md: {room}/ does not include {one}" for room, included in rooms.items()
-             for one in included if (room, one) not in seen]
+             for one in included if (room, one) not in used]
 if len(rooms) < 2 or not files:
     problems.append("there are no rooms to look at")
 print("\n".join(problems) or f"{len(files)} files in {len(rooms)} rooms include what they may")
