@@ -1,6 +1,8 @@
 #include <zrt_controller/zrt_simulated_controller.h>
 
+#include <QElapsedTimer>
 #include <QThread>
+#include <QTimer>
 #include <QtTest>
 
 #include <limits>
@@ -67,6 +69,9 @@ private slots:
     void advance_data() { addPaces(); }
     void advance();
     void eventLoop();
+    void eventsPlanWhileItWaits();
+    void eventsGoOnWhileItWaits();
+    void waitsAfterTheApplicationHasQuit();
     void copiesShareTheTime();
     void mayGoWithinATask();
     void refuses();
@@ -366,6 +371,58 @@ void TstClock::eventLoop()
     QVERIFY(clock.now() >= times[3]);
 }
 
+// What is handled while the clock waits knows the real time, and what it plans runs in its turn.
+void TstClock::eventsPlanWhileItWaits()
+{
+    ZrtClock clock(Pace::RealTime);
+    QStringList ran;
+    qint64 planned = 0;
+    clock.after(60, [&] { ran += QStringLiteral("late"); });
+    QTimer::singleShot(10, this, [&] {
+        planned = clock.now();
+        clock.after(1, [&] { ran += QStringLiteral("early"); });
+    });
+    QVERIFY(clock.step());
+    QCOMPARE(ran, QStringList{QStringLiteral("early")});
+    QVERIFY(planned >= 9);
+    QCOMPARE(clock.now(), planned + 1);
+    // With nothing planned before.
+    QTimer::singleShot(0, this, [&] { clock.after(2, [&] { ran += QStringLiteral("meanwhile"); }); });
+    QVERIFY(clock.advance(200));
+    QCOMPARE(ran.mid(1), QStringList({QStringLiteral("meanwhile"), QStringLiteral("late")}));
+    QCOMPARE(clock.now(), planned + 201);
+    QVERIFY(!clock.nextDue());
+}
+
+// An event may step too; no task runs before its time.
+void TstClock::eventsGoOnWhileItWaits()
+{
+    ZrtClock clock(Pace::RealTime);
+    QStringList ran;
+    clock.after(30, [&] { ran += QStringLiteral("first"); });
+    clock.after(100'000, [&] { ran += QStringLiteral("far"); });
+    QTimer::singleShot(1, this, [&] { clock.step(); });
+    QVERIFY(clock.step());
+    QCOMPARE(ran, QStringList{QStringLiteral("first")});
+    QCOMPARE(clock.now(), qint64{30});
+    QTimer::singleShot(1, this, [&] { clock.advance(5); });
+    QVERIFY(clock.advance(20));
+    QCOMPARE(ran, QStringList{QStringLiteral("first")});
+    QVERIFY(clock.now() >= 50);
+}
+
+void TstClock::waitsAfterTheApplicationHasQuit()
+{
+    ZrtClock clock(Pace::RealTime);
+    QElapsedTimer timer;
+    timer.start();
+    clock.after(30, [] {});
+    clock.after(0, [] { QCoreApplication::quit(); });
+    QVERIFY(clock.step());
+    QVERIFY(clock.step());
+    QVERIFY(timer.elapsed() >= 29);
+}
+
 void TstClock::copiesShareTheTime()
 {
     auto first = std::make_unique<ZrtClock>();
@@ -389,6 +446,13 @@ void TstClock::mayGoWithinATask()
     clock->after(5, [&] { ran = true; });
     QVERIFY(clock->step());
     QVERIFY(!clock);
+    QVERIFY(!ran);
+
+    // The last one within advance(): no other task runs.
+    clock = std::make_unique<ZrtClock>();
+    clock->after(5, [&] { clock.reset(); });
+    clock->after(5, [&] { ran = true; });
+    QVERIFY(clock->advance(10));
     QVERIFY(!ran);
 
     ZrtClock looped(Pace::EventLoop);

@@ -837,7 +837,12 @@ void TstZrtEndpoint::gone()
     state.lock = 2;
     state.eventCount = 1;
     QCOMPARE(shown(bench.controller->state()), shown(state));
-    bench.post("setLock", lockArguments(1)); // does not get there
+    for (char const* const instruction : {"setLock", "restoreBackup"}) {
+        QByteArray const message = QByteArray("ZrtSimulatedController::post: \"") + instruction
+                                   + "\": the controller is not connected";
+        QTest::ignoreMessage(QtWarningMsg, message.constData());
+    }
+    bench.post("setLock", lockArguments(1));
     bench.post("restoreBackup", range(m_backup, 0, 0));
     bench.finish();
     QCOMPARE(bench.replies, QStringList()); // what was on its way neither

@@ -44,7 +44,7 @@ ZrtFault byChance(ZrtFault::Kind kind, char const* instruction, double probabili
     return fault;
 }
 
-/// The kinds that befall the next instruction of a name.
+/// The kinds that apply to the next instruction of a name.
 QList<int> kindsOf(ZrtFaults& faults, char const* instruction)
 {
     QList<int> kinds;
@@ -56,17 +56,17 @@ QList<int> kindsOf(ZrtFaults& faults, char const* instruction)
 
 QList<bool> course(ZrtFaults& faults, int count)
 {
-    QList<bool> befallen;
+    QList<bool> lost;
     for (int i = 0; i < count; ++i)
-        befallen += !faults.matching(QStringLiteral("a")).isEmpty();
-    return befallen;
+        lost += !faults.matching(QStringLiteral("a")).isEmpty();
+    return lost;
 }
 
 constexpr int c_times = 10'000;
 
 } // namespace
 
-/// Which faults a set-up file may ask for, and which befall an instruction.
+/// Which faults a set-up file may ask for, and which apply to an instruction.
 class TstZrtFaults : public QObject
 {
     Q_OBJECT
@@ -276,8 +276,8 @@ void TstZrtFaults::chanceRate()
     QFETCH(int, highest);
     for (quint64 const seed : {quint64(0), quint64(1), std::numeric_limits<quint64>::max()}) {
         ZrtFaults faults({byChance(ZrtFault::Loss, "a", probability)}, seed);
-        int const befallen = course(faults, c_times).count(true);
-        QVERIFY2(befallen >= lowest && befallen <= highest, QByteArray::number(befallen));
+        int const lost = course(faults, c_times).count(true);
+        QVERIFY2(lost >= lowest && lost <= highest, QByteArray::number(lost));
     }
 }
 

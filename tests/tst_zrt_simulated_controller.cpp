@@ -8,6 +8,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <thread>
 
 namespace
 {
@@ -71,6 +72,7 @@ private slots:
     void makes();
     void doesNotMake_data();
     void doesNotMake();
+    void needsAClockOfItsThread();
     void readsSetups();
     void refusesInstructions();
     void idsInUse();
@@ -83,6 +85,8 @@ private slots:
     void refusesFaults();
     void tellsChanges();
     void callbacksMayDoEverything();
+    void whatCallbacksHold();
+    void callbacksWithState();
     void outlivesAndIsOutlived();
     void belongsToItsThread();
     void worksInTheEventLoop();
@@ -127,13 +131,17 @@ void TstZrtSimulatedController::doesNotMake_data()
         [](ZrtSetup& setup) { setup.times.preset = 600'001; });
     row("there is no preset 2, so \"program\" must name another",
         [](ZrtSetup& setup) { setup.state.program = 2; });
+    row("preset -1: its number must be from 0 to 65535",
+        [](ZrtSetup& setup) { setup.state.presets.insert(-1, {}); });
     row("preset 65536: its number must be from 0 to 65535",
         [](ZrtSetup& setup) { setup.state.presets.insert(65536, {}); });
     row("preset 15: \"speed\" must be a whole number from 1 to 10000",
         [](ZrtSetup& setup) { setup.state.presets[15].speed = 0; });
     row("preset 15: \"maxTorque\" must be more than \"torque\"",
         [](ZrtSetup& setup) { setup.state.presets[15].torque = 260; });
-    row("unknown kind of screw", [](ZrtSetup& setup) { setup.state.screws += static_cast<ZrtScrew>(7); });
+    for (int const screw : {-1, 7})
+        row("unknown kind of screw",
+            [screw](ZrtSetup& setup) { setup.state.screws += static_cast<ZrtScrew>(screw); });
     row("unknown instruction \"a\" of the fault \"loss\"",
         [](ZrtSetup& setup) { setup.faults += fault(ZrtFault::Loss, QStringLiteral("a")); });
 }
@@ -148,6 +156,24 @@ void TstZrtSimulatedController::doesNotMake()
     QVERIFY(!ZrtSimulatedController::create(setup, ZrtClock(), &found));
     QCOMPARE(found, problem);
     QVERIFY(!ZrtSimulatedController::create(setup, ZrtClock())); // and nobody asks why
+}
+
+void TstZrtSimulatedController::needsAClockOfItsThread()
+{
+    ZrtClock const clock;
+    ZrtClock const looped(ZrtClock::Pace::EventLoop);
+    QStringList problems;
+    std::thread([&] {
+        for (auto const& one :
+             {clock, ZrtClock(ZrtClock::Pace::EventLoop), ZrtClock(ZrtClock::Pace::RealTime)}) {
+            QString problem;
+            problems += ZrtSimulatedController::create({}, one, &problem) ? QStringLiteral("made") : problem;
+        }
+    }).join();
+    QString const noLoop = QStringLiteral("the clock cannot be used: this thread has no event loop of Qt");
+    QCOMPARE(problems, QStringList({QStringLiteral("the clock cannot be used: called from another thread"),
+                                    noLoop, noLoop}));
+    QVERIFY(ZrtSimulatedController::create({}, looped));
 }
 
 void TstZrtSimulatedController::readsSetups()
@@ -182,6 +208,16 @@ void TstZrtSimulatedController::refusesInstructions()
 
 void TstZrtSimulatedController::idsInUse()
 {
+    // A restore that fails has ended, too.
+    ZrtSetup failing;
+    failing.state.unwritablePresets = {1};
+    Bench fails(failing);
+    QString const one = m_folder.write(QStringLiteral("one.json"), R"({"presets": {"1": {}}})");
+    QVERIFY(fails.restoreAll(1, one));
+    fails.clock.advance(1000);
+    QCOMPARE(fails.arrived, QList<quint64>{1});
+    QVERIFY(fails.setLock(1, 0));
+
     QString const backup = m_folder.write(QStringLiteral("backup.json"), R"({"presets": {"1": {}}})");
     auto const isRefused = [](Bench& bench, quint64 id) {
         QByteArray const message =
@@ -206,6 +242,7 @@ void TstZrtSimulatedController::idsInUse()
     QVERIFY(isRefused(bench, 3));
     bench.clock.advance(50); // restored, and answered
     QVERIFY(bench.setLock(3, 0));
+    bench.clock.advance(1000);
     QVERIFY(bench.controller->withdraw(2));
     QVERIFY(bench.setLock(2, 0));
 }
@@ -360,8 +397,7 @@ void TstZrtSimulatedController::refusesFaults_data()
         [](ZrtFault& one) { one.delay = -1; });
     row("\"delay\" of the fault \"late\" must be from 4000 to 600000", ZrtFault::Late,
         [](ZrtFault& one) { one.delay = 3999; });
-    row("\"delay\" of the fault \"loss\" must be from 0 to 0", ZrtFault::Loss,
-        [](ZrtFault& one) { one.delay = 1; });
+    row("the fault \"loss\" has no \"delay\"", ZrtFault::Loss, [](ZrtFault& one) { one.delay = 1; });
     row("the fault \"duplicate\" has no \"key\"", ZrtFault::Duplicate,
         [](ZrtFault& one) { one.key = QStringLiteral("k"); });
 }
@@ -469,6 +505,65 @@ void TstZrtSimulatedController::callbacksMayDoEverything()
     });
     controller->pressReverse();
     QCOMPARE(changes, 11);
+}
+
+// What a callback holds goes with it, and may call the controller then.
+void TstZrtSimulatedController::whatCallbacksHold()
+{
+    Bench bench;
+    auto* const controller = bench.controller.get();
+    QStringList happened;
+    auto const held = [&](QString const& name) {
+        return std::shared_ptr<void>(nullptr, [&, name](void*) {
+            happened += name;
+            controller->withdraw(1);
+            controller->withdraw(2);
+            controller->onChange([] {});
+            bench.clock.after(1, [] {});
+        });
+    };
+    auto const listenWith = [&](quint64 id, QString const& name) {
+        controller->post(id, listen, {}, [guard = held(name)](QVariantMap const&) {});
+    };
+    listenWith(1, QStringLiteral("a"));
+    listenWith(2, QStringLiteral("b"));
+    QVERIFY(controller->withdraw(1));
+    QCOMPARE(happened, QStringList({QStringLiteral("a"), QStringLiteral("b")}));
+    listenWith(1, QStringLiteral("c"));
+    listenWith(2, QStringLiteral("d"));
+    controller->onChange([guard = held(QStringLiteral("e"))] {});
+    controller->onChange([guard = held(QStringLiteral("f"))] {});
+    happened.clear();
+    listenWith(1, QStringLiteral("g"));
+    bench.controller.reset();
+    QCOMPARE(happened.size(), 1);
+
+    auto clock = std::make_unique<ZrtClock>();
+    auto const task = [&](QString const& name) {
+        clock->after(1,
+                     [&, guard = std::shared_ptr<void>(nullptr, [&, name](void*) { happened += name; })] {});
+    };
+    happened.clear();
+    task(QStringLiteral("h"));
+    task(QStringLiteral("i"));
+    clock.reset();
+    QCOMPARE(happened.size(), 2);
+}
+
+void TstZrtSimulatedController::callbacksWithState()
+{
+    Bench bench;
+    QList<int> counts;
+    auto const counting = [&counts](int first) {
+        return [&counts, next = first]() mutable { counts += next++; };
+    };
+    bench.controller->post(1, listen, {}, [count = counting(1)](QVariantMap const&) mutable { count(); });
+    bench.controller->onChange(counting(11));
+    for (int i = 0; i < 3; ++i) {
+        bench.controller->pullTrigger();
+        bench.clock.advance(10'000);
+    }
+    QCOMPARE(counts, QList<int>({11, 1, 12, 2, 13, 3}));
 }
 
 void TstZrtSimulatedController::outlivesAndIsOutlived()

@@ -35,6 +35,14 @@ ZrtEndpoint::ZrtEndpoint(ZrtSetup const& setup, ZrtClock const& clock)
     , m_isConnected(setup.isConnected)
 {}
 
+// What the callbacks hold may call this endpoint when it goes with them, here and in withdraw().
+ZrtEndpoint::~ZrtEndpoint()
+{
+    std::exchange(m_listeners, {});
+    std::exchange(m_restores, {});
+    std::exchange(onChange, {});
+}
+
 bool ZrtEndpoint::isInUse(quint64 id) const
 {
     return m_listeners.contains(id) || m_restores.contains(id) || m_onTheWay.contains(id);
@@ -61,7 +69,10 @@ void ZrtEndpoint::post(quint64 id, QString const& instruction, QVariantMap const
 
 bool ZrtEndpoint::withdraw(quint64 id)
 {
-    return m_listeners.remove(id) + m_restores.remove(id) > 0;
+    bool const isThere = m_listeners.contains(id) || m_restores.contains(id);
+    auto const listener = m_listeners.take(id);
+    auto const restore = m_restores.take(id);
+    return isThere;
 }
 
 void ZrtEndpoint::setConnected(bool connected)
@@ -77,11 +88,12 @@ std::optional<int> ZrtEndpoint::pullTrigger()
     auto const run = m_controller.pullTrigger();
     if (!run)
         return std::nullopt;
-    m_turnsUntil = m_clock.now() + run->duration;
+    m_isTurning = true;
     m_clock.after(run->duration, [self = weak_from_this(), event = run->event] {
         auto const endpoint = self.lock();
         if (!endpoint)
             return;
+        endpoint->m_isTurning = false;
         for (auto const& listener : std::as_const(endpoint->m_listeners))
             endpoint->send(listener, {{QStringLiteral("values"), event}});
     });
@@ -100,8 +112,8 @@ void ZrtEndpoint::tellChange(bool isChanged)
     if (!m_controller.takeChange() && !isChanged)
         return;
     auto const callback = onChange; // which may replace itself
-    if (callback)
-        callback();
+    if (callback && *callback)
+        (*callback)();
 }
 
 void ZrtEndpoint::send(Line const& line, QVariantMap reply)
@@ -124,7 +136,7 @@ void ZrtEndpoint::send(Line const& line, QVariantMap reply)
             if (--endpoint->m_onTheWay[line.id] == 0)
                 endpoint->m_onTheWay.remove(line.id);
             if (endpoint->m_isConnected)
-                line.onReply(reply);
+                (*line.onReply)(reply);
         });
     }
 }

@@ -8,19 +8,22 @@
 /// The way to a simulated controller and to its tool: replies take their time, event messages and the
 /// progress of a restore are sent until their instruction is withdrawn, and faults apply.
 ///
-/// Tasks of the clock keep an endpoint only while they run. A function that calls back does so last, because
-/// the callback may destroy the endpoint.
+/// Tasks of the clock keep an endpoint only while they run.
 class ZrtEndpoint : public std::enable_shared_from_this<ZrtEndpoint>
 {
 public:
-    using Reply = ZrtSimulatedController::Reply;
+    /// Shared, because a callback may have a state of its own.
+    using Reply = std::shared_ptr<ZrtSimulatedController::Reply const>;
 
     ZrtEndpoint(ZrtSetup const& setup, ZrtClock const& clock);
+    ~ZrtEndpoint();
+    ZrtEndpoint(ZrtEndpoint const&) = delete;
+    ZrtEndpoint& operator=(ZrtEndpoint const&) = delete;
 
     ZrtState const& state() const { return m_controller.state(); }
     bool isConnected() const { return m_isConnected; }
     bool isInUse(quint64 id) const;
-    bool isTurning() const { return m_clock.now() < m_turnsUntil; }
+    bool isTurning() const { return m_isTurning; }
 
     void post(quint64 id, QString const& instruction, QVariantMap const& arguments, Reply const& onReply);
     bool withdraw(quint64 id);
@@ -28,9 +31,9 @@ public:
     std::optional<int> pullTrigger();
     void pressReverse();
 
-    OwnThread const thread{"ZrtSimulatedController"};
+    OwnThread const thread;
     ZrtFaults faults;
-    std::function<void()> onChange;
+    std::shared_ptr<std::function<void()> const> onChange;
 
 private:
     /// Where the replies to one instruction go, and which faults apply to them.
@@ -61,7 +64,7 @@ private:
     ZrtTimes const m_times;
     ZrtClock m_clock;
     bool m_isConnected;
-    qint64 m_turnsUntil = 0;
+    bool m_isTurning = false;
     QMap<quint64, Line> m_listeners;
     QMap<quint64, std::shared_ptr<Restore>> m_restores;
     QMap<quint64, int> m_onTheWay; ///< replies

@@ -137,13 +137,14 @@ QString problemIn(ZrtFault const& fault)
     if (!isProbability || (fault.nth != 0 && fault.probability != 0))
         return QStringLiteral("\"probability\" of the fault \"%1\" must be from 0 to 1, and 0 with \"nth\"")
             .arg(kind);
+    if (fault.delay != 0 && !takesDelay(fault.kind))
+        return QStringLiteral("the fault \"%1\" has no \"delay\"").arg(kind);
     int const shortest = shortestDelay(fault.kind);
-    int const longest = takesDelay(fault.kind) ? c_longestDelay : 0;
-    if (fault.delay < shortest || fault.delay > longest)
+    if (fault.delay < shortest || fault.delay > c_longestDelay)
         return QStringLiteral("\"delay\" of the fault \"%1\" must be from %2 to %3")
             .arg(kind)
             .arg(shortest)
-            .arg(longest);
+            .arg(c_longestDelay);
     if (!fault.key.isEmpty() && !takesKey(fault.kind))
         return QStringLiteral("the fault \"%1\" has no \"key\"").arg(kind);
     return {};

@@ -18,6 +18,11 @@ bool refuse(char const* call, QString const& why)
     return false;
 }
 
+bool isAllowed(ZrtEndpoint const& endpoint, char const* call)
+{
+    return endpoint.thread.isCurrent() || refuse(call, QStringLiteral("called from another thread"));
+}
+
 void tell(QString* problem, QString const& text)
 {
     if (problem)
@@ -35,7 +40,10 @@ ZrtSimulatedController::~ZrtSimulatedController() = default;
 std::unique_ptr<ZrtSimulatedController>
 ZrtSimulatedController::create(ZrtSetup const& setup, ZrtClock const& clock, QString* problem)
 {
-    QString const found = problemIn(setup);
+    char const* const clockProblem = clock.problem();
+    QString const found = clockProblem
+                              ? QStringLiteral("the clock cannot be used: ") + QLatin1String(clockProblem)
+                              : problemIn(setup);
     tell(problem, found);
     if (!found.isEmpty())
         return nullptr;
@@ -65,19 +73,19 @@ QStringList ZrtSimulatedController::instructions()
 
 ZrtState ZrtSimulatedController::state() const
 {
-    return m_endpoint->thread.isCurrent("state") ? m_endpoint->state() : ZrtState();
+    return isAllowed(*m_endpoint, "state") ? m_endpoint->state() : ZrtState();
 }
 
 bool ZrtSimulatedController::isConnected() const
 {
-    return m_endpoint->thread.isCurrent("isConnected") && m_endpoint->isConnected();
+    return isAllowed(*m_endpoint, "isConnected") && m_endpoint->isConnected();
 }
 
 bool ZrtSimulatedController::onChange(std::function<void()> callback)
 {
-    if (!m_endpoint->thread.isCurrent("onChange"))
+    if (!isAllowed(*m_endpoint, "onChange"))
         return false;
-    m_endpoint->onChange = std::move(callback);
+    m_endpoint->onChange = std::make_shared<std::function<void()> const>(std::move(callback));
     return true;
 }
 
@@ -85,27 +93,28 @@ bool ZrtSimulatedController::post(quint64 id, QString const& instruction, QVaria
                                   Reply const& onReply)
 {
     auto const endpoint = m_endpoint;
-    if (!endpoint->thread.isCurrent("post"))
+    if (!isAllowed(*endpoint, "post"))
         return false;
     if (!onReply)
         return refuse("post", QStringLiteral("the callback of \"%1\" is null").arg(instruction));
     if (!endpoint->isConnected())
         return refuse("post", QStringLiteral("\"%1\": the controller is not connected").arg(instruction));
     if (endpoint->isInUse(id))
-        return refuse("post", QStringLiteral("\"%1\": the id %2 is in use").arg(instruction).arg(id));
-    endpoint->post(id, instruction, arguments, onReply);
+        return refuse("post",
+                      QStringLiteral("\"%1\": the id %2 is in use").arg(instruction, QString::number(id)));
+    endpoint->post(id, instruction, arguments, std::make_shared<Reply const>(onReply));
     return true;
 }
 
 bool ZrtSimulatedController::withdraw(quint64 id)
 {
-    return m_endpoint->thread.isCurrent("withdraw") && m_endpoint->withdraw(id);
+    return isAllowed(*m_endpoint, "withdraw") && m_endpoint->withdraw(id);
 }
 
 bool ZrtSimulatedController::setConnected(bool connected)
 {
     auto const endpoint = m_endpoint;
-    if (!endpoint->thread.isCurrent("setConnected"))
+    if (!isAllowed(*endpoint, "setConnected"))
         return false;
     endpoint->setConnected(connected);
     return true;
@@ -114,7 +123,7 @@ bool ZrtSimulatedController::setConnected(bool connected)
 std::optional<int> ZrtSimulatedController::pullTrigger()
 {
     auto const endpoint = m_endpoint;
-    if (!endpoint->thread.isCurrent("pullTrigger"))
+    if (!isAllowed(*endpoint, "pullTrigger"))
         return std::nullopt;
     if (endpoint->isTurning()) {
         refuse("pullTrigger", QStringLiteral("the tool still turns"));
@@ -126,7 +135,7 @@ std::optional<int> ZrtSimulatedController::pullTrigger()
 bool ZrtSimulatedController::pressReverse()
 {
     auto const endpoint = m_endpoint;
-    if (!endpoint->thread.isCurrent("pressReverse"))
+    if (!isAllowed(*endpoint, "pressReverse"))
         return false;
     endpoint->pressReverse();
     return true;
@@ -134,13 +143,12 @@ bool ZrtSimulatedController::pressReverse()
 
 QMap<int, ZrtFault> ZrtSimulatedController::faults() const
 {
-    bool const isAllowed = m_endpoint->thread.isCurrent("faults");
-    return isAllowed ? m_endpoint->faults.faults() : QMap<int, ZrtFault>();
+    return isAllowed(*m_endpoint, "faults") ? m_endpoint->faults.faults() : QMap<int, ZrtFault>();
 }
 
 int ZrtSimulatedController::addFault(ZrtFault const& fault)
 {
-    if (!m_endpoint->thread.isCurrent("addFault"))
+    if (!isAllowed(*m_endpoint, "addFault"))
         return 0;
     QString const problem = problemIn(fault);
     if (!problem.isEmpty()) {
@@ -152,7 +160,7 @@ int ZrtSimulatedController::addFault(ZrtFault const& fault)
 
 bool ZrtSimulatedController::removeFault(int number)
 {
-    if (!m_endpoint->thread.isCurrent("removeFault"))
+    if (!isAllowed(*m_endpoint, "removeFault"))
         return false;
     return m_endpoint->faults.remove(number)
            || refuse("removeFault", QStringLiteral("there is no fault %1").arg(number));

@@ -23,12 +23,15 @@ class ZrtEndpoint;
 /// other, in the order of their times and, at the same time, in the order in which they were planned.
 ///
 /// A clock is a handle: copies share the same time and the same tasks, which live as long as the last copy.
+/// So a task must not hold a copy, or neither is ever destroyed.
+///
 /// A clock belongs to the thread that made it. A call that is not allowed logs a warning, changes nothing and
-/// returns false. A task may call everything; it must not throw in Pace::EventLoop.
+/// returns false. A task may call everything, and destroy the clock; it must not throw in Pace::EventLoop.
 class ZRT_CONTROLLER_EXPORT ZrtClock
 {
 public:
-    /// Simulated and RealTime give the same times and the same order.
+    /// RealTime and EventLoop need a QCoreApplication. Simulated and RealTime give the same times and the
+    /// same order, unless events that are handled meanwhile plan tasks.
     enum class Pace
     {
         Simulated, ///< step() and advance() run tasks at once; the date starts at 2000-01-01 in every run
@@ -55,8 +58,9 @@ public:
     /// When the next task is planned, in milliseconds since the start; nothing if none is.
     std::optional<qint64> nextDue() const;
 
-    /// Goes to the time of the next task and runs it, then delivers Qt's posted events, so that what follows
-    /// from a task happens at its time. Returns false if no task is planned. Not in Pace::EventLoop.
+    /// Goes to the time of the next task and runs it, then delivers Qt's posted events, deferred deletions
+    /// included, so that what follows from a task happens at its time. Returns false if no task is planned.
+    /// Not in Pace::EventLoop.
     bool step();
     /// Steps through the tasks of the next @p duration milliseconds, which must not be negative, and goes to
     /// their end. Not in Pace::EventLoop.
@@ -66,11 +70,15 @@ public:
     bool moveTo(qint64 time);
 
 private:
+    friend class ZrtSimulatedController;
+    /// What keeps the clock from being used in this thread; null if nothing does.
+    char const* problem() const;
+
     struct Private;
     std::shared_ptr<Private> m_d;
 };
 
-/// How one tightening program tightens.
+/// How one tightening program tightens. ZrtSimulatedController::create() says which range a value must be in.
 struct ZrtPreset
 {
     enum Control
@@ -109,8 +117,8 @@ struct ZrtFault
 {
     enum Kind : int
     {
-        Delay,        ///< the reply takes longer, but comes in time
-        Late,         ///< the reply comes after the time allowance
+        Delay,        ///< the reply takes longer
+        Late,         ///< the reply takes so much longer that the time allowance has passed
         Loss,         ///< the instruction is carried out, but its reply is lost
         Duplicate,    ///< the reply comes twice
         MissingKey,   ///< a key of the reply is missing
@@ -153,7 +161,7 @@ struct ZrtState
     bool isTriggerMode = false;
     bool isReverse = false; ///< the direction switch at the tool
     int eventCount = 0;     ///< the number of the last event
-    quint64 seed = 1;       ///< of all that is drawn by chance: how the screws turn, faults
+    quint64 seed = 1;       ///< determines how the screws turn and which faults apply by chance
     QList<ZrtScrew> screws; ///< the next screws; good ones when there are no more
 };
 
@@ -182,13 +190,14 @@ struct ZrtSetup
 ///     controller->post(1, "getInfo", {}, [](QVariantMap const& reply) { qDebug() << reply; });
 ///     clock.advance(100);
 ///
-/// An instruction takes effect when it is posted, its replies arrive as tasks of the clock. Two controllers
-/// with the same set-up that are given the same calls at the same times do the same.
+/// An instruction takes effect when it is posted. Its replies arrive as tasks of the clock, of which the
+/// controller keeps a copy. Two controllers with the same set-up and the same calls at the same simulated
+/// times do the same.
 ///
-/// A controller belongs to the thread that made it, and may be destroyed before or after its clock; then no
-/// callback is called any more. A call that is not allowed logs a warning that says why, changes nothing and
-/// returns false or null. A callback may call everything, and destroy the controller. Exceptions pass
-/// through.
+/// A controller belongs to the thread that made it. Once it is destroyed, it calls no callback. A call that
+/// is not allowed logs a warning that says why, changes nothing and returns false or null. A callback may
+/// call everything, and destroy the controller. Exceptions pass through, but a reply must not throw in
+/// ZrtClock::Pace::EventLoop.
 class ZRT_CONTROLLER_EXPORT ZrtSimulatedController
 {
 public:
@@ -210,13 +219,14 @@ public:
 
     ZrtState state() const;
     bool isConnected() const;
-    /// Calls @p callback after each change of state() or isConnected(), within the call or the task that made
-    /// it. A null callback ends that.
+    /// Calls @p callback after each change of state() or isConnected(), and after each restore, within the
+    /// call or the task that made it. A null callback ends that.
     bool onChange(std::function<void()> callback);
 
-    /// Sends an instruction, which takes effect at once. @p onReply is called with each reply, never before
-    /// this has returned: once, or until the instruction is withdrawn if it listens or restores. An
-    /// instruction that cannot be carried out is answered with one key, "error", a text.
+    /// Sends an instruction, which takes effect at once. @p onReply is called with each reply, in a task of
+    /// the clock: once, or until the instruction is withdrawn if it listens or restores. The reply to an
+    /// instruction that cannot be carried out has one key, "error", a text; a restore says so in
+    /// "statusData".
     ///
     /// The controller must be connected, @p onReply not null, and @p id not in use: an id is in use while the
     /// instruction listens or restores, or a reply to it is on its way.
@@ -229,6 +239,8 @@ public:
     /// a restore that would write its next preset ends and changes nothing. Listening goes on: later events
     /// arrive when it is connected again.
     bool setConnected(bool connected);
+
+    // The controls at the tool.
 
     /// The operator pulls the trigger and holds it until the tool stops: tightens one screw or, in reverse,
     /// loosens one. Returns for how many milliseconds the tool turns; its event follows. Nothing if the tool

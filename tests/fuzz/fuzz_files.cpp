@@ -151,13 +151,12 @@ void readBackup(QString const& fileName)
     ZrtClock clock;
     auto const controller = ZrtSimulatedController::create({}, clock);
     QVariantMap status;
-    controller->post(1, QStringLiteral("restoreBackup"),
-                     {{QStringLiteral("filePath"), fileName},
-                      {QStringLiteral("startPreset"), 0},
-                      {QStringLiteral("endPreset"), 0}},
-                     [&status](QVariantMap const& reply) {
-                         status = reply.value(QStringLiteral("statusData")).toMap();
-                     });
+    controller->post(
+        1, QStringLiteral("restoreBackup"),
+        {{QStringLiteral("filePath"), fileName},
+         {QStringLiteral("startPreset"), 0},
+         {QStringLiteral("endPreset"), 0}},
+        [&status](QVariantMap const& reply) { status = reply.value(QStringLiteral("statusData")).toMap(); });
     while (clock.step()) {
     }
     QString const error = status.value(QStringLiteral("error")).toString();

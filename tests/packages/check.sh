@@ -78,7 +78,7 @@ works() {
     if grep "not found" "$scratch/ldd"; then
         fail "the libraries above are not found"
     fi
-    if sed -n 's/.*lib\(plugin_management\|utilities\)\.so => \([^ ]*\) .*/\2/p' "$scratch/ldd" | grep -v "^$1/"; then
+    if sed -n 's/.*lib\(plugin_management\|utilities\|zrt_controller\)\.so => \([^ ]*\) .*/\2/p' "$scratch/ldd" | grep -v "^$1/"; then
         fail "the libraries above are not those of $1"
     fi
 
