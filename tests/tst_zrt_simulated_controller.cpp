@@ -81,6 +81,7 @@ private slots:
     void restoreEndsWithTheConnection();
     void triggers();
     void faultsComeAndGo();
+    void chanceFollowsTheSeed();
     void refusesFaults_data();
     void refusesFaults();
     void tellsChanges();
@@ -366,6 +367,23 @@ void TstZrtSimulatedController::faultsComeAndGo()
     QVERIFY(!bench.controller->removeFault(3));
     QCOMPARE(bench.controller->faults().keys(), QList<int>({1, 2}));
     QCOMPARE(bench.controller->addFault(always), 5); // a number is never used again
+}
+
+void TstZrtSimulatedController::chanceFollowsTheSeed()
+{
+    auto const arrivals = [](quint64 seed) {
+        ZrtSetup setup;
+        setup.state.seed = seed;
+        setup.faults = {fault(ZrtFault::Loss, lock, 0)};
+        setup.faults[0].probability = 0.5;
+        Bench bench(setup);
+        for (quint64 id = 1; id <= 64; ++id)
+            bench.setLock(id, 0);
+        bench.clock.advance(c_reply);
+        return bench.arrived;
+    };
+    QCOMPARE(arrivals(1), arrivals(1));
+    QVERIFY(arrivals(1) != arrivals(2));
 }
 
 void TstZrtSimulatedController::refusesFaults_data()
