@@ -42,12 +42,13 @@ int runCommand(RunOptions const& options)
     // Everything that can be wrong with the input is found before anything runs.
     PluginLibrary library(options.plugin);
     ZrtClock clock(options.realTime ? ZrtClock::Pace::RealTime : ZrtClock::Pace::Simulated);
+    std::unique_ptr<ZrtDevice> device; // outlives what uses it
     RunEvents events(clock);
     Workstation workstation(clock, events);
     auto const tool = makeTool(library, workstation);
     Sequence const sequence = readSequence(options.sequence, tool->plugin());
     QString const setupFile = options.controller.isEmpty() ? sequence.controllerFile : options.controller;
-    ZrtDevice device(makeController(setupFile, clock));
+    device = std::make_unique<ZrtDevice>(makeController(setupFile, clock));
     std::unique_ptr<TraceFile> trace;
     if (!options.trace.isEmpty()) {
         if (isSameFileAsAny(options.trace,
@@ -68,16 +69,16 @@ int runCommand(RunOptions const& options)
     if (trace)
         events.listen([&trace](qint64 time, RunEvent const& event) { trace->write(time, event); });
 
-    workstation.connectEndpoint(QStringLiteral("device"), device);
+    workstation.connectEndpoint(QStringLiteral("device"), *device);
 
     bool succeeded = false;
     {
         LogTap const logTap(events);
-        ZrtState const state = device.controller().state();
+        ZrtState const state = device->controller().state();
         events.publish(RunStarted{tool->plugin().pluginName(),
                                   versionToString(tool->plugin().pluginVersion()),
                                   state.model + QLatin1Char(' ') + state.serialNumber, clock.date()});
-        succeeded = SequenceRunner(*tool, device.controller(), workstation, clock).run(sequence);
+        succeeded = SequenceRunner(*tool, device->controller(), workstation, clock).run(sequence);
     }
     if (trace)
         trace->close();
