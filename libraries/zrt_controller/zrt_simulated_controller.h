@@ -47,8 +47,8 @@ public:
     ~ZrtClock() = default;
 
     Pace pace() const;
-    /// Milliseconds since the start: in Pace::EventLoop those that have passed, else those that step(),
-    /// advance() and moveTo() have reached.
+    /// Milliseconds since the start: those that step(), advance() and moveTo() have reached; in
+    /// Pace::EventLoop, and while step() and advance() wait, those that have passed.
     qint64 now() const;
     /// The date of the start and now().
     QDateTime date() const;
@@ -203,8 +203,8 @@ class ZRT_CONTROLLER_EXPORT ZrtSimulatedController
 public:
     using Reply = std::function<void(QVariantMap const&)>;
 
-    /// Makes a controller. If the set-up is not valid it returns null, and @p problem, where given, says
-    /// what is wrong.
+    /// Makes a controller. If the set-up is not valid, or the clock cannot be used in this thread, it returns
+    /// null, and @p problem, where given, says what is wrong.
     static std::unique_ptr<ZrtSimulatedController> create(ZrtSetup const& setup, ZrtClock const& clock,
                                                           QString* problem = nullptr);
     /// Reads a set-up file. If it cannot be used it returns nothing, and @p problem, where given, says on one
