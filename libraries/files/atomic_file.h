@@ -36,6 +36,6 @@ private:
 /// empty if it was.
 QString replaceFile(QString const& fileName, QByteArray const& content);
 
-/// Whether there is a file of this name and one of the others, by whatever name, is the same. A slip on the
-/// command line must not cost the user an input file.
+/// Whether a file of this name exists and is the same as one of the others, by whatever name. Prevents
+/// overwriting an input.
 bool isSameFileAsAny(QString const& fileName, QStringList const& others);
