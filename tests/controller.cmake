@@ -18,7 +18,6 @@ add_zrt_test(examples
     DEFINITIONS
         WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
         WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
-        COMMANDS_DOC="${PROJECT_SOURCE_DIR}/docs/commands.md"
         TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data")
 add_dependencies(tst_examples workplace p_tool_vesk_zrt)
 set_area("plugin;program" examples)

@@ -207,7 +207,7 @@ QJsonObject objectOf(QString const& line)
 
 } // namespace
 
-/// The examples as a user runs them, and the command reference that the program writes.
+/// The examples as a user runs them.
 class TstExamples : public QObject
 {
     Q_OBJECT
@@ -234,8 +234,6 @@ private slots:
     void setups_data();
     void setups();
     void backup();
-
-    void commandReference();
 };
 
 void TstExamples::everySequenceIsHere()
@@ -528,20 +526,6 @@ void TstExamples::backup()
     ZrtBackup const backup = readZrtBackup(examples + QStringLiteral("/backup.json"));
     QCOMPARE(backup.presets.keys(), QList<int>({1, 2, 3, 4, 15}));
     QCOMPARE(backup.parameters.size(), 2);
-}
-
-void TstExamples::commandReference()
-{
-    Outcome const outcome = run({QStringLiteral("inspect"), QStringLiteral("--markdown")});
-    QCOMPARE(outcome.err, QString());
-    QCOMPARE(outcome.exitCode, 0);
-    QVERIFY(outcome.out.contains(QStringLiteral("## startTightening\n")));
-    QString const committed = QString::fromUtf8(contentOf(QStringLiteral(COMMANDS_DOC)));
-    QStringList const lines = linesOf(outcome.out);
-    QStringList const committedLines = linesOf(committed);
-    for (int i = 0; i < qMin(lines.size(), committedLines.size()); ++i)
-        QCOMPARE(committedLines[i], lines[i]);
-    QCOMPARE(committed, outcome.out);
 }
 
 QTEST_GUILESS_MAIN(TstExamples)
