@@ -1,4 +1,4 @@
-#include "run_command.h"
+#include "verbs.h"
 
 #include "make_tool.h"
 #include "output.h"
@@ -19,10 +19,22 @@
 #include <utilities/utilities.h>
 #include <zrt_controller/zrt_simulated_controller.h>
 
+#include <CLI/CLI.hpp>
+
 #include <memory>
 
 namespace
 {
+
+struct Options
+{
+    QString sequence;
+    QString plugin;
+    QString controller; ///< empty: the one that the sequence asks for
+    QString trace;      ///< empty: no trace
+    bool json = false;
+    bool realTime = false;
+};
 
 /// From a set-up file, or the default one if it has no name.
 std::unique_ptr<ZrtSimulatedController> makeController(QString const& setupFile, ZrtClock const& clock)
@@ -35,9 +47,7 @@ std::unique_ptr<ZrtSimulatedController> makeController(QString const& setupFile,
     return ZrtSimulatedController::create(*setup, clock);
 }
 
-} // namespace
-
-int runCommand(RunOptions const& options)
+int run(Options const& options)
 {
     // Everything that can be wrong with the input is found before anything runs.
     PluginLibrary library(options.plugin);
@@ -84,4 +94,22 @@ int runCommand(RunOptions const& options)
         trace->close();
     output.close();
     return succeeded ? 0 : 1;
+}
+
+} // namespace
+
+Verb runVerb(CLI::App& program)
+{
+    auto const options = std::make_shared<Options>();
+    CLI::App& verb = *program.add_subcommand("run", "Run a work sequence on a simulated controller");
+    addText(verb, "SEQUENCE", options->sequence, "the work sequence, a JSON file")->required();
+    addPlugin(verb, options->plugin);
+    addText(verb, "--controller", options->controller,
+            "the controller's set-up instead of the sequence's own")
+        ->type_name("FILE");
+    addText(verb, "--trace", options->trace, "write down everything that happens, one JSON object a line")
+        ->type_name("FILE");
+    addJson(verb, options->json);
+    verb.add_flag("--real-time", options->realTime, "take the time that the real thing takes");
+    return {&verb, [options] { return run(*options); }};
 }

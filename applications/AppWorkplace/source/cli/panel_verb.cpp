@@ -1,10 +1,11 @@
-#include "panel_command.h"
+#include "verbs.h"
 
 #include "maintenance_output.h"
 #include "output.h"
 
 #include "host/plugin_library.h"
 #include "maintenance/gui_setup.h"
+#include "maintenance/maintenance_panel.h"
 #include "maintenance/maintenance_records.h"
 #include "maintenance/panel_application.h"
 #include "trace/event_json.h"
@@ -20,13 +21,28 @@
 #include <QQuickItem>
 #include <QQuickItemGrabResult>
 #include <QQuickWindow>
+#include <QSize>
+
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 
 namespace
 {
+
+struct Options
+{
+    QString plugin;
+    QString tool;
+    QString records;
+    QString screenshot; ///< empty: a window
+    QSize size{1280, 800};
+    std::optional<MaintenancePanel::Theme> theme; ///< none: as the desktop has it
+    bool json = false;
+};
 
 constexpr char const* c_platform = "QT_QPA_PLATFORM";
 constexpr char const* c_hint = "; --screenshot FILE makes a picture without one";
@@ -100,8 +116,7 @@ void takeScreenshot(QQuickWindow& window, QString const& fileName)
 }
 
 // "left bench: saved to records.json".
-void tell(PanelOptions const& options, char const* kind, char const* where, QString const& file,
-          Output& output)
+void tell(Options const& options, char const* kind, char const* where, QString const& file, Output& output)
 {
     if (options.json)
         output.write(
@@ -113,9 +128,8 @@ void tell(PanelOptions const& options, char const* kind, char const* where, QStr
                      + '\n');
 }
 
-} // namespace
-
-int panelCommand(PanelOptions const& options, int& argc, char** argv)
+// Makes the application object, so there must be none.
+int panel(Options const& options, int& argc, char** argv)
 {
     bool const isPicture = !options.screenshot.isEmpty();
     auto const application = makeApplication(!isPicture, argc, argv);
@@ -136,8 +150,8 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
     QObject::connect(&pages, &PanelApplication::saved, &pages,
                      [&] { tell(options, "saved", "to", options.records, output); });
     {
-        MaintenancePanel panel(plugin, options.tool, records, pages, options.theme.value_or(desktopTheme()));
-        QQuickWindow& window = panel.window();
+        MaintenancePanel page(plugin, options.tool, records, pages, options.theme.value_or(desktopTheme()));
+        QQuickWindow& window = page.window();
         window.resize(options.size);
         if (isPicture) {
             takeScreenshot(window, options.screenshot);
@@ -145,7 +159,7 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
         } else {
             window.show();
             window.requestActivate(); // where no window manager does
-            panel.focusFirstField();
+            page.focusFirstField();
             QGuiApplication::exec();
         }
     }
@@ -153,4 +167,53 @@ int panelCommand(PanelOptions const& options, int& argc, char** argv)
         throw InputError(pages.problem());
     output.close();
     return 0;
+}
+
+QSize toSize(std::string const& text)
+{
+    // Smaller than the window's least nothing is readable; larger than this no screen is.
+    constexpr QSize smallest(320, 240);
+    constexpr QSize largest(8192, 8192);
+    auto const sides = QString::fromStdString(text).split(QLatin1Char('x'));
+    QSize const size(sides.value(0).toInt(), sides.value(1).toInt());
+    bool const fits = size.expandedTo(smallest) == size && size.boundedTo(largest) == size;
+    return sides.size() == 2 && fits ? size : QSize();
+}
+
+} // namespace
+
+Verb panelVerb(CLI::App& program, std::optional<QCoreApplication>& application, int& argc, char** argv)
+{
+    auto const options = std::make_shared<Options>();
+    options->records = defaultRecordsFile();
+    CLI::App& verb = *program.add_subcommand("panel", "Open a tool's maintenance page");
+    addText(verb, "--tool", options->tool, "the tool's name", "no name given")->type_name("NAME")->required();
+    addText(verb, "--records", options->records,
+            "the maintenance records, a JSON file; default " + options->records.toStdString())
+        ->type_name("FILE");
+    addText(verb, "--screenshot", options->screenshot, "make a picture, PNG, instead of opening a window")
+        ->type_name("FILE");
+    verb.add_option_function<std::string>(
+            "--size", [options](std::string const& text) { options->size = toSize(text); },
+            "of the window, 1280x800 if nothing is said")
+        ->type_name("WIDTHxHEIGHT")
+        ->check(
+            [](std::string const& text) {
+                return std::string(toSize(text).isValid() ? "" : "not a size from 320x240 to 8192x8192");
+            },
+            "");
+    verb.add_option_function<std::string>(
+            "--theme",
+            [options](std::string const& name) {
+                options->theme =
+                    name == "dark" ? MaintenancePanel::Theme::Dark : MaintenancePanel::Theme::Light;
+            },
+            "light or dark; without it as the desktop has it")
+        ->check(CLI::IsMember({"light", "dark"}));
+    addPlugin(verb, options->plugin);
+    addJson(verb, options->json);
+    return {&verb, [options, &application, &argc, argv] {
+                application.reset();
+                return panel(*options, argc, argv);
+            }};
 }

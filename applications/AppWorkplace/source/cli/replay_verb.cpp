@@ -1,7 +1,8 @@
-#include "replay_command.h"
+#include "verbs.h"
 
 #include "make_tool.h"
 #include "output.h"
+#include "progress.h"
 
 #include "host/log_tap.h"
 #include "host/plugin_library.h"
@@ -15,15 +16,22 @@
 #include <utilities/utilities.h>
 #include <zrt_controller/zrt_simulated_controller.h>
 
-#include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cstdio>
+#include <memory>
 
 namespace
 {
 
 using Json = nlohmann::ordered_json;
+
+struct Options
+{
+    QString trace;
+    QString plugin;
+    bool json = false;
+};
 
 std::vector<QByteArray> linesOf(std::vector<ReplayStep::Outcome> const& outcomes)
 {
@@ -95,36 +103,7 @@ QString nameAndVersion(DAbstractPlugin const& plugin)
     return plugin.pluginName() + QLatin1Char(' ') + versionToString(plugin.pluginVersion());
 }
 
-/// On a terminal how far the replay is, on a line that goes again.
-class Progress
-{
-public:
-    Progress() = default;
-    ~Progress() { clear(); }
-    Progress(Progress const&) = delete;
-    Progress& operator=(Progress const&) = delete;
-
-    void show(int percent)
-    {
-        if (m_isTerminal && percent != m_percent)
-            std::fprintf(stderr, "\rreplaying %d %%", percent);
-        m_percent = percent;
-    }
-    void clear()
-    {
-        if (m_isTerminal && m_percent >= 0)
-            std::fprintf(stderr, "\r\x1b[K");
-        m_percent = -1;
-    }
-
-private:
-    bool const m_isTerminal = isatty(STDERR_FILENO) != 0;
-    int m_percent = -1;
-};
-
-} // namespace
-
-int replayCommand(ReplayOptions const& options)
+int replay(Options const& options)
 {
     PluginLibrary library(options.plugin);
     TraceSummary summary;
@@ -145,10 +124,10 @@ int replayCommand(ReplayOptions const& options)
     int differences = 0;
     {
         LogTap const logTap(events);
-        Replay replay(*tool, workstation, clock, events, summary.targets);
+        Replay recorded(*tool, workstation, clock, events, summary.targets);
         TraceReader trace(options.trace);
-        Progress progress;
-        while (auto const step = replay.next(trace)) {
+        Progress progress("replaying");
+        while (auto const step = recorded.next(trace)) {
             ++steps;
             progress.show(trace.progress());
             if (step->isSame())
@@ -176,4 +155,17 @@ int replayCommand(ReplayOptions const& options)
     }
     output.close();
     return differences == 0 ? 0 : 1;
+}
+
+} // namespace
+
+Verb replayVerb(CLI::App& program)
+{
+    auto const options = std::make_shared<Options>();
+    CLI::App& verb =
+        *program.add_subcommand("replay", "Feed a recorded trace to the plugin and compare what comes of it");
+    addText(verb, "TRACE", options->trace, "what \"run --trace\" has written")->required();
+    addPlugin(verb, options->plugin);
+    addJson(verb, options->json);
+    return {&verb, [options] { return replay(*options); }};
 }

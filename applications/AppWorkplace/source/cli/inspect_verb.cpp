@@ -1,4 +1,4 @@
-#include "inspect_command.h"
+#include "verbs.h"
 
 #include "maintenance_output.h"
 #include "make_tool.h"
@@ -17,10 +17,22 @@
 #include <utilities/utilities.h>
 #include <zrt_controller/zrt_simulated_controller.h>
 
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
 namespace
 {
 
 using Json = nlohmann::ordered_json;
+
+struct Options
+{
+    QString plugin;
+    QString records; ///< empty: those of the default place, if there are any
+    bool json = false;
+    bool markdown = false;
+};
 
 std::string text(QString const& string)
 {
@@ -192,9 +204,7 @@ std::unique_ptr<MaintenanceRecords> openRecords(QString const& fileName)
     return nullptr;
 }
 
-} // namespace
-
-int inspectCommand(InspectOptions const& options)
+int inspect(Options const& options)
 {
     Output output;
     PluginLibrary library(options.plugin);
@@ -219,4 +229,23 @@ int inspectCommand(InspectOptions const& options)
         showRecords(*records, options.json, output);
     output.close();
     return 0;
+}
+
+} // namespace
+
+Verb inspectVerb(CLI::App& program)
+{
+    auto const options = std::make_shared<Options>();
+    CLI::App& verb = *program.add_subcommand("inspect", "Show what a plugin library is and offers");
+    addPlugin(verb, options->plugin);
+    auto* const json = addJson(verb, options->json);
+    auto* const records =
+        addText(verb, "--records", options->records,
+                "the maintenance records; without it those that \"panel\" keeps, if there are any")
+            ->type_name("FILE");
+    verb.add_flag("--markdown", options->markdown,
+                  "the reference of the commands, as docs/commands.md has it")
+        ->excludes(json)
+        ->excludes(records);
+    return {&verb, [options] { return inspect(*options); }};
 }
