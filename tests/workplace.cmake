@@ -26,6 +26,7 @@ function(add_zrt_workplace_test name)
     endif()
 endfunction()
 
+add_zrt_test(log_lines LIBRARIES workplace_log_lines DEFINITIONS SOURCE_FOLDER="${PROJECT_SOURCE_DIR}")
 add_zrt_workplace_test(sequence)
 add_zrt_workplace_test(host)
 add_zrt_workplace_test(plugin_library
@@ -40,6 +41,11 @@ add_zrt_workplace_test(plugin_library
 add_zrt_workplace_test(event_json)
 add_zrt_workplace_test(trace_reader)
 add_zrt_workplace_test(replay)
+add_zrt_test(explain
+    DEFINITIONS
+        WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
+        WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples")
+add_dependencies(tst_explain workplace p_tool_vesk_zrt)
 add_zrt_workplace_test(workplace_cli
     DEFINITIONS
         WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
@@ -65,5 +71,5 @@ add_zrt_test(hostile_files
         WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
         MEMORY_IS_LIMITED=${memory_is_limited})
 add_dependencies(tst_hostile_files workplace p_tool_vesk_zrt)
-set_area(program workplace_cli hostile_files)
+set_area(program log_lines explain workplace_cli hostile_files)
 add_subdirectory(packages)

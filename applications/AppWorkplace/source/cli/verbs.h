@@ -22,6 +22,7 @@ struct Verb
     std::function<int()> run;
 };
 
+Verb explainVerb(CLI::App& program);
 Verb inspectVerb(CLI::App& program);
 Verb runVerb(CLI::App& program);
 Verb replayVerb(CLI::App& program);
