@@ -14,7 +14,7 @@ add_zrt_workplace_test(interrupted_restore
         ZRT_PLUGIN_FILE="$<TARGET_FILE:p_tool_vesk_zrt>"
     DEPENDS workplace p_tool_vesk_zrt)
 add_zrt_test(examples
-    LIBRARIES zrt_controller_parts
+    LIBRARIES zrt_controller_parts workplace_log_lines
     DEFINITIONS
         WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
         WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"

@@ -13,6 +13,7 @@
 #include "host/tool.h"
 #include "host/workstation.h"
 #include "host/zrt_device.h"
+#include "log_lines/find_log_lines.h"
 
 #include <files/variant_json.h>
 #include <plugin_management/d_abstract_plugin.h>
@@ -255,12 +256,13 @@ private:
     void note(qint64 /*time*/, StopOrdered const& /*event*/) { m_stopped = true; }
     void note(qint64 /*time*/, LogWritten const& event)
     {
-        QStringList pieces = event.text.trimmed().split(QStringLiteral(";\t"));
+        QStringList pieces = withoutPlaces(event.text).trimmed().split(QStringLiteral(";\t"));
         for (auto& piece : pieces)
             piece = piece.trimmed();
-        // Date, thread and object say nothing here; of an error line file, line and message are left.
+        // Date, thread and object say nothing here, nor does a line that is only the place in the file.
         if (pieces.size() == 6)
             pieces = QStringList{QFileInfo(pieces[3]).fileName(), pieces[4], pieces[5]};
+        pieces.removeOne(QStringLiteral(".."));
         m_course.log += code(event.level + QStringLiteral(": ") + pieces.join(QStringLiteral("; ")));
     }
     template <class Event> void note(qint64 /*time*/, Event const& /*event*/) {}

@@ -33,20 +33,30 @@ struct Options
     bool json = false;
 };
 
-std::vector<QByteArray> linesOf(std::vector<ReplayStep::Outcome> const& outcomes)
+using Outcomes = std::vector<ReplayStep::Outcome>;
+
+// What all of them are as they are compared.
+std::vector<QByteArray> compared(Outcomes const& outcomes)
 {
     std::vector<QByteArray> lines;
     lines.reserve(outcomes.size());
     for (auto const& outcome : outcomes)
-        lines.push_back(toLine(toJson(outcome.time, outcome.event)));
+        lines.push_back(outcome.compared());
     return lines;
+}
+
+QByteArray shownLine(ReplayStep::Outcome const& outcome)
+{
+    return toLine(toJson(outcome.time, outcome.event));
 }
 
 // The lines that both have are their longest common subsequence: table[i][j] is how long that of the ends
 // from recorded[i] and replayed[j] on is. Of what is larger than any plugin's doing everything counts as
 // different.
-QByteArray diff(std::vector<QByteArray> const& recorded, std::vector<QByteArray> const& replayed)
+QByteArray diff(Outcomes const& recordedOutcomes, Outcomes const& replayedOutcomes)
 {
+    auto const recorded = compared(recordedOutcomes);
+    auto const replayed = compared(replayedOutcomes);
     constexpr std::size_t mostCells = 4'000'000;
     bool const isSmall = recorded.size() * replayed.size() <= mostCells;
     std::vector<std::vector<int>> table(isSmall ? recorded.size() + 1 : 0,
@@ -61,13 +71,13 @@ QByteArray diff(std::vector<QByteArray> const& recorded, std::vector<QByteArray>
     std::size_t j = 0;
     while (i < recorded.size() || j < replayed.size()) {
         if (isSmall && i < recorded.size() && j < replayed.size() && recorded[i] == replayed[j]) {
-            text += "  " + recorded[i++];
+            text += "  " + shownLine(recordedOutcomes[i++]);
             ++j;
         } else if (i < recorded.size()
                    && (!isSmall || j == replayed.size() || table[i + 1][j] >= table[i][j + 1])) {
-            text += "- " + recorded[i++];
+            text += "- " + shownLine(recordedOutcomes[i++]);
         } else {
-            text += "+ " + replayed[j++];
+            text += "+ " + shownLine(replayedOutcomes[j++]);
         }
     }
     return text;
@@ -79,12 +89,12 @@ QByteArray toText(QString const& fileName, ReplayStep const& step)
     text += toLine(toJson(step.cause.time, step.cause.event));
     if (!step.problem.isEmpty())
         text += "! " + step.problem.toUtf8() + '\n';
-    return text + diff(linesOf(step.recorded), linesOf(step.replayed));
+    return text + diff(step.recorded, step.replayed);
 }
 
 QByteArray toJsonLine(ReplayStep const& step)
 {
-    auto const list = [](std::vector<ReplayStep::Outcome> const& outcomes) {
+    auto const list = [](Outcomes const& outcomes) {
         Json items = Json::array();
         for (auto const& outcome : outcomes)
             items.push_back(toJson(outcome.time, outcome.event));

@@ -3,6 +3,7 @@
 #include "event_json.h"
 #include "host/tool.h"
 #include "host/workstation.h"
+#include "log_lines/find_log_lines.h"
 
 #include <files/input_error.h>
 #include <plugin_management/d_abstract_plugin.h>
@@ -65,11 +66,16 @@ std::optional<AboutInstruction> aboutInstruction(RunEvent& event)
 
 } // namespace
 
+QByteArray ReplayStep::Outcome::compared() const
+{
+    if (auto const* const log = std::get_if<LogWritten>(&event))
+        return toLine(toJson(time, LogWritten{log->level, withoutPlaces(log->text)}));
+    return toLine(toJson(time, event));
+}
+
 bool ReplayStep::isSame() const
 {
-    auto const isSameLine = [](Outcome const& a, Outcome const& b) {
-        return toLine(toJson(a.time, a.event)) == toLine(toJson(b.time, b.event));
-    };
+    auto const isSameLine = [](Outcome const& a, Outcome const& b) { return a.compared() == b.compared(); };
     return problem.isEmpty()
            && std::equal(recorded.cbegin(), recorded.cend(), replayed.cbegin(), replayed.cend(), isSameLine);
 }

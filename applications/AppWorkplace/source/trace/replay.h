@@ -20,6 +20,10 @@ struct ReplayStep
     {
         qint64 time;
         RunEvent event;
+
+        /// What is compared: its line in a trace, but for the line numbers that say no more than where in the
+        /// plugin's source something stands.
+        QByteArray compared() const;
     };
 
     TraceEntry cause;
