@@ -3,7 +3,7 @@ set(area libraries)
 add_zrt_test(json_input LIBRARIES zrt_files)
 add_zrt_test(zrt_simulated_controller LIBRARIES ZrtSimulatedController::zrt_controller)
 # What is behind the front door too.
-foreach(name IN ITEMS clock tightening zrt_controller zrt_endpoint zrt_faults zrt_preset)
+foreach(name IN ITEMS clock tightening zrt_controller zrt_endpoint zrt_faults zrt_formats)
     add_zrt_test(${name} LIBRARIES zrt_controller_parts)
 endforeach()
 

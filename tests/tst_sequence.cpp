@@ -120,10 +120,10 @@ QStringList shown(Sequence const& sequence)
                 QStringLiteral("await %1 of %2 %3 within %4")
                     .arg(await->key, await->command, exactly(await->value), QString::number(await->within));
         else if (auto const* const trigger = std::get_if<TriggerStep>(&step))
-            steps += QStringLiteral("%1 %2")
-                         .arg(trigger->mustFasten ? QStringLiteral("tighten") : QStringLiteral("trigger"))
-                         .arg(trigger->count);
-        else if (std::holds_alternative<ReverseStep>(step))
+            steps += QStringLiteral("trigger %1").arg(trigger->count);
+        else if (auto const* const tighten = std::get_if<TightenStep>(&step))
+            steps += QStringLiteral("tighten %1").arg(tighten->count);
+        else if (std::holds_alternative<PressStep>(step))
             steps += QStringLiteral("press reverse");
         else
             steps += QStringLiteral("wait %1").arg(std::get<WaitStep>(step).duration);

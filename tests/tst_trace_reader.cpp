@@ -161,7 +161,7 @@ void TstTraceReader::events_data()
     row("person without effect", PersonActed{QStringLiteral("pulls the trigger"), QString()});
     row("wait failed", WaitFailed{QStringLiteral("too late")});
     row("unexpected", ExpectationMissed{1, QStringLiteral("doneOk"), true, QVariant()});
-    row("log", LogWritten{QStringLiteral("critical"), QStringLiteral("\na;\tb")});
+    row("log", LogWritten{QtCriticalMsg, QStringLiteral("\na;\tb")});
 }
 
 void TstTraceReader::events()

@@ -1,8 +1,5 @@
-#include "complaint.h"
-#include "scratch_folder.h"
 
 #include <zrt_controller/zrt_controller.h>
-#include <zrt_controller/zrt_setup.h>
 #include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
@@ -34,7 +31,7 @@ QString const lockKey = QStringLiteral("lock");
 
 } // namespace
 
-/// The simulated controller, its set-up file and the way to it.
+/// The simulated controller, and the way to it.
 class TstZrtController : public QObject
 {
     Q_OBJECT
@@ -48,16 +45,9 @@ private slots:
     void setLockScreen();
     void unknownInstructions_data();
     void unknownInstructions();
-    void setup_data();
-    void setup();
-    void setupRefuses_data();
-    void setupRefuses();
     void replyTimes_data();
     void replyTimes();
     void instructionsArriveAtOnce();
-
-private:
-    ScratchFolder m_folder;
 };
 
 void TstZrtController::getInfo()
@@ -175,105 +165,6 @@ void TstZrtController::unknownInstructions()
     QCOMPARE(exactly(controller.execute(instruction, {{lockKey, 1}})),
              QStringLiteral("error: QString unknown instruction \"") + instruction + QLatin1Char('"'));
     QCOMPARE(contentOf(controller.state()), contentOf(ZrtState()));
-}
-
-void TstZrtController::setup_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QVariantMap>("changes"); // what differs from the defaults
-
-    auto const row = [](char const* name, char const* content, QVariantMap const& changes) {
-        QTest::newRow(name) << QByteArray(content) << changes;
-    };
-    row("nothing", "{}", {});
-    row("identity that says nothing", R"({"identity": {}})", {});
-    row("model", R"({"identity": {"model": "ZRT 2"}})", {{QStringLiteral("model"), QStringLiteral("ZRT 2")}});
-    row("serial number", R"({"identity": {"serialNumber": "S"}})",
-        {{QStringLiteral("serialNumber"), QStringLiteral("S")}});
-    row("firmware", R"({"identity": {"firmware": ""}})", {{QStringLiteral("firmware"), QString()}});
-    row("free", R"({"lock": 0})", {});
-    row("all locked", R"({"lock": 1})", {{lockKey, 1}});
-    row("loosening locked", R"({"lock": 2})", {{lockKey, 2}});
-    row("screen locked", R"({"screenLocked": true})", {{QStringLiteral("isScreenLocked"), true}});
-    row("screen not locked", R"({"screenLocked": false})", {});
-    row("not connected", R"({"connected": false})", {{QStringLiteral("isConnected"), false}});
-    row("connected", R"({"connected": true})", {});
-    row("shortest reply time", R"({"replyTime": 0})", {{QStringLiteral("replyTime"), 0}});
-    row("longest reply time", R"({"replyTime": 600000})", {{QStringLiteral("replyTime"), 600'000}});
-    row("everything",
-        R"({"identity": {"model": "m", "serialNumber": "s", "firmware": "f"}, "lock": 2,
-            "screenLocked": true, "connected": false, "replyTime": 17})",
-        {{QStringLiteral("model"), QStringLiteral("m")},
-         {QStringLiteral("serialNumber"), QStringLiteral("s")},
-         {QStringLiteral("firmware"), QStringLiteral("f")},
-         {lockKey, 2},
-         {QStringLiteral("isScreenLocked"), true},
-         {QStringLiteral("isConnected"), false},
-         {QStringLiteral("replyTime"), 17}});
-}
-
-void TstZrtController::setup()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(QVariantMap, changes);
-    QVariantMap expected = {{QStringLiteral("model"), QStringLiteral("ZRT")},
-                            {QStringLiteral("serialNumber"), QStringLiteral("ZRT-SIM-0001")},
-                            {QStringLiteral("firmware"), QStringLiteral("1.0.0")},
-                            {lockKey, 0},
-                            {QStringLiteral("isScreenLocked"), false},
-                            {QStringLiteral("isConnected"), true},
-                            {QStringLiteral("replyTime"), 5}};
-    for (auto it = changes.cbegin(); it != changes.cend(); ++it)
-        expected.insert(it.key(), *it);
-
-    ZrtSetup const setup = readZrtSetup(m_folder.write(QStringLiteral("setup.json"), content));
-    QVariantMap actual = contentOf(setup.state);
-    actual.insert(QStringLiteral("isConnected"), setup.isConnected);
-    actual.insert(QStringLiteral("replyTime"), setup.times.reply);
-    QCOMPARE(exactly(actual), exactly(expected));
-}
-
-void TstZrtController::setupRefuses_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("message");
-
-    auto const row = [](char const* name, char const* content, char const* message) {
-        QTest::newRow(name) << QByteArray(content) << QString::fromLatin1(message);
-    };
-    row("list", "[]", "1: must be an object, not a list");
-    row("unknown key", "{\n\"serial\": 1}",
-        "2: unknown key \"serial\", known are identity, lock, screenLocked, presets, unwritablePresets, "
-        "parameters, program, triggerMode, reverse, eventCount, seed, screws, replyTime, presetTime, "
-        "connected, faults");
-    row("identity as text", R"({"identity": "ZRT"})", "1: identity: must be an object, not a text");
-    row("unknown key of the identity", "{\"identity\": {\n\"serial\": 1}}",
-        "2: identity: unknown key \"serial\", known are model, serialNumber, firmware");
-    row("model as number", R"({"identity": {"model": 2}})",
-        "1: identity.model: must be a text, not a number");
-    row("serial number as number", R"({"identity": {"serialNumber": 2}})",
-        "1: identity.serialNumber: must be a text, not a number");
-    row("firmware as null", R"({"identity": {"firmware": null}})",
-        "1: identity.firmware: must be a text, not null");
-    row("lock below", R"({"lock": -1})", "1: lock: must be a whole number from 0 to 2");
-    row("lock above", "{\n\n\"lock\": 3}", "3: lock: must be a whole number from 0 to 2");
-    row("lock as text", R"({"lock": "1"})", "1: lock: must be a whole number from 0 to 2");
-    row("screen as number", R"({"screenLocked": 1})", "1: screenLocked: must be true or false, not a number");
-    row("connected as text", R"({"connected": "no"})", "1: connected: must be true or false, not a text");
-    row("reply time below", R"({"replyTime": -1})", "1: replyTime: must be a whole number from 0 to 600000");
-    row("reply time above", R"({"replyTime": 600001})",
-        "1: replyTime: must be a whole number from 0 to 600000");
-    row("reply time beyond int", R"({"replyTime": 4294967297})",
-        "1: replyTime: must be a whole number from 0 to 600000");
-    row("lock twice", "{\"lock\": 1,\n\"lock\": 2}", "2: the key \"lock\" stands twice in one object");
-}
-
-void TstZrtController::setupRefuses()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(QString, message);
-    QString const fileName = m_folder.write(QStringLiteral("setup.json"), content);
-    QCOMPARE(complaintOf([&] { readZrtSetup(fileName); }), fileName + QLatin1Char(':') + message);
 }
 
 void TstZrtController::replyTimes_data()

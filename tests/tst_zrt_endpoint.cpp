@@ -3,8 +3,7 @@
 
 #include <zrt_controller/tightening.h>
 #include <zrt_controller/zrt_controller.h>
-#include <zrt_controller/zrt_preset.h>
-#include <zrt_controller/zrt_setup.h>
+#include <zrt_controller/zrt_formats.h>
 #include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>

@@ -1,7 +1,3 @@
-#include "complaint.h"
-#include "scratch_folder.h"
-
-#include <files/json_input.h>
 #include <zrt_controller/zrt_faults.h>
 
 #include <QtTest>
@@ -66,16 +62,12 @@ constexpr int c_times = 10'000;
 
 } // namespace
 
-/// Which faults a set-up file may ask for, and which apply to an instruction.
+/// Which faults apply to an instruction.
 class TstZrtFaults : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void read_data();
-    void read();
-    void readRefuses_data();
-    void readRefuses();
     void noFaults();
     void byCount();
     void severalAtOnce();
@@ -84,136 +76,7 @@ private slots:
     void chanceRate();
     void chanceFromTheSeed();
     void chanceDoesNotDisturbCounts();
-
-private:
-    ScratchFolder m_folder;
 };
-
-void TstZrtFaults::read_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QStringList>("faults");
-    auto const row = [](char const* name, char const* content, QStringList const& faults) {
-        QTest::newRow(name) << QByteArray(content) << faults;
-    };
-    row("none", "[]", {});
-    row("delay", R"([{"kind": "delay", "instruction": "getInfo", "nth": 1}])",
-        {QStringLiteral("0 getInfo nth 1 probability 0 delay 100 key \"\"")});
-    row("no delay", R"([{"kind": "delay", "instruction": "getInfo", "nth": 1, "delay": 0}])",
-        {QStringLiteral("0 getInfo nth 1 probability 0 delay 0 key \"\"")});
-    row("longest delay", R"([{"kind": "delay", "instruction": "getInfo", "nth": 1, "delay": 600000}])",
-        {QStringLiteral("0 getInfo nth 1 probability 0 delay 600000 key \"\"")});
-    row("late", R"([{"kind": "late", "instruction": "getInfo", "nth": 2147483647}])",
-        {QStringLiteral("1 getInfo nth 2147483647 probability 0 delay 5000 key \"\"")});
-    row("later", R"([{"kind": "late", "instruction": "getInfo", "nth": 1, "delay": 7000}])",
-        {QStringLiteral("1 getInfo nth 1 probability 0 delay 7000 key \"\"")});
-    row("loss", R"([{"kind": "loss", "instruction": "getInfo", "percent": 0}])",
-        {QStringLiteral("2 getInfo nth 0 probability 0 delay 0 key \"\"")});
-    row("duplicate", R"([{"kind": "duplicate", "instruction": "getInfo", "percent": 100}])",
-        {QStringLiteral("3 getInfo nth 0 probability 1 delay 0 key \"\"")});
-    row("missing key", R"([{"kind": "missingKey", "instruction": "getInfo", "percent": 25, "key": "k"}])",
-        {QStringLiteral("4 getInfo nth 0 probability 0.25 delay 0 key \"k\"")});
-    row("wrong type", R"([{"kind": "wrongType", "instruction": "getInfo", "nth": 3, "key": ""}])",
-        {QStringLiteral("5 getInfo nth 3 probability 0 delay 0 key \"\"")});
-    row("refused", R"([{"kind": "refused", "instruction": "setLock", "nth": 1}])",
-        {QStringLiteral("6 setLock nth 1 probability 0 delay 0 key \"\"")});
-    row("disconnected", R"([{"kind": "disconnected", "instruction": "getInfo", "nth": 1}])",
-        {QStringLiteral("7 getInfo nth 1 probability 0 delay 0 key \"\"")});
-    row("two, in order", R"([{"kind": "refused", "instruction": "getInfo", "nth": 1},
-                             {"kind": "loss", "instruction": "setLock", "nth": 2}])",
-        {QStringLiteral("6 getInfo nth 1 probability 0 delay 0 key \"\""),
-         QStringLiteral("2 setLock nth 2 probability 0 delay 0 key \"\"")});
-}
-
-void TstZrtFaults::read()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(QStringList, faults);
-    QString const fileName = m_folder.write(QStringLiteral("faults.json"), content);
-    QCOMPARE(shown(readZrtFaults(JsonInput::fromFile(fileName))), faults);
-}
-
-void TstZrtFaults::readRefuses_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("message");
-    auto const row = [](char const* name, char const* content, char const* message) {
-        QTest::newRow(name) << QByteArray(content) << QString::fromLatin1(message);
-    };
-    row("object", "{}", "1: must be a list, not an object");
-    row("item that is no object", "[\"loss\"]", "1: [0]: must be an object, not a text");
-    row("no kind", R"([{"instruction": "getInfo", "nth": 1}])", "1: [0]: the key \"kind\" is missing");
-    row("unknown kind",
-        "[{\"kind\": \"loss\", \"instruction\": \"getInfo\", \"nth\": 1},\n{\"kind\": \"Loss\"}]",
-        "2: [1].kind: unknown kind of fault, known are delay, late, loss, duplicate, missingKey, wrongType, "
-        "refused, disconnected");
-    row("kind as number", R"([{"kind": 1}])", "1: [0].kind: must be a text, not a number");
-    row("no instruction", R"([{"kind": "loss", "nth": 1}])", "1: [0]: the key \"instruction\" is missing");
-    row("unknown instruction", R"([{"kind": "loss", "instruction": "setlock", "nth": 1}])",
-        "1: [0].instruction: unknown instruction, known are SetTriggerProgram, getInfo, getPresetData, "
-        "getRegister, listenEventsData, restoreBackup, setLock, setLockScreen, setProgram");
-    row("instruction as null", R"([{"kind": "loss", "instruction": null}])",
-        "1: [0].instruction: must be a text, not null");
-    row("unknown key", "[{\"kind\": \"loss\",\n\"instruction\": \"getInfo\",\n\"often\": 1}]",
-        "3: [0]: unknown key \"often\", known are kind, instruction, nth, percent, delay, key");
-    row("neither nth nor percent", R"([{"kind": "loss", "instruction": "getInfo"}])",
-        "1: [0]: must have one of \"nth\" and \"percent\"");
-    row("both nth and percent", R"([{"kind": "loss", "instruction": "getInfo", "nth": 1, "percent": 1}])",
-        "1: [0]: must have one of \"nth\" and \"percent\"");
-    row("nth below", R"([{"kind": "loss", "instruction": "getInfo", "nth": 0}])",
-        "1: [0].nth: must be a whole number from 1 to 2147483647");
-    row("nth above", R"([{"kind": "loss", "instruction": "getInfo", "nth": 2147483648}])",
-        "1: [0].nth: must be a whole number from 1 to 2147483647");
-    row("percent below", R"([{"kind": "loss", "instruction": "getInfo", "percent": -1}])",
-        "1: [0].percent: must be a whole number from 0 to 100");
-    row("percent above", R"([{"kind": "loss", "instruction": "getInfo", "percent": 101}])",
-        "1: [0].percent: must be a whole number from 0 to 100");
-    row("percent as fraction", R"([{"kind": "loss", "instruction": "getInfo", "percent": 0.5}])",
-        "1: [0].percent: must be a whole number from 0 to 100");
-    for (char const* const kind : {"delay", "late"}) {
-        auto const delay = [kind](char const* name, char const* value) {
-            QTest::addRow("%s, %s", kind, name)
-                << QByteArray("[{\"kind\": \"") + kind
-                       + "\", \"instruction\": \"getInfo\", \"nth\": 1, \"delay\": " + value + "}]"
-                << QStringLiteral("1: [0].delay: must be a whole number from %1 to 600000")
-                       .arg(qstrcmp(kind, "late") == 0 ? 4000 : 0);
-        };
-        delay("below", "-1");
-        delay("above", "600001");
-        delay("text", "\"1\"");
-        QTest::addRow("key with %s", kind)
-            << QByteArray("[{\"kind\": \"") + kind
-                   + "\", \"instruction\": \"getInfo\", \"nth\": 1, \"key\": \"k\"}]"
-            << QStringLiteral("1: [0].key: goes with the kinds missingKey and wrongType");
-    }
-    for (char const* const kind : {"loss", "duplicate", "refused", "disconnected"}) {
-        QTest::addRow("key with %s", kind)
-            << QByteArray("[{\"kind\": \"") + kind
-                   + "\", \"instruction\": \"getInfo\", \"nth\": 1, \"key\": \"k\"}]"
-            << QStringLiteral("1: [0].key: goes with the kinds missingKey and wrongType");
-    }
-    for (char const* const kind :
-         {"loss", "duplicate", "refused", "disconnected", "missingKey", "wrongType"}) {
-        QTest::addRow("delay with %s", kind)
-            << QByteArray("[{\"kind\": \"") + kind
-                   + "\", \"instruction\": \"getInfo\", \"nth\": 1, \"delay\": 1}]"
-            << QStringLiteral("1: [0].delay: goes with the kinds delay and late");
-    }
-    for (char const* const kind : {"missingKey", "wrongType"}) {
-        QTest::addRow("no key with %s", kind)
-            << QByteArray("[{\"kind\": \"") + kind + "\", \"instruction\": \"getInfo\", \"nth\": 1}]"
-            << QStringLiteral("1: [0]: the key \"key\" is missing");
-    }
-}
-
-void TstZrtFaults::readRefuses()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(QString, message);
-    QString const fileName = m_folder.write(QStringLiteral("faults.json"), content);
-    QCOMPARE(complaintOf([&] { readZrtFaults(JsonInput::fromFile(fileName)); }),
-             fileName + QLatin1Char(':') + message);
-}
 
 void TstZrtFaults::noFaults()
 {

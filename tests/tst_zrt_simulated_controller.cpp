@@ -123,28 +123,31 @@ void TstZrtSimulatedController::doesNotMake_data()
     auto const row = [](char const* problem, Change const& change) {
         QTest::newRow(problem) << change << QString::fromLatin1(problem);
     };
-    row("\"lock\" must be a whole number from 0 to 2", [](ZrtSetup& setup) { setup.state.lock = 3; });
-    row("\"eventCount\" must be a whole number from 0 to 2147483647",
-        [](ZrtSetup& setup) { setup.state.eventCount = -1; });
-    row("\"replyTime\" must be a whole number from 0 to 600000",
+    row("lock: must be a whole number from 0 to 2", [](ZrtSetup& setup) { setup.state.lock = 3; });
+    row("replyTime: must be a whole number from 0 to 600000",
         [](ZrtSetup& setup) { setup.times.reply = -1; });
-    row("\"presetTime\" must be a whole number from 0 to 600000",
-        [](ZrtSetup& setup) { setup.times.preset = 600'001; });
-    row("there is no preset 2, so \"program\" must name another",
-        [](ZrtSetup& setup) { setup.state.program = 2; });
-    row("preset -1: its number must be from 0 to 65535",
-        [](ZrtSetup& setup) { setup.state.presets.insert(-1, {}); });
-    row("preset 65536: its number must be from 0 to 65535",
-        [](ZrtSetup& setup) { setup.state.presets.insert(65536, {}); });
-    row("preset 15: \"speed\" must be a whole number from 1 to 10000",
+    row("program: there is no preset of this number", [](ZrtSetup& setup) { setup.state.program = 2; });
+    for (int const number : {-1, 65536}) {
+        QTest::addRow("preset %d", number)
+            << Change([number](ZrtSetup& setup) { setup.state.presets.insert(number, {}); })
+            << QStringLiteral("presets.%1: a preset's key must be its number, 0 to 65535").arg(number);
+    }
+    row("presets.15.speed: must be a whole number from 1 to 10000",
         [](ZrtSetup& setup) { setup.state.presets[15].speed = 0; });
-    row("preset 15: \"maxTorque\" must be more than \"torque\"",
+    row("presets.15: \"maxTorque\" must be more than \"torque\"",
         [](ZrtSetup& setup) { setup.state.presets[15].torque = 260; });
+    row("unwritablePresets[1]: must be a whole number from 0 to 65535", [](ZrtSetup& setup) {
+        setup.state.unwritablePresets = {0, -1};
+    });
     for (int const screw : {-1, 7})
-        row("unknown kind of screw",
+        row("screws[0]: unknown kind of screw, known are good, crossThreaded, stripped, missing, soft, "
+            "blocked, "
+            "releasedEarly",
             [screw](ZrtSetup& setup) { setup.state.screws += static_cast<ZrtScrew>(screw); });
-    row("unknown instruction \"a\" of the fault \"loss\"",
-        [](ZrtSetup& setup) { setup.faults += fault(ZrtFault::Loss, QStringLiteral("a")); });
+    row("faults[0].delay: goes with the kinds delay and late", [](ZrtSetup& setup) {
+        setup.faults += fault(ZrtFault::Loss);
+        setup.faults[0].delay = 1;
+    });
 }
 
 void TstZrtSimulatedController::doesNotMake()
@@ -191,6 +194,9 @@ void TstZrtSimulatedController::readsSetups()
     QVERIFY(!ZrtSimulatedController::readSetup(bad, &problem));
     QCOMPARE(problem, bad + QStringLiteral(":2: lock: must be a whole number from 0 to 2"));
     QVERIFY(!ZrtSimulatedController::readSetup(bad));
+
+    QCOMPARE(ZrtSimulatedController::schemas().keys().join(QLatin1Char(' ')),
+             QStringLiteral("backup controller parameters presets"));
 }
 
 void TstZrtSimulatedController::refusesInstructions()
@@ -397,26 +403,29 @@ void TstZrtSimulatedController::refusesFaults_data()
         change(one);
         QTest::newRow(problem) << one << QString::fromLatin1(problem);
     };
-    row("unknown kind of fault", static_cast<ZrtFault::Kind>(8));
-    row("unknown instruction \"\" of the fault \"refused\"", ZrtFault::Refused,
-        [](ZrtFault& one) { one.instruction.clear(); });
-    row("\"nth\" of the fault \"loss\" must not be negative", ZrtFault::Loss,
+    row("kind: unknown kind of fault, known are delay, late, loss, duplicate, missingKey, wrongType, "
+        "refused, "
+        "disconnected",
+        static_cast<ZrtFault::Kind>(8));
+    row("instruction: unknown instruction, known are SetTriggerProgram, getInfo, getPresetData, getRegister, "
+        "listenEventsData, restoreBackup, setLock, setLockScreen, setProgram",
+        ZrtFault::Refused, [](ZrtFault& one) { one.instruction.clear(); });
+    row("nth: must be a whole number from 1 to 2147483647", ZrtFault::Loss,
         [](ZrtFault& one) { one.nth = -1; });
-    char const* const probability =
-        "\"probability\" of the fault \"loss\" must be from 0 to 1, and 0 with \"nth\"";
     for (double const value : {-0.1, 1.1, std::numeric_limits<double>::quiet_NaN()}) {
-        row(probability, ZrtFault::Loss, [value](ZrtFault& one) {
+        row("percent: must be a probability from 0 to 1", ZrtFault::Loss, [value](ZrtFault& one) {
             one.nth = 0;
             one.probability = value;
         });
     }
-    row(probability, ZrtFault::Loss, [](ZrtFault& one) { one.probability = 0.5; });
-    row("\"delay\" of the fault \"delay\" must be from 0 to 600000", ZrtFault::Delay,
+    row("must have one of \"nth\" and \"percent\"", ZrtFault::Loss,
+        [](ZrtFault& one) { one.probability = 0.5; });
+    row("delay: must be a whole number from 0 to 600000", ZrtFault::Delay,
         [](ZrtFault& one) { one.delay = -1; });
-    row("\"delay\" of the fault \"late\" must be from 4000 to 600000", ZrtFault::Late,
+    row("delay: must be a whole number from 4000 to 600000", ZrtFault::Late,
         [](ZrtFault& one) { one.delay = 3999; });
-    row("the fault \"loss\" has no \"delay\"", ZrtFault::Loss, [](ZrtFault& one) { one.delay = 1; });
-    row("the fault \"duplicate\" has no \"key\"", ZrtFault::Duplicate,
+    row("delay: goes with the kinds delay and late", ZrtFault::Loss, [](ZrtFault& one) { one.delay = 1; });
+    row("key: goes with the kinds missingKey and wrongType", ZrtFault::Duplicate,
         [](ZrtFault& one) { one.key = QStringLiteral("k"); });
 }
 

@@ -307,7 +307,9 @@ QVariant::Type JsonInput::type() const
 void JsonInput::allowKeys(QStringList const& keys) const
 {
     for (auto const& [key, node] : ofKind(QVariant::Map, "an object").members) {
-        if (!keys.contains(key))
+        if (m_path.isEmpty() && key == QLatin1String("$schema"))
+            at(key).toText();
+        else if (!keys.contains(key))
             JsonInput(m_root, &node, m_fileName, m_path)
                 .fail(QStringLiteral("unknown key \"%1\", known are %2")
                           .arg(shown(key), keys.join(QStringLiteral(", "))));
@@ -358,8 +360,13 @@ qint64 JsonInput::toInteger(qint64 lowest, qint64 highest) const
 {
     qint64 const number = m_node->value.toLongLong();
     if ((type() != QVariant::Int && type() != QVariant::LongLong) || number < lowest || number > highest)
-        fail(QStringLiteral("must be a whole number from %1 to %2").arg(lowest).arg(highest));
+        fail(notWithin(lowest, highest));
     return number;
+}
+
+QString JsonInput::notWithin(qint64 lowest, qint64 highest)
+{
+    return QStringLiteral("must be a whole number from %1 to %2").arg(lowest).arg(highest);
 }
 
 QVariant JsonInput::toVariant() const

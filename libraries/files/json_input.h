@@ -32,7 +32,8 @@ public:
 
     /// Invalid, Bool, Int, LongLong, ULongLong, Double, String, List or Map.
     QVariant::Type type() const;
-    /// Refuses keys that are not in the list; the value must be an object.
+    /// Refuses keys that are not in the list; the value must be an object. The object that is the whole file
+    /// may have a "$schema" as well, which editors read.
     void allowKeys(QStringList const& keys) const;
     /// Whether the object has the key; the value must be an object.
     bool has(QString const& key) const;
@@ -47,6 +48,8 @@ public:
     QString toText() const;
     /// A whole number from @p lowest to @p highest.
     qint64 toInteger(qint64 lowest, qint64 highest) const;
+    /// What is said of a value that is none.
+    static QString notWithin(qint64 lowest, qint64 highest);
     /// The value as it stands: null is invalid; a whole number is an int, where that is too small a qlonglong
     /// or qulonglong; any other number is a double; a list is a QVariantList, an object a QVariantMap.
     QVariant toVariant() const;

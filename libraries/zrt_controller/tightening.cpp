@@ -80,13 +80,6 @@ Joint makeJoint(ZrtPreset const& preset, ZrtScrew screw, std::mt19937_64& random
 
 } // namespace
 
-QStringList screwNames()
-{
-    return {QStringLiteral("good"),         QStringLiteral("crossThreaded"), QStringLiteral("stripped"),
-            QStringLiteral("missing"),      QStringLiteral("soft"),          QStringLiteral("blocked"),
-            QStringLiteral("releasedEarly")};
-}
-
 TighteningResult tighten(ZrtPreset const& preset, ZrtScrew screw, std::mt19937_64& random)
 {
     Joint joint = makeJoint(preset, screw, random);

@@ -4,9 +4,6 @@
 
 #include <random>
 
-/// The names of the kinds as set-up files have them, in the order of the enumeration.
-QStringList screwNames();
-
 /// How a tightening ended. All values are those at its end.
 struct TighteningResult
 {

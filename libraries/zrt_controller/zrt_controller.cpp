@@ -1,7 +1,6 @@
 #include "zrt_controller.h"
 
 #include "tightening.h"
-#include "zrt_preset.h"
 
 #include <limits>
 #include <utility>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zrt_backup.h"
+#include "zrt_formats.h"
 #include "zrt_simulated_controller.h"
 
 #include <random>

@@ -4,8 +4,6 @@
 
 #include <random>
 
-class JsonInput;
-
 /// Decides which faults apply to an instruction, by count or, from a seed, by chance.
 class ZrtFaults
 {
@@ -32,9 +30,3 @@ private:
     int m_lastNumber = 0;
     std::mt19937_64 m_random;
 };
-
-/// What is not valid in a fault; empty if it is.
-QString problemIn(ZrtFault const& fault);
-
-/// Reads a list of faults. InputError if it is not right.
-QList<ZrtFault> readZrtFaults(JsonInput const& input);

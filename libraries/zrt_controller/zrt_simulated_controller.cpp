@@ -1,7 +1,7 @@
 #include "zrt_simulated_controller.h"
 
 #include "zrt_endpoint.h"
-#include "zrt_setup.h"
+#include "zrt_formats.h"
 
 #include <files/input_error.h>
 
@@ -62,6 +62,11 @@ std::optional<ZrtSetup> ZrtSimulatedController::readSetup(QString const& fileNam
         tell(problem, error.message());
         return std::nullopt;
     }
+}
+
+QMap<QString, QByteArray> ZrtSimulatedController::schemas()
+{
+    return zrtSchemas();
 }
 
 QStringList ZrtSimulatedController::instructions()

@@ -210,6 +210,9 @@ public:
     /// Reads a set-up file. If it cannot be used it returns nothing, and @p problem, where given, says on one
     /// line which file, line and key is wrong and how.
     static std::optional<ZrtSetup> readSetup(QString const& fileName, QString* problem = nullptr);
+    /// The JSON Schemas of the files that a controller reads and of their parts, by their names: "controller"
+    /// (a set-up file), "backup", "presets" and "parameters". One refers to another as NAME.schema.json.
+    static QMap<QString, QByteArray> schemas();
     /// The names of all instructions, sorted.
     static QStringList instructions();
 

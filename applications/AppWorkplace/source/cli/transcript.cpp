@@ -83,6 +83,8 @@ QString aside(QString const& what)
 
 struct ToText
 {
+    /// What only a trace tells.
+    template <class Event> QString operator()(Event const& /*event*/) const { return {}; }
     QString operator()(RunStarted const& event) const
     {
         return aside(QStringLiteral("%1 %2, simulated controller %3")
@@ -102,17 +104,12 @@ struct ToText
                             ? QString()
                             : QStringLiteral("  FAILED: no running command stops by that name")));
     }
-    QString operator()(AllStopped const&) const { return {}; }
-    QString operator()(InstructionPosted const&) const { return {}; }
     QString operator()(InstructionFailed const& event) const
     {
         return event.goesOn ? about(event.order,
                                     QStringLiteral("  %1 NOT DELIVERED: %2").arg(event.name, event.reason))
                             : QString();
     }
-    QString operator()(InstructionWithdrawn const&) const { return {}; }
-    QString operator()(ReplyArrived const&) const { return {}; }
-    QString operator()(ReplyDropped const&) const { return {}; }
     QString operator()(ResultUpdated const& event) const
     {
         if (isControllerEvent(event))
@@ -142,7 +139,7 @@ struct ToText
     }
     QString operator()(LogWritten const& event) const
     {
-        return aside(event.level + QStringLiteral(": ") + event.text.trimmed());
+        return aside(nameOf(event.level) + QStringLiteral(": ") + event.text.trimmed());
     }
     QString operator()(RunFinished const& event) const
     {
@@ -179,10 +176,6 @@ void Transcript::show(qint64 time, RunEvent const& event)
 QByteArray toJsonTranscript(qint64 time, RunEvent const& event)
 {
     auto const* const failed = std::get_if<InstructionFailed>(&event);
-    bool const isForTraces = (failed && !failed->goesOn) || std::holds_alternative<AllStopped>(event)
-                             || std::holds_alternative<InstructionPosted>(event)
-                             || std::holds_alternative<InstructionWithdrawn>(event)
-                             || std::holds_alternative<ReplyArrived>(event)
-                             || std::holds_alternative<ReplyDropped>(event);
+    bool const isForTraces = kindOf(event).isOfTracesAlone || (failed && !failed->goesOn);
     return isForTraces ? QByteArray() : toLine(toJson(time, event));
 }

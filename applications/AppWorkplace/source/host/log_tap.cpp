@@ -12,29 +12,12 @@ namespace
 
 RunEvents const* s_events = nullptr;
 
-QString nameOf(QtMsgType type)
-{
-    switch (type) {
-    case QtDebugMsg:
-        return QStringLiteral("debug");
-    case QtInfoMsg:
-        return QStringLiteral("info");
-    case QtWarningMsg:
-        return QStringLiteral("warning");
-    case QtCriticalMsg:
-        return QStringLiteral("critical");
-    case QtFatalMsg:
-        return QStringLiteral("fatal");
-    }
-    return QString();
-}
-
 void publish(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
 {
     static QRegularExpression const address(QStringLiteral("0x[0-9a-f]{6,}"));
     QString stable = text;
     stable.replace(address, QStringLiteral("0x.."));
-    s_events->publish(LogWritten{nameOf(type), stable});
+    s_events->publish(LogWritten{type, stable});
 }
 
 } // namespace

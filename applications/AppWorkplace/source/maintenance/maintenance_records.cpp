@@ -3,6 +3,7 @@
 #include <files/atomic_file.h>
 #include <files/input_error.h>
 #include <files/json_input.h>
+#include <files/object_format.h>
 #include <files/variant_json.h>
 #include <plugin_management/d_element.h>
 
@@ -17,79 +18,131 @@
 namespace
 {
 
-using Json = nlohmann::ordered_json;
+using namespace format;
 
 constexpr char const* c_tools = "tools";
 
-bool isText(QVariant const& value)
+/// The day until which the maintenance is valid. Null is a text of its own: the validity that is not set.
+struct Validity : Text
 {
-    return value.userType() == QMetaType::QString;
-}
-
-bool isCount(QVariant const& value)
-{
-    return value.userType() == QMetaType::Int && value.toInt() >= 0;
-}
-
-/// One field of a record: its key, what a page may set it to, how a file's value goes into the record, and
-/// how the record's comes out.
-struct Field
-{
-    QString key;
-    char const* kind;
-    bool (*fits)(QVariant const& value);
-    void (*fromFile)(DElement& record, JsonInput const& value);
-    void (*set)(DElement& record, QVariant const& value);
-    QVariant (*get)(DElement const& record);
+    static void read(JsonInput const& input, QString& value)
+    {
+        if (input.toVariant().isValid())
+            value = input.toText();
+    }
+    static Json write(QString const& value) { return value.isNull() ? Json() : Text().write(value); }
+    static Json schema()
+    {
+        return {{"type", {"string", "null"}},
+                {"pattern", "^([0-9]{4}-(0[1-9]|1[0-2])-(0[1-9]|[12][0-9]|3[01]))?$"}};
+    }
 };
 
-QList<Field> const& fields()
+struct RecordFormat : ObjectFormat<RecordFormat, DElement>
 {
-    static QList<Field> const list{
-        {QStringLiteral("serialNumber"), "a text", isText,
-         [](DElement& record, JsonInput const& value) { record.setSerialNumber(value.toText()); },
-         [](DElement& record, QVariant const& value) { record.setSerialNumber(value.toString()); },
-         [](DElement const& record) { return QVariant(record.serialNumber()); }},
-        {QStringLiteral("validityDate"), "a text", isText,
-         [](DElement& record, JsonInput const& value) {
-             if (value.toVariant().isValid())
-                 record.setValidityDate(value.toText());
-         },
-         [](DElement& record, QVariant const& value) {
-             // A script does not know a null text; what the page has put into the record does.
-             if (record.validityDate() != value.toString())
-                 record.setValidityDate(value.toString());
-         },
-         // Null is a text of its own: the validity that is not set.
-         [](DElement const& record) {
-             return record.validityDate().isNull() ? QVariant() : QVariant(record.validityDate());
-         }},
-        {QStringLiteral("alertBeforeExpiration"), "a number of days", isCount,
-         [](DElement& record, JsonInput const& value) {
-             record.setStbExpiredDelay(static_cast<int>(value.toInteger(0, std::numeric_limits<int>::max())));
-         },
-         [](DElement& record, QVariant const& value) { record.setStbExpiredDelay(value.toInt()); },
-         [](DElement const& record) { return QVariant(record.stbExpiredDelay()); }},
-    };
-    return list;
-}
-
-QStringList fieldKeys()
-{
-    QStringList keys;
-    for (auto const& field : fields())
-        keys += field.key;
-    return keys;
-}
-
-Field const* findField(QString const& key)
-{
-    for (auto const& field : fields()) {
-        if (field.key == key)
-            return &field;
+    template <class Fields> static void fields(Fields& fields)
+    {
+        fields.optional("serialNumber", Property{&DElement::serialNumber, &DElement::setSerialNumber});
+        fields.optional("validityDate", Property{&DElement::validityDate, &DElement::setValidityDate},
+                        "a day, the empty text for permanent, null for none", Validity());
+        fields.optional("alertBeforeExpiration",
+                        Property{&DElement::stbExpiredDelay, &DElement::setStbExpiredDelay}, "",
+                        Whole{0, std::numeric_limits<int>::max(), "days"});
     }
-    return nullptr;
+};
+
+/// Reads a record, and leaves out what is not right.
+struct ReadWhatIsRight : Fields<ReadWhatIsRight, DElement>
+{
+    JsonInput const& input;
+    DElement& record;
+    QStringList& complaints;
+
+    ReadWhatIsRight(JsonInput const& from, DElement& to, QStringList& problems)
+        : input(from)
+        , record(to)
+        , complaints(problems)
+    {}
+
+    template <class Field, class Place, class Format>
+    void visit(Field const& field, Place const& place, Format const& format)
+    {
+        attempt([&] { ReadVisitor<DElement>(input, record).visit(field, place, format); });
+    }
+    template <class Action> bool attempt(Action const& action)
+    {
+        try {
+            action();
+            return true;
+        } catch (InputError const& error) {
+            complaints += error.message();
+            return false;
+        }
+    }
+};
+
+char const* kindOf(QString const& /*value*/)
+{
+    return "a text";
 }
+char const* kindOf(int /*value*/)
+{
+    return "a number of days";
+}
+
+/// Takes over one field that a page has edited.
+struct Edit : Fields<Edit, DElement>
+{
+    QString const& tool;
+    QString const& key;
+    QVariant const& edited;
+    DElement* record; ///< null: looks only whether the edit can be taken
+    bool isKnown = false;
+
+    Edit(QString const& of, QString const& field, QVariant const& value, DElement* in)
+        : tool(of)
+        , key(field)
+        , edited(value)
+        , record(in)
+    {}
+
+    template <class Place, class Format>
+    void visit(Field const& field, Place const& place, Format const& format)
+    {
+        if (key != QLatin1String(field.key))
+            return;
+        isKnown = true;
+        using Value = decltype(valueOf(DElement(), place));
+        if (edited.userType() != qMetaTypeId<Value>() || format.problemIn(edited.value<Value>()))
+            throw InputError(QStringLiteral("maintenance of \"%1\": \"%2\" must be %3, not %4 (%5)")
+                                 .arg(shown(tool), key, QLatin1String(kindOf(Value())), shown(toText(edited)),
+                                      QLatin1String(edited.typeName())));
+        // A script does not know a null text; what the page has put into the record does.
+        if (record && valueOf(*record, place) != edited.value<Value>())
+            setValue(*record, place, edited.value<Value>());
+    }
+};
+
+/// Writes the edited fields into a record of a file.
+struct WriteEdited : Fields<WriteEdited, DElement>
+{
+    DElement const& record;
+    QSet<QString> const& edited;
+    Json& json;
+
+    WriteEdited(DElement const& from, QSet<QString> const& keys, Json& to)
+        : record(from)
+        , edited(keys)
+        , json(to)
+    {}
+
+    template <class Place, class Format>
+    void visit(Field const& field, Place const& place, Format const& format)
+    {
+        if (edited.contains(QString::fromLatin1(field.key)))
+            json[field.key] = format.write(valueOf(record, place));
+    }
+};
 
 // The file as it is now, with whatever else somebody wrote into it.
 Json contentOf(QString const& fileName)
@@ -147,25 +200,12 @@ void MaintenanceRecords::read(QString const& tool, JsonInput const& input)
 {
     auto const record = QSharedPointer<DElement>::create();
     m_records.insert(tool, record);
-    auto const attempt = [this](auto const& action) {
-        try {
-            action();
-            return true;
-        } catch (InputError const& error) {
-            m_complaints += error.message();
-            return false;
-        }
-    };
+    ReadWhatIsRight visitor(input, *record, m_complaints);
     // What is no record has no fields to complain about one by one.
-    if (!attempt([&input] { input.keys(); }))
+    if (!visitor.attempt([&input] { input.keys(); }))
         return;
-    attempt([&input] { input.allowKeys(fieldKeys()); });
-    for (auto const& field : fields()) {
-        attempt([&] {
-            if (input.has(field.key))
-                field.fromFile(*record, input.at(field.key));
-        });
-    }
+    visitor.attempt([&input] { input.allowKeys(RecordFormat::keys()); });
+    RecordFormat::fields(visitor);
 }
 
 QSharedPointer<DElement> MaintenanceRecords::record(QString const& tool)
@@ -178,21 +218,19 @@ QSharedPointer<DElement> MaintenanceRecords::record(QString const& tool)
 
 void MaintenanceRecords::edit(QString const& tool, QVariantMap const& parameters)
 {
-    for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
-        Field const* const field = findField(it.key());
-        if (!field)
-            throw InputError(QStringLiteral("maintenance of \"%1\": unknown parameter \"%2\"")
-                                 .arg(shown(tool), shown(it.key())));
-        if (!field->fits(it.value()))
-            throw InputError(QStringLiteral("maintenance of \"%1\": \"%2\" must be %3, not %4 (%5)")
-                                 .arg(shown(tool), it.key(), QLatin1String(field->kind),
-                                      shown(toText(it.value())), QLatin1String(it.value().typeName())));
-    }
-    auto const element = record(tool);
-    for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
-        findField(it.key())->set(*element, it.value());
+    auto const take = [&](DElement* record) {
+        for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
+            Edit visitor(tool, it.key(), it.value(), record);
+            RecordFormat::fields(visitor);
+            if (!visitor.isKnown)
+                throw InputError(QStringLiteral("maintenance of \"%1\": unknown parameter \"%2\"")
+                                     .arg(shown(tool), shown(it.key())));
+        }
+    };
+    take(nullptr);
+    take(record(tool).data());
+    for (auto it = parameters.cbegin(); it != parameters.cend(); ++it)
         m_edited[tool].insert(it.key());
-    }
 }
 
 bool MaintenanceRecords::save()
@@ -222,10 +260,8 @@ bool MaintenanceRecords::save()
         Json& tool = root[c_tools][it.key().toStdString()];
         if (!tool.is_null() && !tool.is_object())
             fail(QStringLiteral("there, \"%1\" is no record").arg(shown(it.key())));
-        for (auto const& field : fields()) {
-            if (it.value().contains(field.key))
-                tool[field.key.toStdString()] = toJson(field.get(*m_records.value(it.key())));
-        }
+        WriteEdited visitor(*m_records.value(it.key()), it.value(), tool);
+        RecordFormat::fields(visitor);
     }
 
     QByteArray const text = QByteArray::fromStdString(root.dump(4)) + '\n';
@@ -236,4 +272,19 @@ bool MaintenanceRecords::save()
         fail(why);
     m_edited.clear();
     return true;
+}
+
+QByteArray maintenanceSchema()
+{
+    Json const tools{{"type", "object"},
+                     {"description", "by their names"},
+                     {"additionalProperties", RecordFormat().schema()}};
+    return fileSchemaText(
+        {{"type", "object"},
+         {"properties", {{c_tools, tools}}},
+         {"required", {c_tools}},
+         {"additionalProperties", false}},
+        "Maintenance records",
+        QStringLiteral("docs/maintenance.md describes it. The day must be one that there is. The "
+                       "workplace tells what is not right in a record and leaves it as it stands."));
 }

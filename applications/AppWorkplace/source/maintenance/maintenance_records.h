@@ -55,3 +55,6 @@ private:
     QMap<QString, QSharedPointer<DElement>> m_records;
     QMap<QString, QSet<QString>> m_edited; ///< keys by tool
 };
+
+/// The JSON Schema of the records.
+QByteArray maintenanceSchema();

@@ -1,7 +1,7 @@
 #include "sequence.h"
 
 #include <files/input_error.h>
-#include <files/json_input.h>
+#include <files/object_format.h>
 #include <plugin_management/d_abstract_plugin.h>
 
 #include <QDir>
@@ -13,9 +13,135 @@
 namespace
 {
 
-constexpr qint64 c_longestWait = 24LL * 3600 * 1000;
-constexpr qint64 c_awaitTime = 10'000;
-constexpr int c_mostPulls = 10'000;
+using namespace format;
+
+constexpr Whole c_duration{0, 24LL * 3600 * 1000, "milliseconds"};
+constexpr Whole c_pulls{1, 10'000};
+
+struct OrderFormat : ObjectFormat<OrderFormat, OrderStep>
+{
+    template <class Fields> static void fields(Fields& fields)
+    {
+        fields.required(
+            "order", &OrderStep::command,
+            "orders a command and waits for its end; one that has a stop name goes on while the next steps "
+            "are done. Or ends every running command that has this stop name; then nothing else stands here");
+        fields.optional("parameters", &OrderStep::parameters, "by the names that the command declares",
+                        PlainMap());
+        fields.optional(
+            "expect", &OrderStep::expected,
+            "results, and the values that they must have in the end; not of a command that has a stop name",
+            PlainMap());
+        fields.optional("fails", &OrderStep::mustFail,
+                        "whether the order must fail; not of a command that has a stop name");
+    }
+};
+
+struct AwaitFormat : ObjectFormat<AwaitFormat, AwaitStep>
+{
+    template <class Fields> static void fields(Fields& fields)
+    {
+        fields.required("await", &AwaitStep::key, "waits until this result has a value");
+        fields.required("of", &AwaitStep::command, "the command, one that has a stop name and is running");
+        fields.required("value", &AwaitStep::value, "of a map the keys that are given count", PlainValue());
+        fields.optional("within", &AwaitStep::within, "", c_duration);
+    }
+};
+
+struct TightenFormat : ObjectFormat<TightenFormat, TightenStep>
+{
+    template <class Fields> static void fields(Fields& fields)
+    {
+        fields.required(
+            "tighten", &TightenStep::count,
+            "a person tightens so many screws: pulls the trigger, waits until the tool stops, takes half a "
+            "second to the next one; fails if the tool is set to loosen",
+            c_pulls);
+    }
+};
+
+struct TriggerFormat : ObjectFormat<TriggerFormat, TriggerStep>
+{
+    template <class Fields> static void fields(Fields& fields)
+    {
+        fields.required("trigger", &TriggerStep::count,
+                        "a person pulls the trigger so many times, whichever way the tool turns", c_pulls);
+    }
+};
+
+struct SwitchName
+{
+    PressStep::Switch value;
+    char const* name;
+    char const* meaning;
+};
+constexpr SwitchName c_switches[] = {{PressStep::Switch::Reverse, "reverse", "the direction switch"}};
+
+struct PressFormat : ObjectFormat<PressFormat, PressStep>
+{
+    template <class Fields> static void fields(Fields& fields)
+    {
+        fields.required("press", &PressStep::which, "a person presses a switch", OneOf("switch", c_switches));
+    }
+};
+
+struct WaitFormat : ObjectFormat<WaitFormat, WaitStep>
+{
+    template <class Fields> static void fields(Fields& fields)
+    {
+        fields.required("wait", &WaitStep::duration, "lets time pass, at most a day", c_duration);
+    }
+};
+
+using StepFormat = AnyOf<OrderFormat, AwaitFormat, TightenFormat, TriggerFormat, PressFormat, WaitFormat>;
+
+/// The tool's record as it goes with every order; a field that is absent is not given.
+struct ToolFormat : ObjectFormat<ToolFormat, QVariantMap>
+{
+    template <class Fields> static void fields(Fields& fields)
+    {
+        for (auto const* const key : {"name", "serialNumber", "validityDate"}) {
+            QString const name = QString::fromLatin1(key);
+            fields.optional(
+                key, Property{[name](QVariantMap const& tool) { return tool.value(name).toString(); },
+                              [name](QVariantMap& tool, QString const& text) { tool.insert(name, text); }});
+        }
+    }
+};
+
+struct FileName : Text
+{
+    static void read(JsonInput const& input, QString& value)
+    {
+        value = input.toText();
+        if (value.isEmpty())
+            input.fail(QStringLiteral("no file name given"));
+    }
+    static Json schema() { return {{"type", "string"}, {"minLength", 1}}; }
+};
+
+/// What stands in a sequence's file, before it is known what the plugin makes of it.
+struct SequenceFile
+{
+    QVariantMap tool;
+    QString controller;
+    std::vector<StepFormat::Value> steps;
+};
+
+struct SequenceFormat : ObjectFormat<SequenceFormat, SequenceFile>
+{
+    template <class Fields> static void fields(Fields& fields)
+    {
+        fields.optional("tool", &SequenceFile::tool,
+                        "the tool's record; every order gets it with its parameters", ToolFormat());
+        fields.optional(
+            "controller", &SequenceFile::controller,
+            "the set-up of the controller to simulate, relative to this file; without it a default "
+            "controller; `--controller` overrides it",
+            FileName());
+        fields.required("steps", &SequenceFile::steps, "done one after the other", ListOf{StepFormat()});
+    }
+};
 
 QStringList keysOf(QList<DDeclaration> const& declarations)
 {
@@ -58,9 +184,9 @@ QVariantMap readParameters(JsonInput const& input, QList<DDeclaration> const& de
     return values;
 }
 
-// What a result really holds is the device's affair and may differ from its tag, so its
-// value is taken as it stands.
-QVariantMap readExpected(JsonInput const& input, QList<DDeclaration> const& declared)
+// What a result really holds is the device's affair and may differ from its tag, so its value is taken as it
+// stands.
+void checkResults(JsonInput const& input, QList<DDeclaration> const& declared)
 {
     auto const known = keysOf(declared);
     auto const keys = input.keys();
@@ -71,140 +197,96 @@ QVariantMap readExpected(JsonInput const& input, QList<DDeclaration> const& decl
                     ? QStringLiteral("the command has no results")
                     : QStringLiteral("unknown result, known are %1").arg(known.join(QStringLiteral(", "))));
     }
-    return input.toVariantMap();
 }
 
-Sequence::Step readOrder(JsonInput const& step, DAbstractPlugin const& plugin, QString const& folder)
+/// Checks a step against the commands of the plugin. @p input is where it stands.
+Sequence::Step checked(OrderStep step, JsonInput const& input, DAbstractPlugin const& plugin,
+                       QString const& folder)
 {
     QString const order = QStringLiteral("order");
     QString const parameters = QStringLiteral("parameters");
     QString const expect = QStringLiteral("expect");
-    QString const fails = QStringLiteral("fails");
+    QString const filePath = QStringLiteral("filePath");
 
-    QString const name = step.at(order).toText();
-    ICommand const* const command = plugin.commandPrototype(name);
+    ICommand const* const command = plugin.commandPrototype(step.command);
     if (!command) {
         auto const known = plugin.getFunctions(true);
-        if (!known.contains(name))
-            step.at(order).fail(QStringLiteral("unknown order \"%1\", known are %2")
-                                    .arg(shown(name), known.join(QStringLiteral(", "))));
-        step.allowKeys({order});
-        return StopStep{name};
+        if (!known.contains(step.command))
+            input.at(order).fail(QStringLiteral("unknown order \"%1\", known are %2")
+                                     .arg(shown(step.command), known.join(QStringLiteral(", "))));
+        input.allowKeys({order});
+        return StopStep{step.command};
     }
 
-    step.allowKeys({order, parameters, expect, fails});
     auto const declared = command->commandArguments();
-    OrderStep read{name, {}, {}, step.has(fails) && step.at(fails).toBool()};
-    if (step.has(parameters))
-        read.parameters = readParameters(step.at(parameters), declared.parameters);
-    // Like the controller's set-up, a file is looked for beside the
-    // sequence, wherever the program was started.
-    QString const filePath = QStringLiteral("filePath");
-    QString const given = read.parameters.value(filePath).toString();
+    if (input.has(parameters))
+        step.parameters = readParameters(input.at(parameters), declared.parameters);
+    // Like the controller's set-up, a file is looked for beside the sequence, wherever the program was
+    // started.
+    QString const given = step.parameters.value(filePath).toString();
     if (!given.isEmpty())
-        read.parameters[filePath] = QDir(folder).filePath(given);
-    for (auto const& key : {expect, fails}) {
-        if (step.has(key) && command->isRecurrent())
-            step.at(key).fail(
-                QStringLiteral("\"%1\" runs until it is stopped; await its results").arg(shown(name)));
+        step.parameters[filePath] = QDir(folder).filePath(given);
+    for (auto const& key : {expect, QStringLiteral("fails")}) {
+        if (input.has(key) && command->isRecurrent())
+            input.at(key).fail(QStringLiteral("\"%1\" runs until it is stopped; await its results")
+                                   .arg(shown(step.command)));
     }
-    if (step.has(expect))
-        read.expected = readExpected(step.at(expect), declared.results);
-    return read;
+    if (input.has(expect))
+        checkResults(input.at(expect), declared.results);
+    return step;
 }
 
-Sequence::Step readAwait(JsonInput const& step, DAbstractPlugin const& plugin)
+Sequence::Step checked(AwaitStep const& step, JsonInput const& input, DAbstractPlugin const& plugin,
+                       QString const& /*folder*/)
 {
-    QString const await = QStringLiteral("await");
-    QString const of = QStringLiteral("of");
-    QString const value = QStringLiteral("value");
-    QString const within = QStringLiteral("within");
-    step.allowKeys({await, of, value, within});
-    AwaitStep read{step.at(of).toText(), step.at(await).toText(), step.at(value).toVariant(), c_awaitTime};
-    ICommand const* const command = plugin.commandPrototype(read.command);
+    ICommand const* const command = plugin.commandPrototype(step.command);
     if (!command || !command->isRecurrent())
-        step.at(of).fail(
-            QStringLiteral("\"%1\" is no command that runs until it is stopped").arg(shown(read.command)));
+        input.at(QStringLiteral("of"))
+            .fail(QStringLiteral("\"%1\" is no command that runs until it is stopped")
+                      .arg(shown(step.command)));
     auto const known = keysOf(command->commandArguments().results);
-    if (!known.contains(read.key))
-        step.at(await).fail(
-            QStringLiteral("unknown result, known are %1").arg(known.join(QStringLiteral(", "))));
-    if (step.has(within))
-        read.within = step.at(within).toInteger(0, c_longestWait);
-    return read;
+    if (!known.contains(step.key))
+        input.at(QStringLiteral("await"))
+            .fail(QStringLiteral("unknown result, known are %1").arg(known.join(QStringLiteral(", "))));
+    return step;
 }
 
-Sequence::Step readTrigger(JsonInput const& step, QString const& key, bool mustFasten)
+template <class Step>
+Sequence::Step checked(Step const& step, JsonInput const& /*input*/, DAbstractPlugin const& /*plugin*/,
+                       QString const& /*folder*/)
 {
-    step.allowKeys({key});
-    return TriggerStep{static_cast<int>(step.at(key).toInteger(1, c_mostPulls)), mustFasten};
-}
-
-Sequence::Step readStep(JsonInput const& step, DAbstractPlugin const& plugin, QString const& folder)
-{
-    QString const wait = QStringLiteral("wait");
-    QString const tighten = QStringLiteral("tighten");
-    QString const trigger = QStringLiteral("trigger");
-    QString const press = QStringLiteral("press");
-    if (step.has(QStringLiteral("order")))
-        return readOrder(step, plugin, folder);
-    if (step.has(QStringLiteral("await")))
-        return readAwait(step, plugin);
-    if (step.has(tighten))
-        return readTrigger(step, tighten, true);
-    if (step.has(trigger))
-        return readTrigger(step, trigger, false);
-    if (step.has(press)) {
-        step.allowKeys({press});
-        if (step.at(press).toText() != QLatin1String("reverse"))
-            step.at(press).fail(QStringLiteral("must be \"reverse\""));
-        return ReverseStep{};
-    }
-    if (!step.has(wait))
-        step.fail(QStringLiteral("must have one of the keys order, await, tighten, trigger, press, wait"));
-    step.allowKeys({wait});
-    return WaitStep{step.at(wait).toInteger(0, c_longestWait)};
-}
-
-QVariantMap readTool(JsonInput const& input)
-{
-    QStringList const keys{QStringLiteral("name"), QStringLiteral("serialNumber"),
-                           QStringLiteral("validityDate")};
-    input.allowKeys(keys);
-    QVariantMap tool;
-    for (auto const& key : keys) {
-        if (input.has(key))
-            tool.insert(key, input.at(key).toText());
-    }
-    return tool;
+    return step;
 }
 
 } // namespace
 
 Sequence readSequence(QString const& fileName, DAbstractPlugin const& plugin)
 {
-    QString const tool = QStringLiteral("tool");
-    QString const controller = QStringLiteral("controller");
-    QString const steps = QStringLiteral("steps");
-
     auto const root = JsonInput::fromFile(fileName);
-    root.allowKeys({tool, controller, steps});
+    SequenceFile file;
+    SequenceFormat().read(root, file);
     QString const folder = QFileInfo(fileName).path();
 
     Sequence sequence;
-    if (root.has(tool))
-        sequence.tool = readTool(root.at(tool));
-    if (root.has(controller) && root.at(controller).toText().isEmpty())
-        root.at(controller).fail(QStringLiteral("no file name given"));
-    if (root.has(controller))
-        sequence.controllerFile = QDir(folder).filePath(root.at(controller).toText());
-    auto const list = root.at(steps).items();
-    for (auto const& step : list)
-        sequence.steps.push_back(readStep(step, plugin, folder));
+    sequence.tool = file.tool;
+    if (!file.controller.isEmpty())
+        sequence.controllerFile = QDir(folder).filePath(file.controller);
+    auto const inputs = root.at(QStringLiteral("steps")).items();
+    for (std::size_t i = 0; i < inputs.size(); ++i)
+        sequence.steps.push_back(std::visit(
+            [&](auto const& step) { return checked(step, inputs[i], plugin, folder); }, file.steps[i]));
     for (auto const& step : sequence.steps) {
         auto const* const order = std::get_if<OrderStep>(&step);
         if (order && order->parameters.contains(QStringLiteral("filePath")))
             sequence.files += order->parameters.value(QStringLiteral("filePath")).toString();
     }
     return sequence;
+}
+
+QByteArray sequenceSchema()
+{
+    return fileSchemaText(SequenceFormat().schema(), "Work sequence",
+                          QStringLiteral("docs/sequences.md describes it. What an order, its parameters and "
+                                         "its results must be depends on "
+                                         "the plugin."));
 }

@@ -23,16 +23,24 @@ struct StopStep
 {
     QString stopCommand;
 };
-/// A person presses the direction switch at the tool.
-struct ReverseStep
+/// A person tightens screws. Fails if the tool is set to loosen.
+struct TightenStep
 {
+    int count = 1;
 };
-/// A person pulls the trigger, a number of times.
+/// A person pulls the trigger a number of times, whichever way the tool turns.
 struct TriggerStep
 {
     int count = 1;
-    /// Whether the tool must be set to fasten.
-    bool mustFasten = false;
+};
+/// A person presses a switch at the tool.
+struct PressStep
+{
+    enum class Switch
+    {
+        Reverse,
+    };
+    Switch which = Switch::Reverse;
 };
 /// Waits until a result of a running command has a value. Of a map, the keys that are given count.
 struct AwaitStep
@@ -40,7 +48,7 @@ struct AwaitStep
     QString command;
     QString key;
     QVariant value;
-    qint64 within = 0; ///< milliseconds
+    qint64 within = 10'000; ///< milliseconds
 };
 /// Lets time pass, in milliseconds.
 struct WaitStep
@@ -51,7 +59,7 @@ struct WaitStep
 /// What a work sequence does, one step after the other.
 struct Sequence
 {
-    using Step = std::variant<OrderStep, StopStep, ReverseStep, TriggerStep, AwaitStep, WaitStep>;
+    using Step = std::variant<OrderStep, StopStep, AwaitStep, TightenStep, TriggerStep, PressStep, WaitStep>;
 
     std::vector<Step> steps;
     /// The tool's record: "name", "serialNumber", "validityDate". Every order gets it with its parameters.
@@ -65,3 +73,6 @@ struct Sequence
 /// Reads a work sequence (docs/sequences.md) and checks the whole of it against the commands of @p plugin:
 /// names, parameters and their type tags, results. InputError if anything is not right.
 Sequence readSequence(QString const& fileName, DAbstractPlugin const& plugin);
+
+/// The JSON Schema of a work sequence.
+QByteArray sequenceSchema();

@@ -71,7 +71,7 @@ bool SequenceRunner::perform(StopStep const& step)
     return m_tool.stop(step.stopCommand) > 0;
 }
 
-bool SequenceRunner::perform(ReverseStep const& /*step*/)
+bool SequenceRunner::perform(PressStep const& /*step*/)
 {
     m_controller.pressReverse();
     m_events.publish(PersonActed{QStringLiteral("presses reverse"),
@@ -80,12 +80,17 @@ bool SequenceRunner::perform(ReverseStep const& /*step*/)
     return true;
 }
 
-bool SequenceRunner::perform(TriggerStep const& step)
+bool SequenceRunner::perform(TightenStep const& step)
 {
-    if (step.mustFasten && m_controller.state().isReverse) {
+    if (m_controller.state().isReverse) {
         m_events.publish(WaitFailed{QStringLiteral("the tool is set to loosen, it cannot tighten")});
         return false;
     }
+    return perform(TriggerStep{step.count});
+}
+
+bool SequenceRunner::perform(TriggerStep const& step)
+{
     for (int i = 0; i < step.count; ++i) {
         auto const duration = m_controller.pullTrigger();
         m_events.publish(PersonActed{QStringLiteral("pulls the trigger"),

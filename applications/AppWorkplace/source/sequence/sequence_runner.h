@@ -23,9 +23,10 @@ public:
 private:
     bool perform(OrderStep const& step);
     bool perform(StopStep const& step);
-    bool perform(ReverseStep const& step);
-    bool perform(TriggerStep const& step);
     bool perform(AwaitStep const& step);
+    bool perform(TightenStep const& step);
+    bool perform(TriggerStep const& step);
+    bool perform(PressStep const& step);
     bool perform(WaitStep const& step);
     void letPass(qint64 duration);
     bool meetsExpectations(Order const& order, QVariantMap const& expected) const;

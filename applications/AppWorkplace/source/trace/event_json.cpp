@@ -1,131 +1,98 @@
 #include "event_json.h"
 
-#include <files/variant_json.h>
+#include <files/input_error.h>
+#include <files/object_format.h>
+
+#include <optional>
+#include <type_traits>
 
 namespace
 {
 
-using Json = nlohmann::ordered_json;
+using format::Json;
 
-std::string text(QString const& string)
+template <class Event> struct EventFormat : format::ObjectFormat<EventFormat<Event>, Event>
 {
-    return string.toStdString();
-}
-
-struct ToJson
-{
-    Json operator()(RunStarted const& event) const
-    {
-        return {{"event", "begin"},
-                {"format", c_traceFormat},
-                {"plugin", text(event.plugin)},
-                {"version", text(event.version)},
-                {"controller", text(event.controller)},
-                {"start", text(event.start.toString(QLatin1String(c_traceDateFormat)))}};
-    }
-    Json operator()(OrderStarted const& event) const
-    {
-        return {{"event", "order"},
-                {"order", event.order},
-                {"command", text(event.command)},
-                {"parameters", toJson(event.parameters)}};
-    }
-    Json operator()(StopOrdered const& event) const
-    {
-        return {{"event", "stop"}, {"command", text(event.stopCommand)}, {"running", event.running}};
-    }
-    Json operator()(AllStopped const& event) const
-    {
-        return {{"event", "stopAll"}, {"running", event.running}};
-    }
-    Json operator()(InstructionPosted const& event) const
-    {
-        return {{"event", "instruction"},
-                {"order", event.order},
-                {"instruction", event.instruction},
-                {"target", text(event.content.target)},
-                {"name", text(event.content.name)},
-                {"arguments", toJson(event.content.arguments)},
-                {"timeAllowance", event.content.timeAllowance}};
-    }
-    Json operator()(InstructionFailed const& event) const
-    {
-        return {{"event", "notDelivered"},          {"order", event.order},
-                {"instruction", event.instruction}, {"name", text(event.name)},
-                {"reason", text(event.reason)},     {"goesOn", event.goesOn}};
-    }
-    Json operator()(InstructionWithdrawn const& event) const
-    {
-        return {{"event", "withdrawn"}, {"order", event.order}, {"instruction", event.instruction}};
-    }
-    Json operator()(ReplyArrived const& event) const
-    {
-        return {{"event", "reply"},
-                {"order", event.order},
-                {"instruction", event.instruction},
-                {"reply", toJson(event.reply)}};
-    }
-    Json operator()(ReplyDropped const& event) const
-    {
-        return {{"event", "dropped"}, {"order", event.order}, {"instruction", event.instruction}};
-    }
-    Json operator()(ResultUpdated const& event) const
-    {
-        return {{"event", "result"},
-                {"order", event.order},
-                {"key", text(event.key)},
-                {"value", toJson(event.value)}};
-    }
-    Json operator()(OrderFinished const& event) const
-    {
-        Json json{{"event", "finished"},
-                  {"order", event.order},
-                  {"command", text(event.command)},
-                  {"success", event.success}};
-        if (!event.success)
-            json["message"] = text(event.message);
-        return json;
-    }
-    Json operator()(PersonActed const& event) const
-    {
-        Json json{{"event", "person"}, {"action", text(event.what)}};
-        if (!event.effect.isEmpty())
-            json["effect"] = text(event.effect);
-        return json;
-    }
-    Json operator()(WaitFailed const& event) const
-    {
-        return {{"event", "waitFailed"}, {"message", text(event.message)}};
-    }
-    Json operator()(ExpectationMissed const& event) const
-    {
-        return {{"event", "unexpected"},
-                {"order", event.order},
-                {"key", text(event.key)},
-                {"expected", toJson(event.expected)},
-                {"actual", toJson(event.actual)}};
-    }
-    Json operator()(LogWritten const& event) const
-    {
-        return {{"event", "log"}, {"level", text(event.level)}, {"text", text(event.text)}};
-    }
-    Json operator()(RunFinished const& event) const
-    {
-        return {{"event", "end"},
-                {"done", event.done},
-                {"failed", event.failed},
-                {"notRun", event.notRun},
-                {"droppedReplies", event.droppedReplies}};
-    }
+    template <class Fields> static void fields(Fields& fields) { Event::fields(fields); }
 };
+
+QString const c_time = QStringLiteral("time");
+QString const c_event = QStringLiteral("event");
+// Far beyond any run, and far from an overflow.
+format::Whole const c_timeFormat{0, qint64(1) << 53, "milliseconds"};
+
+/// Calls a function with a new event of each kind, until it answers true.
+template <class... Events, class Function>
+bool anyKind(std::variant<Events...> const* /*events*/, Function const& function)
+{
+    return (function(Events()) || ...);
+}
+template <class Function> bool anyKind(Function const& function)
+{
+    return anyKind(static_cast<RunEvent const*>(nullptr), function);
+}
 
 } // namespace
 
 Json toJson(qint64 time, RunEvent const& event)
 {
-    Json json{{"time", time}};
-    json.update(std::visit(ToJson(), event));
+    Json json{{"time", time}, {"event", kindOf(event).name}};
+    std::visit([&json](auto const& one) { EventFormat<std::decay_t<decltype(one)>>::writeFields(one, json); },
+               event);
     return json;
+}
+
+std::pair<qint64, RunEvent> toEvent(JsonInput const& json)
+{
+    JsonInput const kind = json.at(c_event);
+    QString const name = kind.toText();
+    std::pair<qint64, RunEvent> read;
+    QStringList known{c_event};
+    bool const isKnown = anyKind([&](auto event) {
+        using Format = EventFormat<decltype(event)>;
+        if (name != QLatin1String(event.c_kind.name))
+            return false;
+        Format::readFields(json, event); // first of all, for a newer format may have other keys
+        known += Format::keys();
+        read.second = event;
+        return true;
+    });
+    if (!isKnown)
+        kind.fail(QStringLiteral("unknown event \"%1\"").arg(shown(name)));
+    c_timeFormat.read(json.at(c_time), read.first);
+    json.allowKeys(known += c_time);
+    return read;
+}
+
+QByteArray traceLineSchema()
+{
+    Json names = Json::array();
+    Json kinds = Json::array();
+    anyKind([&](auto event) {
+        Json kind = EventFormat<decltype(event)>::openSchema();
+        kind["description"] =
+            std::string(event.c_kind.meaning) + (event.c_kind.isOfTracesAlone ? " (only in a trace)" : "");
+        kind["properties"]["event"] = {{"const", event.c_kind.name}};
+        names.push_back(event.c_kind.name);
+        kinds.push_back(kind);
+        return false;
+    });
+    Json time = c_timeFormat.schema();
+    time["description"] = "milliseconds since the start";
+    Json const schema{{"type", "object"},
+                      {"properties", {{"time", time}, {"event", {{"enum", names}}}}},
+                      {"required", {"time", "event"}},
+                      {"oneOf", kinds},
+                      {"unevaluatedProperties", false},
+                      {"$defs", format::typedDefinitions()}};
+    return format::fileSchemaText(
+        schema, "A line of a trace",
+        QStringLiteral(
+            "docs/traces.md describes it; also a line of what `workplace run --json` prints. No schema can "
+            "say that begin stands on the first line alone and end on the last, that the time never goes "
+            "back, that orders and instructions are counted from 1, that what is about an instruction "
+            "names its order, that a day must be one that there is, and that a value must be one of the "
+            "type that it names."));
 }
 
 QByteArray toLine(Json const& json)

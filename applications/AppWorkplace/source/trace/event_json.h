@@ -6,15 +6,16 @@
 
 #include <nlohmann/json.hpp>
 
-/// The format of a trace, as its first line tells it. It grows when a program that reads the format before
-/// could not make sense of the new one.
-constexpr int c_traceFormat = 1;
-
-/// When a run began, as the clock on the wall showed it.
-inline constexpr char const* c_traceDateFormat = "yyyy-MM-ddTHH:mm:ss.zzz";
+#include <utility>
 
 /// An event as one JSON object, its time in milliseconds and its kind first.
 nlohmann::ordered_json toJson(qint64 time, RunEvent const& event);
+
+/// The time and the event that toJson() has written. InputError if it is not right.
+std::pair<qint64, RunEvent> toEvent(JsonInput const& json);
+
+/// The JSON Schema of a line of a trace.
+QByteArray traceLineSchema();
 
 /// One line of JSON text, with its newline.
 QByteArray toLine(nlohmann::ordered_json const& json);

@@ -16,33 +16,16 @@
 namespace
 {
 
-template <class Event, class... Events> constexpr bool isOneOf()
-{
-    return (std::is_same_v<Event, Events> || ...);
-}
-
-/// What is done to the plugin. The beginning counts as well: a library may have something to log.
 bool isCause(RunEvent const& event)
 {
-    return std::visit(
-        [](auto const& one) {
-            return isOneOf<std::decay_t<decltype(one)>, RunStarted, OrderStarted, StopOrdered, AllStopped,
-                           ReplyArrived, RunFinished>();
-        },
-        event);
+    return kindOf(event).role == ReplayRole::Cause;
 }
 
-/// What the plugin does.
+/// What came of it. Traces of a debug build do not count.
 bool isOutcome(RunEvent const& event)
 {
-    if (auto const* const log = std::get_if<LogWritten>(&event))
-        return log->level != QLatin1String("debug");
-    return std::visit(
-        [](auto const& one) {
-            return isOneOf<std::decay_t<decltype(one)>, InstructionPosted, InstructionFailed,
-                           InstructionWithdrawn, ReplyDropped, ResultUpdated, OrderFinished>();
-        },
-        event);
+    auto const* const log = std::get_if<LogWritten>(&event);
+    return kindOf(event).role == ReplayRole::Outcome && !(log && log->level == QtDebugMsg);
 }
 
 /// The instruction that an event is about, and its order.
@@ -52,12 +35,19 @@ struct AboutInstruction
     quint64& id;
 };
 
+template <class Event, class = void> struct IsAboutInstruction : std::false_type
+{
+};
+template <class Event>
+struct IsAboutInstruction<Event, std::void_t<decltype(Event::instruction)>> : std::true_type
+{
+};
+
 std::optional<AboutInstruction> aboutInstruction(RunEvent& event)
 {
     return std::visit(
         [](auto& one) -> std::optional<AboutInstruction> {
-            if constexpr (isOneOf<std::decay_t<decltype(one)>, InstructionPosted, InstructionFailed,
-                                  InstructionWithdrawn, ReplyArrived, ReplyDropped>())
+            if constexpr (IsAboutInstruction<std::decay_t<decltype(one)>>())
                 return AboutInstruction{one.order, one.instruction};
             return std::nullopt;
         },
