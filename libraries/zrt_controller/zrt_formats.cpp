@@ -35,7 +35,7 @@ struct PresetFormat : ObjectFormat<PresetFormat, ZrtPreset>
         fields.optional("targetAngle", &ZrtPreset::targetAngle, "the target of angle control", angle);
         fields.optional("minAngle", &ZrtPreset::minAngle, "the target must not come before",
                         Whole{0, 100'000, c_degrees});
-        fields.optional("maxAngle", &ZrtPreset::maxAngle, "nor after", angle);
+        fields.optional("maxAngle", &ZrtPreset::maxAngle, "the target must not come after", angle);
         fields.optional("speed", &ZrtPreset::speed, "while tightening", speed);
         fields.optional("freeSpeed", &ZrtPreset::freeSpeed, "while running down", speed);
         fields.optional("maxTime", &ZrtPreset::maxTime, "then the tool stops",
@@ -335,8 +335,8 @@ struct SetupFormat : ObjectFormat<SetupFormat, ZrtSetup>
             };
         };
         fields.optional(
-            "identity", [](auto& setup) -> auto& { return setup.state; }, "what getInfo tells",
-            IdentityFormat());
+            "identity", [](auto& setup) -> auto& { return setup.state; },
+            "what the instruction \"getInfo\" answers", IdentityFormat());
         fields.optional("lock", state(&ZrtState::lock), "0 free, 1 all locked, 2 loosening locked",
                         Whole{ZrtState::Free, ZrtState::LooseningLocked});
         fields.optional("screenLocked", state(&ZrtState::isScreenLocked), "whether the screen is locked");

@@ -44,8 +44,8 @@ int run(int& argc, char** argv, std::optional<QCoreApplication>& application)
     app.require_subcommand(1);
     app.set_version_flag("--version", "workplace " WORKPLACE_VERSION);
     std::vector<Verb> const verbs{
-        inspectVerb(app), runVerb(app), replayVerb(app), panelVerb(app, application, argc, argv),
-        explainVerb(app),
+        inspectVerb(app), runVerb(app),    replayVerb(app), panelVerb(app, application, argc, argv),
+        explainVerb(app), schemaVerb(app),
     };
     try {
         auto const isAsked = [argv](Verb const& verb) { return verb.app->get_name() == argv[1]; };

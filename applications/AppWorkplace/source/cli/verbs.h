@@ -26,6 +26,7 @@ Verb explainVerb(CLI::App& program);
 Verb inspectVerb(CLI::App& program);
 Verb runVerb(CLI::App& program);
 Verb replayVerb(CLI::App& program);
+Verb schemaVerb(CLI::App& program);
 /// Replaces the application object by one that knows of windows; the arguments are main's own.
 Verb panelVerb(CLI::App& program, std::optional<QCoreApplication>& application, int& argc, char** argv);
 

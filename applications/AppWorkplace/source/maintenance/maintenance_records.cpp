@@ -277,7 +277,7 @@ bool MaintenanceRecords::save()
 QByteArray maintenanceSchema()
 {
     Json const tools{{"type", "object"},
-                     {"description", "by their names"},
+                     {"description", "the records, by the names of the tools"},
                      {"additionalProperties", RecordFormat().schema()}};
     return fileSchemaText(
         {{"type", "object"},
