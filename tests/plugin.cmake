@@ -64,8 +64,38 @@ add_zrt_class_test(channel_list_model)
 add_zrt_class_test(maintenance_backend)
 add_zrt_class_test(tool_channel)
 
+# All command classes, as the plugin's headers have them: a header that includes them and lists their names.
+set(plugin_source "${PROJECT_SOURCE_DIR}/plugins/p_tool_vesk_zrt/source")
+set(command_classes_folder "${CMAKE_CURRENT_BINARY_DIR}/command_classes")
+function(make_command_classes)
+    file(GLOB headers CONFIGURE_DEPENDS "${plugin_source}/d_cmd_*.h")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${headers})
+    foreach(header IN LISTS headers)
+        file(STRINGS "${header}" class REGEX "^class .* : public DAbstractCommand")
+        if(NOT class MATCHES "^class (DCmd[A-Za-z]+) [^;]*$")
+            message(FATAL_ERROR "${header} must have one command class, DCmd…; found: '${class}'")
+        endif()
+        list(APPEND classes ${CMAKE_MATCH_1})
+        cmake_path(GET header FILENAME name)
+        string(APPEND includes "#include \"${name}\"\n")
+    endforeach()
+    if(NOT classes)
+        message(FATAL_ERROR "no d_cmd_*.h in ${plugin_source}")
+    endif()
+    list(JOIN classes ", " classes)
+    file(CONFIGURE OUTPUT "${command_classes_folder}/command_classes.h" @ONLY CONTENT
+"#pragma once
+
+@includes@
+template <class... Commands> struct Classes
+{};
+using CommandClasses = Classes<@classes@>;
+")
+endfunction()
+make_command_classes()
+
 # The library hides its command classes. What of them no host reaches is tested on what the library is linked from.
 add_zrt_test(command_classes
     LIBRARIES WorkstationSdk::plugin_management WorkstationSdk::utilities Qt5::Qml
     SOURCES $<TARGET_OBJECTS:p_tool_vesk_zrt>)
-target_include_directories(tst_command_classes PRIVATE "${PROJECT_SOURCE_DIR}/plugins/p_tool_vesk_zrt/source")
+target_include_directories(tst_command_classes PRIVATE "${plugin_source}" "${command_classes_folder}")

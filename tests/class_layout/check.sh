@@ -35,8 +35,7 @@ case $room in
         ;;
     plugin)
         data=1
-        classes=(PToolVeskZrt DCmdStartTightening DCmdStopTightening DCmdEventListen DCmdGetDirection DCmdInitZrt
-            DCmdRestore DCmdTriggerListen DCmdGetPresetInfo BeMaintenanceToolZrt DZrtToolChannel
+        classes=(PToolVeskZrt BeMaintenanceToolZrt DZrtToolChannel
             "__qobjectsqmllist::QObjectListModelBase<DZrtToolChannel>" OLM_DZrtToolChannel)
         ;;
     *)
@@ -48,6 +47,15 @@ esac
 rm -rf "$work"
 mkdir -p "$work"
 "$compiler" -std=c++17 -fPIC -fsyntax-only -fdump-lang-class="$work/dump.txt" "$@" "$here/$room.cpp"
+if [ "$room" = plugin ]; then
+    # The commands are those whose headers CMake has found, in their order.
+    mapfile -t commands < <(sed -n 's/^Class \(DCmd[A-Za-z]*\)$/\1/p' "$work/dump.txt")
+    if [ ${#commands[@]} -eq 0 ]; then
+        echo "The compiler's dump says nothing about any command class."
+        exit 1
+    fi
+    classes+=("${commands[@]}")
+fi
 awk -v classes="${classes[*]}" -v data=$data -f "$here/layout.awk" "$work/dump.txt" | "$cxxfilt" |
     sed -e 's/Probe//g' -e 's/non-virtual thunk to //' >"$work/layout.txt"
 
