@@ -23,6 +23,16 @@ QString declaration(char const* kind, QString const& key, QString const& typeTag
 
 WorkOrder::~WorkOrder() = default;
 
+quint64 WorkOrder::lastPosted(QString const& instruction) const
+{
+    quint64 last = 0;
+    for (auto const& [name, instructionId] : posted) {
+        if (name == instruction)
+            last = instructionId;
+    }
+    return last;
+}
+
 DAbstractCommand::DAbstractCommand(QString const& commandName, QMap<QString, QVariant> const& parameters,
                                    QObject* parent)
     : DAbstractCommand(commandName, QString(), parameters, parent)
@@ -128,7 +138,7 @@ quint64 DAbstractCommand::addInstruction(
     quint64 const id = nextId();
     m_waiting.insert({id, {instruction, std::move(onReply)}});
     if (m_order)
-        m_order->lastPosted.insert(instruction, id);
+        m_order->posted.append({instruction, id});
     note(QStringLiteral("%1 %2 %3 %4")
              .arg(target, instruction, convVariantMapToString(arguments), QString::number(timeAllowance)));
     return id;
