@@ -4,33 +4,31 @@
 #include <QSignalSpy>
 #include <QTest>
 
-/// What the shipped plugin offers: its commands with everything that they declare, and what all of them have
-/// in common.
+/// What all commands of the shipped plugin have in common. What each of them declares is pinned by
+/// tests/data/workplace/inspect.jsonl.
 class TestCatalogue : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void order();
     void announcement();
     void secondInitialisation();
+    void nullDefaults();
 
-    void declarations_data();
+    void declarations_data() { addCommandRows(); }
     void declarations();
-
-    void prototype_data() { rowPerCommand(); }
+    void metaObject_data() { addCommandRows(); }
+    void metaObject();
+    void prototype_data() { addCommandRows(); }
     void prototype();
-    void clone_data() { rowPerCommand(); }
+    void clone_data() { addCommandRows(); }
     void clone();
-    void cloneIsReleasedOnce_data() { rowPerCommand(); }
+    void cloneIsReleasedOnce_data() { addCommandRows(); }
     void cloneIsReleasedOnce();
-    void refusal_data() { rowPerCommand(); }
+    void refusal_data() { addCommandRows(); }
     void refusal();
-    void instructionsGoToTheDevice_data() { rowPerCommand(); }
+    void instructionsGoToTheDevice_data() { addCommandRows(); }
     void instructionsGoToTheDevice();
-
-private:
-    static void rowPerCommand();
 };
 
 namespace
@@ -38,114 +36,61 @@ namespace
 
 QUuid const c_object(QStringLiteral("{11111111-2222-4333-8444-555555555555}"));
 
-QStringList const c_names{
-    QStringLiteral("startTightening"), QStringLiteral("stopTightening"), QStringLiteral("startListening"),
-    QStringLiteral("getDirection"),    QStringLiteral("init"),           QStringLiteral("restore"),
-    QStringLiteral("listenTrigger"),   QStringLiteral("getPresetInfo"),
-};
-
-using Declarations = QList<DDeclaration>;
-
-QString const c_polling = QStringLiteral("Start polling current point state");
-
-DDeclaration declared(char const* key, char const* typeTag, char const* label, QVariant const& defaultValue)
-{
-    return {QString::fromLatin1(key), QString::fromLatin1(typeTag), QString::fromLatin1(label), defaultValue};
-}
-
 } // namespace
-
-Q_DECLARE_METATYPE(DDeclaration)
-
-void TestCatalogue::rowPerCommand()
-{
-    QTest::addColumn<QString>("name");
-    for (auto const& name : c_names)
-        QTest::newRow(qPrintable(name)) << name;
-}
-
-void TestCatalogue::order()
-{
-    auto const instance = ShippedPlugin().makeInstance(c_object);
-    QCOMPARE(instance->commandNames(), QStringList());
-    instance->initPluginCommands();
-    QCOMPARE(instance->commandNames(), c_names);
-}
 
 void TestCatalogue::announcement()
 {
     auto const instance = ShippedPlugin().makeInstance(c_object);
+    QCOMPARE(instance->commandNames(), QStringList());
     QSignalSpy const done(instance.get(), &DAbstractPlugin::sigCommandsInitDone);
     instance->initPluginCommands();
+    QVERIFY(!instance->commandNames().isEmpty());
     QCOMPARE(done.size(), 1);
     QCOMPARE(done[0][0].toUuid(), c_object);
-    QCOMPARE(done[0][1].toStringList(), c_names);
+    QCOMPARE(done[0][1].toStringList(), instance->commandNames());
 }
 
 void TestCatalogue::secondInitialisation()
 {
     auto const instance = ShippedPlugin().makeInstance(c_object);
     instance->initPluginCommands();
+    auto const names = instance->commandNames();
     instance->initPluginCommands();
-    QCOMPARE(instance->commandNames(), c_names + c_names);
+    QCOMPARE(instance->commandNames(), names + names);
 }
 
-void TestCatalogue::declarations_data()
+// JSON does not tell a null text from an empty one.
+void TestCatalogue::nullDefaults()
 {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("className");
-    QTest::addColumn<QString>("stopName");
-    QTest::addColumn<QString>("description");
-    QTest::addColumn<Declarations>("parameters");
-    QTest::addColumn<Declarations>("results");
-
-    auto const row = [](char const* name, char const* className, char const* stopName,
-                        QString const& description, Declarations const& parameters,
-                        Declarations const& results) {
-        QTest::newRow(name) << QString::fromLatin1(name) << QString::fromLatin1(className)
-                            << QString::fromLatin1(stopName) << description << parameters << results;
-    };
-    row("startTightening", "DCmdStartTightening", "", c_polling,
-        {declared("program", "ui16", "Tightening program", QString()),
-         declared("locking", "ui16", "Locking state", 2)},
-        {declared("presetData", "varM", "Preset data from ZRT", QVariant()),
-         declared("lockingData", "varM", "Locking data from ZRT", QVariant())});
-    row("stopTightening", "DCmdStopTightening", "", c_polling, {},
-        {declared("lockStatus", "strg", "Locking status from ZRT", QVariant())});
-    row("startListening", "DCmdEventListen", "stopListening", c_polling, {},
-        {declared("eventData", "varM", "Event data from ZRT", QVariant())});
-    row("getDirection", "DCmdGetDirection", "", c_polling, {},
-        {declared("direction", "bool", "Direction", QVariant())});
-    row("init", "DCmdInitZrt", "", QStringLiteral("Init zrt"), {},
-        {declared("doneOk", "bool", "Job done", false)});
-    row("restore", "DCmdRestore", "stopListening", QStringLiteral("Restore saved backup"),
-        {declared("filePath", "strg", "Backup file path", QStringLiteral("")),
-         declared("startPreset", "int", "Start preset", 0), declared("endPreset", "int", "End preset", 0),
-         declared("loadControllerParams", "bool", "Load controller parameters", false)},
-        {declared("statusData", "vart", "Restoring progress/status", QVariant())});
-    row("listenTrigger", "DCmdTriggerListen", "stopTriggerListening", QStringLiteral("Listen trigger state"),
-        {}, {declared("doneOk", "bool", "Trigger done", QVariant())});
-    row("getPresetInfo", "DCmdGetPresetInfo", "", QStringLiteral("Get preset info"),
-        {declared("prog", "ui16", "Tightening program", QString())},
-        {declared("presetData", "varM", "Preset data from ZRT", QVariant())});
+    auto const instance = ShippedPlugin().makeInstance(c_object);
+    instance->initPluginCommands();
+    QStringList found;
+    auto const names = instance->commandNames();
+    for (auto const& name : names) {
+        auto const arguments = instance->commandPrototype(name)->commandArguments();
+        auto const declarations = arguments.parameters + arguments.results;
+        for (auto const& declaration : declarations) {
+            if (declaration.defaultValue.isValid() && declaration.defaultValue.isNull())
+                found += name + QLatin1Char('.') + declaration.key;
+        }
+    }
+    QCOMPARE(found,
+             (QStringList{QStringLiteral("startTightening.program"), QStringLiteral("getPresetInfo.prog")}));
 }
 
+// A clone declares what its prototype does.
 void TestCatalogue::declarations()
 {
     QFETCH(QString, name);
-    QFETCH(QString, className);
-    QFETCH(QString, stopName);
-    QFETCH(QString, description);
-    QFETCH(Declarations, parameters);
-    QFETCH(Declarations, results);
-
     WorkingCommand const working(name);
+    auto const* const prototype = working.instance->commandPrototype(name);
+    QCOMPARE(prototype->commandName(), name);
     QCOMPARE(working.command->commandName(), name);
-    QCOMPARE(working.command->stopCommandName(), stopName);
-    QCOMPARE(working.command->isRecurrent(), !stopName.isEmpty());
-    QCOMPARE(working.command->description(), description);
+    QCOMPARE(working.command->stopCommandName(), prototype->stopCommandName());
+    QCOMPARE(working.command->isRecurrent(), !prototype->stopCommandName().isEmpty());
+    QCOMPARE(working.command->description(), prototype->description());
 
-    auto const compare = [](Declarations const& actual, Declarations const& expected) {
+    auto const compare = [](QList<DDeclaration> const& actual, QList<DDeclaration> const& expected) {
         QCOMPARE(actual.size(), expected.size());
         for (int i = 0; i < expected.size(); ++i) {
             QCOMPARE(actual[i].key, expected[i].key);
@@ -154,17 +99,22 @@ void TestCatalogue::declarations()
             QVERIFY(isSame(actual[i].defaultValue, expected[i].defaultValue));
         }
     };
-    compare(working.command->commandArguments().parameters, parameters);
-    compare(working.command->commandArguments().results, results);
-    for (auto const& result : results)
+    auto const arguments = prototype->commandArguments();
+    compare(working.command->commandArguments().parameters, arguments.parameters);
+    compare(working.command->commandArguments().results, arguments.results);
+    for (auto const& result : arguments.results)
         QVERIFY(isSame(working.result(result.key), result.defaultValue));
+}
 
-    auto const* const object = dynamic_cast<QObject const*>(working.command.data());
-    QCOMPARE(QString::fromLatin1(object->metaObject()->className()), className);
-    QCOMPARE(object->metaObject()->superClass(), &DAbstractCommand::staticMetaObject);
+void TestCatalogue::metaObject()
+{
+    QFETCH(QString, name);
+    WorkingCommand const working(name);
+    auto const* const meta = working.command.dynamicCast<QObject>()->metaObject();
+    QCOMPARE(meta->superClass(), &DAbstractCommand::staticMetaObject);
     // Nothing of its own is open to scripts or to connections by name.
-    QCOMPARE(object->metaObject()->methodCount(), DAbstractCommand::staticMetaObject.methodCount());
-    QCOMPARE(object->metaObject()->propertyCount(), DAbstractCommand::staticMetaObject.propertyCount());
+    QCOMPARE(meta->methodCount(), DAbstractCommand::staticMetaObject.methodCount());
+    QCOMPARE(meta->propertyCount(), DAbstractCommand::staticMetaObject.propertyCount());
 }
 
 void TestCatalogue::prototype()
@@ -177,7 +127,7 @@ void TestCatalogue::prototype()
     QCOMPARE(prototype->parent(), instance.get());
     QCOMPARE(prototype->getOrderId(), quint64(0));
     QCOMPARE(prototype->getParameterOrderId(), quint64(0));
-    QCOMPARE(instance->findChildren<DAbstractCommand*>().size(), c_names.size());
+    QCOMPARE(instance->findChildren<DAbstractCommand*>().size(), instance->commandNames().size());
 }
 
 void TestCatalogue::clone()
@@ -216,7 +166,8 @@ void TestCatalogue::cloneIsReleasedOnce()
     QVERIFY(!watched);
     QVERIFY(!tracked.toStrongRef());
     // It is no child of the plugin instance any more, which would delete it again.
-    QCOMPARE(working.instance->findChildren<DAbstractCommand*>().size(), c_names.size());
+    QCOMPARE(working.instance->findChildren<DAbstractCommand*>().size(),
+             working.instance->commandNames().size());
 }
 
 void TestCatalogue::refusal()
