@@ -47,13 +47,16 @@ def block(found):
     return f"{found[1]}\n{text}\n{found[5]}"
 
 
+for name in output("workplace schema").split():
+    FILES[f"docs/schemas/{name}.schema.json"] = f"workplace schema {name}"
 wanted = {sources / file: output(command) for file, command in FILES.items()}
 for page in sorted((sources / "docs").glob("*.md")):
     text = page.read_text(encoding="utf-8")
     if page not in wanted and BLOCK.search(text):
         wanted[page] = BLOCK.sub(block, text)
 
-differences = []
+differences = [f"{file.relative_to(sources)}: there is no such schema"
+               for file in (sources / "docs/schemas").iterdir() if file not in wanted]
 for file, text in wanted.items():
     before = file.read_text(encoding="utf-8") if file.exists() else ""
     if update:
