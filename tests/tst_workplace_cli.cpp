@@ -142,6 +142,7 @@ private slots:
     void inspectJson();
     void inspectMarkdown();
 
+    void unknownSchema();
     void outputThatFails_data();
     void outputThatFails();
     void pipeThatIsClosed_data();
@@ -202,6 +203,13 @@ void TstWorkplaceCli::help_data()
     QTest::newRow("explain") << QStringList{QStringLiteral("explain"), QStringLiteral("--help")}
                              << QStringList{QStringLiteral("Usage: workplace explain [OPTIONS] [LOG]"),
                                             QStringLiteral("--json"), QStringLiteral("--markdown TABLE")};
+    QTest::newRow("schema") << QStringList{QStringLiteral("schema"), QStringLiteral("--help")}
+                            << QStringList{QStringLiteral("Usage: workplace schema [OPTIONS] [NAME]"),
+                                           QStringLiteral("--markdown")};
+    QTest::newRow("schema without a name")
+        << QStringList{QStringLiteral("schema")}
+        << QStringList{QStringLiteral("backup\ncontroller\nmaintenance\nparameters\n"
+                                      "presets\nsequence\ntrace_line\n")};
     QTest::newRow("help wins over a missing argument")
         << QStringList{QStringLiteral("run"), QStringLiteral("-h"), QStringLiteral("--json")}
         << QStringList{QStringLiteral("Usage: workplace run [OPTIONS] SEQUENCE")};
@@ -242,6 +250,7 @@ void TstWorkplaceCli::badUsage_data()
     row("log and table", "explain a.log --markdown codes", "LOG excludes --markdown");
     row("unknown table", "explain --markdown faults",
         "--markdown: faults not in {codes,errors,information,traces}");
+    row("table of no schema", "schema --markdown", "--markdown requires NAME");
     row("both verbs", "inspect run a.json", "The following arguments were not expected: a.json run");
 }
 
@@ -619,6 +628,16 @@ void TstWorkplaceCli::inspectMarkdown()
     QCOMPARE(outcome.exitCode, 0);
 }
 
+void TstWorkplaceCli::unknownSchema()
+{
+    Outcome const outcome = Program::run({QStringLiteral("schema"), QStringLiteral("sequences")});
+    QCOMPARE(
+        outcome.err,
+        QStringLiteral("workplace: unknown schema \"sequences\", known are backup, controller, maintenance, "
+                       "parameters, presets, sequence, trace_line\n"));
+    QCOMPARE(outcome.exitCode, 2);
+}
+
 void TstWorkplaceCli::outputThatFails_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -633,6 +652,7 @@ void TstWorkplaceCli::outputThatFails_data()
     QTest::newRow("explain") << QStringList{QStringLiteral("explain"), initExample};
     QTest::newRow("explain --markdown")
         << QStringList{QStringLiteral("explain"), QStringLiteral("--markdown"), QStringLiteral("codes")};
+    QTest::newRow("schema") << QStringList{QStringLiteral("schema")};
     QTest::newRow("--help") << QStringList{QStringLiteral("--help")};
     QTest::newRow("run --help") << QStringList{QStringLiteral("run"), QStringLiteral("--help")};
 }
