@@ -16,8 +16,6 @@
 #include <QUrl>
 #include <QUuid>
 
-#include <algorithm>
-#include <cmath>
 #include <iterator>
 #include <limits>
 
@@ -310,29 +308,4 @@ QMap<QString, QVariant> anyReply(ByteReader& bytes)
         break;
     }
     return reply;
-}
-
-bool isSame(QVariant const& a, QVariant const& b)
-{
-    if (a.userType() != b.userType())
-        return false;
-    switch (a.userType()) {
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return a.toDouble() == b.toDouble() || (std::isnan(a.toDouble()) && std::isnan(b.toDouble()));
-    case QMetaType::QVariantMap:
-    case QMetaType::QVariantHash: {
-        auto const left = a.toMap();
-        auto const right = b.toMap();
-        return left.size() == right.size() && left.keys() == right.keys()
-               && std::equal(left.cbegin(), left.cend(), right.cbegin(), isSame);
-    }
-    case QMetaType::QVariantList: {
-        auto const left = a.toList();
-        auto const right = b.toList();
-        return left.size() == right.size() && std::equal(left.cbegin(), left.cend(), right.cbegin(), isSame);
-    }
-    default:
-        return a == b;
-    }
 }

@@ -17,6 +17,3 @@ QMap<QString, QVariant> anyMap(ByteReader& bytes, int depth = 0);
 
 /// The reply that a controller sends to some instruction, with whatever is wrong with it.
 QMap<QString, QVariant> anyReply(ByteReader& bytes);
-
-/// Whether two values are the same, in type as well. What is no number is the same as itself.
-bool isSame(QVariant const& a, QVariant const& b);

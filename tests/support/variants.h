@@ -12,10 +12,34 @@
 #include <QVariant>
 #include <QVector>
 
-/// Whether two values are the same in type as well; QVariant's own comparison takes 1 and true for equal.
+#include <algorithm>
+#include <cmath>
+
+/// Whether two values are the same, in type as well, and in maps and lists too; QVariant's own comparison
+/// takes 1 and true for equal. NaN is the same as itself.
 inline bool isSame(QVariant const& a, QVariant const& b)
 {
-    return a.userType() == b.userType() && a == b;
+    if (a.userType() != b.userType())
+        return false;
+    switch (a.userType()) {
+    case QMetaType::Double:
+    case QMetaType::Float:
+        return a.toDouble() == b.toDouble() || (std::isnan(a.toDouble()) && std::isnan(b.toDouble()));
+    case QMetaType::QVariantMap:
+    case QMetaType::QVariantHash: {
+        auto const left = a.toMap();
+        auto const right = b.toMap();
+        return left.size() == right.size() && left.keys() == right.keys()
+               && std::equal(left.cbegin(), left.cend(), right.cbegin(), isSame);
+    }
+    case QMetaType::QVariantList: {
+        auto const left = a.toList();
+        auto const right = b.toList();
+        return left.size() == right.size() && std::equal(left.cbegin(), left.cend(), right.cbegin(), isSame);
+    }
+    default:
+        return a == b;
+    }
 }
 
 /// A value of each kind that a reply may hold by mistake, maps and lists of unusual size included.
