@@ -65,7 +65,7 @@ for name, content in wanted.items():
 run(cmake, "-S", copy, "-B", build, "-G", generator, f"-DCMAKE_CXX_COMPILER={compiler}", "-DCMAKE_BUILD_TYPE=Release",
     f"-DZRT_MAKER_DOMAIN={maker}",
     "-DCMAKE_CXX_FLAGS_RELEASE=-O0", "-DZRT_WARNINGS_AS_ERRORS=ON")
-tests = ["tst_cmd_read_lock", "tst_catalogue", "tst_odd_replies", "tst_command_classes", "tst_log_lines"]
+tests = ["tst_cmd_read_lock", "tst_catalogue", "tst_conversations", "tst_command_classes", "tst_log_lines"]
 run(cmake, "--build", build, "--target", *tests)
 for test in tests:
     print(run(build / "bin" / test).splitlines()[-2])

@@ -1,0 +1,254 @@
+#include "course.h"
+
+#include "talk.h"
+
+#include <zrt_controller/zrt_simulated_controller.h>
+
+#include <optional>
+
+namespace
+{
+
+constexpr int c_timeAllowance = 4000;
+constexpr int c_late = 5000;   // how much later than usual a late reply comes
+constexpr int c_held = 3500;   // and one that others overtake
+constexpr int c_away = 2000;   // how long a controller is away that comes back
+constexpr int c_stop = 10'000; // when a listening command is stopped
+constexpr int c_pulls[] = {1000, 3000};
+
+ZrtState state()
+{
+    ZrtState state;
+    state.presets.insert(3, {});
+    state.screws = {ZrtScrew::Stripped, ZrtScrew::Good};
+    return state;
+}
+
+/// A command takes of these what it knows.
+QMap<QString, QVariant> parameters()
+{
+    return {{QStringLiteral("name"), QStringLiteral("left bench")},
+            {QStringLiteral("serialNumber"), QStringLiteral("SN-7")},
+            {QStringLiteral("validityDate"), QStringLiteral("2027-01-31")},
+            {QStringLiteral("program"), 3},
+            {QStringLiteral("prog"), 3},
+            {QStringLiteral("filePath"), QStringLiteral(BACKUP_FILE)},
+            {QStringLiteral("startPreset"), 1},
+            {QStringLiteral("endPreset"), 3}};
+}
+
+class Run
+{
+public:
+    Run(TalkHost& host, DAbstractPlugin const& tool, QString const& command, Trouble const& trouble)
+        : m_trouble(trouble)
+        , m_device(ZrtSimulatedController::create({state(), {}, true, {}}, m_clock))
+        , m_talk(host, tool, command, parameters())
+    {
+        m_course.isListening = !m_talk.stopName().isEmpty();
+        for (int const pull : c_pulls)
+            m_clock.after(pull, [this] { m_device->pullTrigger(); });
+        if (m_course.isListening)
+            m_clock.after(c_stop, [this] { call(&Talk::finish, true); });
+        call(&Talk::execute);
+        while (m_clock.step()) {
+        }
+        if (m_trouble.kind == Trouble::Repeated)
+            call(&Talk::reply, m_troubledId, m_course.sent[m_trouble.instruction].replies.value(0));
+    }
+
+    Course const& course() const { return m_course; }
+
+private:
+    /// Calls the command, if it is still there, and carries what comes of it to the controller.
+    template <class... Parameter, class... Argument>
+    void call(void (Talk::*method)(Parameter...), Argument const&... argument)
+    {
+        if (!m_talk.isAlive())
+            return;
+        (m_talk.*method)(argument...);
+        Effects const effects = m_talk.effects();
+        m_course.results += effects.results;
+        m_course.errors += effects.errors.size();
+        m_course.ends += effects.ends;
+        for (auto const& post : effects.posts)
+            send(post);
+        for (auto const id : effects.withdrawn)
+            m_device->withdraw(id);
+    }
+
+    void send(Post const& post)
+    {
+        int const number = m_course.sent.size();
+        m_course.sent += {post.name, post.arguments, {}};
+        bool const isTroubled = m_trouble.kind != Trouble::None && number == m_trouble.instruction;
+        quint64 const id = post.id;
+        if (isTroubled)
+            m_troubledId = id;
+        if (isTroubled && m_trouble.kind == Trouble::GoneBefore)
+            m_device->setConnected(false);
+        if (!m_device->isConnected() || (isTroubled && m_trouble.kind == Trouble::Undelivered)) {
+            m_clock.after(0, [this, id] { call(&Talk::instructionFailed, id); });
+            return;
+        }
+        m_device->post(id, post.name, post.arguments,
+                       [this, id, number, isTroubled](QVariantMap const& reply) {
+                           if (isTroubled)
+                               arriveInTrouble(id, reply);
+                           else
+                               call(&Talk::reply, id, reply);
+                           m_course.sent[number].replies += reply;
+                       });
+        // Behind the reply: one that takes exactly the allowance is in time.
+        m_clock.after(c_timeAllowance, [this, id] { call(&Talk::allowancePassed, id); });
+        if (isTroubled)
+            m_clock.after(1, [this, id] { befall(id); });
+    }
+
+    /// The instruction has reached the controller, and no reply is there yet.
+    void befall(quint64 id)
+    {
+        switch (m_trouble.kind) {
+        case Trouble::Gone:
+            m_device->setConnected(false);
+            break;
+        case Trouble::GoneAndBack:
+            m_device->setConnected(false);
+            m_clock.after(c_away, [this] { m_device->setConnected(true); });
+            break;
+        case Trouble::Released:
+            if (m_talk.isAlive())
+                m_talk.release();
+            m_talk.allowancePassed(id);
+            m_talk.instructionFailed(id);
+            break;
+        case Trouble::Finished:
+            call(&Talk::finish, true);
+            break;
+        case Trouble::Unlinked:
+            m_talk.takeOrder();
+            break;
+        case Trouble::ExecutedAgain:
+            call(&Talk::execute);
+            break;
+        default:
+            break;
+        }
+    }
+
+    void arriveInTrouble(quint64 id, QVariantMap const& reply)
+    {
+        bool const isFirst = m_course.sent[m_trouble.instruction].replies.isEmpty();
+        switch (m_trouble.kind) {
+        case Trouble::Lost:
+            break;
+        case Trouble::Late:
+            m_clock.after(c_late, [this, id, reply] { call(&Talk::reply, id, reply); });
+            break;
+        case Trouble::Twice:
+            call(&Talk::reply, id, reply);
+            call(&Talk::reply, id, reply);
+            break;
+        case Trouble::HeldBack:
+            m_clock.after(isFirst ? c_held : 0, [this, id, reply] { call(&Talk::reply, id, reply); });
+            break;
+        case Trouble::Changed:
+            call(&Talk::reply, id, m_trouble.onlyFirst && !isFirst ? reply : m_trouble.change(reply));
+            break;
+        default:
+            call(&Talk::reply, id, reply);
+            break;
+        }
+    }
+
+    Trouble const& m_trouble;
+    quint64 m_troubledId = 0;
+    Course m_course;
+    ZrtClock m_clock;
+    std::unique_ptr<ZrtSimulatedController> const m_device;
+    Talk m_talk;
+};
+
+void addPaths(QVariant const& value, Path const& path, QList<Path>& paths)
+{
+    if (!path.isEmpty() && !paths.contains(path))
+        paths += path;
+    if (value.userType() == QMetaType::QVariantMap) {
+        auto const map = value.toMap();
+        for (auto it = map.cbegin(); it != map.cend(); ++it)
+            addPaths(*it, path + Path{it.key()}, paths);
+    } else if (value.userType() == QMetaType::QVariantList) {
+        auto const list = value.toList();
+        if (!list.isEmpty())
+            addPaths(list.first(), path + Path{QStringLiteral("0")}, paths);
+    }
+}
+
+/// The value with another one inside, or with none there.
+QVariant changed(QVariant const& value, Path const& path, std::optional<QVariant> const& other)
+{
+    if (path.isEmpty())
+        return other.value_or(value);
+    bool const isRemoved = path.size() == 1 && !other;
+    if (value.userType() == QMetaType::QVariantMap) {
+        auto map = value.toMap();
+        if (!map.contains(path.first()))
+            return value;
+        if (isRemoved)
+            map.remove(path.first());
+        else
+            map[path.first()] = changed(map[path.first()], path.mid(1), other);
+        return map;
+    }
+    if (value.userType() == QMetaType::QVariantList) {
+        auto list = value.toList();
+        if (list.isEmpty())
+            return value;
+        if (isRemoved)
+            list.removeFirst();
+        else
+            list[0] = changed(list[0], path.mid(1), other);
+        return list;
+    }
+    return value;
+}
+
+} // namespace
+
+Course Course::run(TalkHost& host, DAbstractPlugin const& tool, QString const& command,
+                   Trouble const& trouble)
+{
+    return Run(host, tool, command, trouble).course();
+}
+
+QList<Path> pathsOf(QList<QVariantMap> const& replies)
+{
+    QList<Path> paths;
+    for (auto const& reply : replies)
+        addPaths(reply, {}, paths);
+    return paths;
+}
+
+QVariantMap without(QVariantMap const& reply, Path const& path)
+{
+    return changed(reply, path, std::nullopt).toMap();
+}
+
+QVariantMap with(QVariantMap const& reply, Path const& path, QVariant const& value)
+{
+    return changed(reply, path, value).toMap();
+}
+
+QVector<Trouble> troublesOnTheWay()
+{
+    auto const refused = [](QVariantMap const& /*reply*/) {
+        return QVariantMap{{QStringLiteral("error"), QStringLiteral("refused")}};
+    };
+    return {{QStringLiteral("lost"), Trouble::Lost, {}, false, 0},
+            {QStringLiteral("late"), Trouble::Late, {}, false, 0},
+            {QStringLiteral("twice"), Trouble::Twice, {}, false, 0},
+            {QStringLiteral("out of order"), Trouble::HeldBack, {}, false, 0},
+            {QStringLiteral("refused"), Trouble::Changed, refused, false, 0},
+            {QStringLiteral("not delivered"), Trouble::Undelivered, {}, false, 0},
+            {QStringLiteral("gone, and back"), Trouble::GoneAndBack, {}, false, 0}};
+}
