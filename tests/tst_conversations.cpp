@@ -33,13 +33,13 @@ namespace
 
 QVector<Trouble> moreTroubles()
 {
-    return {{QStringLiteral("gone"), Trouble::Gone, {}, false, 0},
-            {QStringLiteral("gone before"), Trouble::GoneBefore, {}, false, 0},
-            {QStringLiteral("repeated at the end"), Trouble::Repeated, {}, false, 0},
-            {QStringLiteral("released"), Trouble::Released, {}, false, 0},
-            {QStringLiteral("finished"), Trouble::Finished, {}, false, 0},
-            {QStringLiteral("unlinked"), Trouble::Unlinked, {}, false, 0},
-            {QStringLiteral("executed again"), Trouble::ExecutedAgain, {}, false, 0}};
+    return {{QStringLiteral("gone"), Trouble::Gone},
+            {QStringLiteral("gone before"), Trouble::GoneBefore},
+            {QStringLiteral("repeated at the end"), Trouble::Repeated},
+            {QStringLiteral("released"), Trouble::Released},
+            {QStringLiteral("finished"), Trouble::Finished},
+            {QStringLiteral("unlinked"), Trouble::Unlinked},
+            {QStringLiteral("executed again"), Trouble::ExecutedAgain}};
 }
 
 } // namespace
@@ -57,7 +57,7 @@ QVector<Trouble> TestConversations::troublesOf(Course::Sent const& instruction) 
     static auto const kinds = everyKindOfValue();
     QVector<Trouble> changes;
     auto const change = [&changes](QString const& name, auto const& make) {
-        changes += {name, Trouble::Changed, make, false, 0};
+        changes += {name, Trouble::Changed, make};
     };
     change(QStringLiteral("empty"), [](QVariantMap const& /*reply*/) { return QVariantMap(); });
     auto const paths = pathsOf(instruction.replies);

@@ -16,31 +16,34 @@
 namespace
 {
 
-/// What becomes of the order, in a few words.
-QString outcome(Course const& course, Course const& usual)
+/// How the results differ from the usual ones; the order in which they came is no difference.
+QString difference(Course const& course, Course const& usual)
 {
-    QStringList words{!course.ends.value(0) ? QStringLiteral("fails")
-                      : usual.isListening   ? QStringLiteral("goes on")
-                                            : QStringLiteral("ends")};
-    auto left = usual.results; // those that the course lacks
+    if (course.results.size() != usual.results.size())
+        return course.results.size() < usual.results.size() ? QStringLiteral("fewer")
+                                                            : QStringLiteral("more");
+    auto left = usual.results;
     for (auto const& result : course.results) {
         auto const same = std::find_if(left.cbegin(), left.cend(), [&result](auto const& one) {
             return one.first == result.first && isSame(one.second, result.second);
         });
-        if (same != left.cend())
-            left.removeAt(static_cast<int>(same - left.cbegin()));
+        if (same == left.cend())
+            return QStringLiteral("other");
+        left.removeAt(static_cast<int>(same - left.cbegin()));
     }
-    if (!course.ends.value(0)) {
-        // It is not to be expected that a failed order has results.
-    } else if (course.results.size() < usual.results.size()) {
-        words += QStringLiteral("fewer");
-    } else if (course.results.size() > usual.results.size()) {
-        words += QStringLiteral("more");
-    } else if (!left.isEmpty()) {
-        words += QStringLiteral("other");
-    }
+    return {};
+}
+
+/// What becomes of the order, in a few words.
+QString outcome(Course const& course, Course const& usual)
+{
+    QStringList words{QStringLiteral("fails")};
+    if (course.ends.value(0))
+        words = QStringList{usual.isListening ? QStringLiteral("goes on") : QStringLiteral("ends"),
+                            difference(course, usual)};
     if (course.errors > 0)
         words += QStringLiteral("logged");
+    words.removeAll(QString());
     return words.join(QStringLiteral(", "));
 }
 
@@ -72,16 +75,10 @@ QVector<QPair<QString, QVector<Trouble>>> columnsFor(Course::Sent const& instruc
     for (auto const& path : paths) {
         if (path.size() > 1)
             continue;
-        lacks += {{},
-                  Trouble::Changed,
-                  [path](QVariantMap const& reply) { return without(reply, path); },
-                  false,
-                  0};
-        wrong += {{},
-                  Trouble::Changed,
-                  [path](QVariantMap const& reply) { return with(reply, path, QStringLiteral("???")); },
-                  false,
-                  0};
+        lacks += {{}, Trouble::Changed, [path](QVariantMap const& reply) { return without(reply, path); }};
+        wrong += {{}, Trouble::Changed, [path](QVariantMap const& reply) {
+                      return with(reply, path, QStringLiteral("???"));
+                  }};
     }
     columns.append({QStringLiteral("a key is missing"), lacks});
     columns.append({QStringLiteral("a value is a text"), wrong});
@@ -95,26 +92,30 @@ int main(int argc, char* argv[])
     QCoreApplication const application(argc, argv);
     auto const tool = ShippedPlugin().makeInstance(QUuid());
     tool->initPluginCommands();
-    QStringList complaints{ExpectedCommand::complaint(tool->commandNames())};
-    QTextStream out(stdout);
     QTextStream err(stderr);
-    if (!complaints[0].isEmpty()) {
-        err << complaints[0] << '\n';
+    auto const commands = tool->commandNames();
+    QString const lacking = ExpectedCommand::complaint(commands);
+    if (!lacking.isEmpty()) {
+        err << lacking << '\n';
         return 1;
     }
-    complaints.clear();
+    QStringList complaints;
     TalkHost host([&complaints](QString const& what) { complaints += what; });
+    QTextStream out(stdout);
+    auto const writeRow = [&out](QStringList const& cells) {
+        out << "| " << cells.join(QStringLiteral(" | ")) << " |\n";
+    };
 
-    bool hasHeader = false;
-    auto const commands = tool->commandNames();
+    QStringList header{QStringLiteral("command"), QStringLiteral("instruction")};
+    for (auto const& column : columnsFor({}))
+        header += column.first;
+    writeRow(header);
+    out << '|' << QStringLiteral("---|").repeated(header.size()) << '\n';
     for (auto const& command : commands) {
         Course const usual = Course::run(host, *tool, command);
         for (int i = 0; i < usual.sent.size(); ++i) {
-            auto const columns = columnsFor(usual.sent[i]);
-            QStringList names{QStringLiteral("command"), QStringLiteral("instruction")};
             QStringList cells{command, shortForm(usual.sent[i], usual.sent)};
-            for (auto const& column : columns) {
-                names += column.first;
+            for (auto const& column : columnsFor(usual.sent[i])) {
                 QStringList outcomes;
                 for (auto trouble : column.second) {
                     trouble.instruction = i;
@@ -124,14 +125,9 @@ int main(int argc, char* argv[])
                 outcomes.sort();
                 cells += outcomes.join(QStringLiteral(" / "));
             }
-            if (!hasHeader)
-                out << "| " << names.join(QStringLiteral(" | ")) << " |\n|"
-                    << QStringLiteral("---|").repeated(names.size()) << '\n';
-            hasHeader = true;
-            out << "| " << cells.join(QStringLiteral(" | ")) << " |\n";
+            writeRow(cells);
         }
     }
-    for (auto const& complaint : qAsConst(complaints))
-        err << complaint << '\n';
+    err << complaints.join(QLatin1Char('\n'));
     return complaints.isEmpty() ? 0 : 1;
 }

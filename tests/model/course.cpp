@@ -244,11 +244,11 @@ QVector<Trouble> troublesOnTheWay()
     auto const refused = [](QVariantMap const& /*reply*/) {
         return QVariantMap{{QStringLiteral("error"), QStringLiteral("refused")}};
     };
-    return {{QStringLiteral("lost"), Trouble::Lost, {}, false, 0},
-            {QStringLiteral("late"), Trouble::Late, {}, false, 0},
-            {QStringLiteral("twice"), Trouble::Twice, {}, false, 0},
-            {QStringLiteral("out of order"), Trouble::HeldBack, {}, false, 0},
-            {QStringLiteral("refused"), Trouble::Changed, refused, false, 0},
-            {QStringLiteral("not delivered"), Trouble::Undelivered, {}, false, 0},
-            {QStringLiteral("gone, and back"), Trouble::GoneAndBack, {}, false, 0}};
+    return {{QStringLiteral("lost"), Trouble::Lost},
+            {QStringLiteral("late"), Trouble::Late},
+            {QStringLiteral("twice"), Trouble::Twice},
+            {QStringLiteral("out of order"), Trouble::HeldBack},
+            {QStringLiteral("refused"), Trouble::Changed, refused},
+            {QStringLiteral("not delivered"), Trouble::Undelivered},
+            {QStringLiteral("gone, and back"), Trouble::GoneAndBack}};
 }

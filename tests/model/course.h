@@ -37,7 +37,7 @@ struct Trouble
     QString name;
     Kind kind = None;
     /// Only of Changed.
-    std::function<QVariantMap(QVariantMap const& reply)> change;
+    std::function<QVariantMap(QVariantMap const& reply)> change = {};
     bool onlyFirst = false; ///< only of Changed: the replies that follow are left alone
     int instruction = 0;    ///< the place of the instruction among those of the order
 };
