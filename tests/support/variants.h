@@ -29,8 +29,14 @@ inline bool isSame(QVariant const& a, QVariant const& b)
     case QMetaType::QVariantHash: {
         auto const left = a.toMap();
         auto const right = b.toMap();
-        return left.size() == right.size() && left.keys() == right.keys()
-               && std::equal(left.cbegin(), left.cend(), right.cbegin(), isSame);
+        auto const areSame = [](auto const& x, auto const& y) {
+            return x.first == y.first && isSame(x.second, y.second);
+        };
+        // What is shared is mostly large.
+        return left.isSharedWith(right)
+               || (left.size() == right.size()
+                   && std::equal(left.constKeyValueBegin(), left.constKeyValueEnd(),
+                                 right.constKeyValueBegin(), areSame));
     }
     case QMetaType::QVariantList: {
         auto const left = a.toList();
