@@ -128,6 +128,7 @@ int main(int argc, char* argv[])
             writeRow(cells);
         }
     }
-    err << complaints.join(QLatin1Char('\n'));
+    for (auto const& complaint : qAsConst(complaints))
+        err << complaint << '\n';
     return complaints.isEmpty() ? 0 : 1;
 }

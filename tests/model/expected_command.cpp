@@ -21,16 +21,16 @@ QString ExpectedCommand::complaint(QStringList const& names)
             left += one.first;
     }
     QString const file = QStringLiteral("tests/model/expected_commands.cpp");
-    QString text;
+    QStringList complaints;
     if (!missing.isEmpty())
-        text +=
-            QStringLiteral("the model does not know \"%1\": add a class that says what it posts and what it "
-                           "does with each reply to %2")
+        complaints +=
+            QStringLiteral("the model lacks \"%1\": add a class to %2 that says what it posts and what it "
+                           "does with each reply")
                 .arg(missing.join(QStringLiteral("\", \"")), file);
     if (!left.isEmpty())
-        text += QStringLiteral("the catalogue lacks \"%1\", which is in %2")
-                    .arg(left.join(QStringLiteral("\", \"")), file);
-    return text;
+        complaints += QStringLiteral("the catalogue lacks \"%1\", which is in %2")
+                          .arg(left.join(QStringLiteral("\", \"")), file);
+    return complaints.join(QStringLiteral("; "));
 }
 
 std::unique_ptr<ExpectedCommand> ExpectedCommand::make(QString const& name, Declared const& declared,
