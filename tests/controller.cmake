@@ -17,8 +17,7 @@ add_zrt_test(examples
     LIBRARIES zrt_controller_parts workplace_log_lines
     DEFINITIONS
         WORKPLACE_PROGRAM="$<TARGET_FILE:workplace>"
-        WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
-        TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data")
+        WORKPLACE_EXAMPLES="${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples")
 add_dependencies(tst_examples workplace p_tool_vesk_zrt)
 set_area("plugin;program" examples)
 # What the examples print is compared; the plugin's traces in a debug build are not part of it.

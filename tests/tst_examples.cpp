@@ -100,100 +100,6 @@ QStringList sequencesIn(QString const& folder)
     return names;
 }
 
-/// What a fault does, as --json tells it: all lines but the first one and the log's, and how the log's end.
-struct FaultExample
-{
-    char const* name;
-    QStringList lines;
-    QStringList log;
-};
-
-QList<FaultExample> faultTable()
-{
-    // ' stands for a quoted quotation mark, which moc cannot read in a raw string.
-    auto const json = [](char const* line) {
-        return QString::fromUtf8(line).replace(QLatin1Char('\''), QStringLiteral("\\\""));
-    };
-    QString const init1 = json(R"({"time":0,"event":"order","order":1,"command":"init","parameters":{}})");
-    return {
-        {"chance.json", // all by chance, but at 100 percent
-         {json(R"({"time":0,"event":"order","order":1,"command":"getDirection","parameters":{}})"),
-          json(R"({"time":4000,"event":"finished","order":1,"command":"getDirection","success":false,)"
-               R"("message":"no reply to 'getInfo' within 4000 ms"})"),
-          json(R"({"time":4000,"event":"order","order":2,"command":"getDirection","parameters":{}})"),
-          json(R"({"time":8000,"event":"finished","order":2,"command":"getDirection","success":false,)"
-               R"("message":"no reply to 'getInfo' within 4000 ms"})"),
-          json(R"({"time":8000,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
-         {}},
-        {"delay.json", // 15 ms, and 300
-         {init1, json(R"({"time":315,"event":"result","order":1,"key":"doneOk","value":true})"),
-          json(R"({"time":315,"event":"finished","order":1,"command":"init","success":true})"),
-          json(R"({"time":315,"event":"end","done":1,"failed":0,"notRun":0,"droppedReplies":0})")},
-         {}},
-        {"disconnected.json", // first no reply, then nobody there
-         {init1,
-          json(R"({"time":4005,"event":"finished","order":1,"command":"init","success":false,)"
-               R"("message":"no reply to 'setLock' within 4000 ms"})"),
-          json(R"({"time":4005,"event":"order","order":2,"command":"getDirection","parameters":{}})"),
-          json(R"({"time":4005,"event":"finished","order":2,"command":"getDirection","success":false,)"
-               R"("message":"'getInfo': endpoint 'device' is gone"})"),
-          json(R"({"time":4005,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
-         {}},
-        {"duplicate.json", // the second reply is dropped, and counted
-         {init1, json(R"({"time":15,"event":"result","order":1,"key":"doneOk","value":true})"),
-          json(R"({"time":15,"event":"finished","order":1,"command":"init","success":true})"),
-          json(R"({"time":15,"event":"end","done":1,"failed":0,"notRun":0,"droppedReplies":1})")},
-         {}},
-        {"late.json", // failed before the reply is there, which is dropped then
-         {init1,
-          json(R"({"time":4000,"event":"finished","order":1,"command":"init","success":false,)"
-               R"("message":"no reply to 'getInfo' within 4000 ms"})"),
-          json(R"({"time":6000,"event":"order","order":2,"command":"init","parameters":{}})"),
-          json(R"({"time":6015,"event":"result","order":2,"key":"doneOk","value":true})"),
-          json(R"({"time":6015,"event":"finished","order":2,"command":"init","success":true})"),
-          json(R"({"time":6015,"event":"end","done":3,"failed":0,"notRun":0,"droppedReplies":1})")},
-         {}},
-        {"loss.json",
-         {init1,
-          json(R"({"time":4005,"event":"finished","order":1,"command":"init","success":false,)"
-               R"("message":"no reply to 'setLock' within 4000 ms"})"),
-          json(R"({"time":4005,"event":"order","order":2,"command":"init","parameters":{}})"),
-          json(R"({"time":4020,"event":"result","order":2,"key":"doneOk","value":true})"),
-          json(R"({"time":4020,"event":"finished","order":2,"command":"init","success":true})"),
-          json(R"({"time":4020,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
-         {}},
-        {"missing_key.json",
-         {init1,
-          json(R"({"time":15,"event":"finished","order":1,"command":"init","success":false,)"
-               R"("message":"the reply to 'setLockScreen' was not accepted"})"),
-          json(R"({"time":15,"event":"order","order":2,"command":"init","parameters":{}})"),
-          json(R"({"time":30,"event":"result","order":2,"key":"doneOk","value":true})"),
-          json(R"({"time":30,"event":"finished","order":2,"command":"init","success":true})"),
-          json(R"({"time":30,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
-         {json("d_cmd_init_zrt.cpp ;\t 81 ;\t ERROR: Invalid reply format")}},
-        {"refused.json", // not carried out: only the second order locks
-         {json(R"({"time":0,"event":"order","order":1,"command":"stopTightening","parameters":{}})"),
-          json(R"({"time":5,"event":"finished","order":1,"command":"stopTightening","success":false,)"
-               R"("message":"the reply to 'setLock' was not accepted"})"),
-          json(R"({"time":5,"event":"order","order":2,"command":"stopTightening","parameters":{}})"),
-          json(R"({"time":10,"event":"result","order":2,"key":"lockStatus","value":1})"),
-          json(R"({"time":10,"event":"finished","order":2,"command":"stopTightening","success":true})"),
-          json(R"({"time":10,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
-         {json("d_cmd_stopTightening.cpp ;\t .. ;\t ERROR: Invalid reply format")}},
-        {"wrong_type.json",
-         {json(R"({"time":0,"event":"order","order":1,"command":"getPresetInfo","parameters":{"prog":1}})"),
-          json(R"({"time":5,"event":"finished","order":1,"command":"getPresetInfo","success":false,)"
-               R"("message":"the reply to 'getPresetData' was not accepted"})"),
-          json(R"({"time":5,"event":"order","order":2,"command":"getPresetInfo","parameters":{"prog":1}})"),
-          json(R"({"time":10,"event":"result","order":2,"key":"presetData","value":)"
-               R"({"GetPresetInfo_Control_Mode":"GetPresetInfo_Torque","GetPresetInfo_Target_Angle":90,)"
-               R"("GetPresetInfo_Target_torque":2.0}})"),
-          json(R"({"time":10,"event":"finished","order":2,"command":"getPresetInfo","success":true})"),
-          json(R"({"time":10,"event":"end","done":2,"failed":0,"notRun":0,"droppedReplies":0})")},
-         {json("d_cmd_getPresetInfo.cpp ;\t .. ;\t ERROR: Reply data format not managed")}},
-    };
-}
-
 QStringList linesOf(QString const& text)
 {
     return text.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
@@ -213,16 +119,11 @@ class TstExamples : public QObject
 
 private slots:
     void everySequenceIsHere();
-    void workingDayTranscript();
     void workingDayTwice();
     void workingDayInShort();
     void restoreWithoutATerminal();
     void restoreAtATerminal();
 
-    void faults_data();
-    void faults();
-    void droppedRepliesInTheTrace_data();
-    void droppedRepliesInTheTrace();
     void everyFaultHasAnExample();
 
     void traces_data();
@@ -239,26 +140,6 @@ private slots:
 void TstExamples::everySequenceIsHere()
 {
     QCOMPARE(sequencesIn(examples), QStringList({QStringLiteral("init.json"), workingDay}));
-    QStringList known;
-    auto const table = faultTable();
-    for (auto const& one : table)
-        known += QString::fromLatin1(one.name);
-    QCOMPARE(sequencesIn(faultExamples), known);
-}
-
-void TstExamples::workingDayTranscript()
-{
-    Outcome const outcome = run({QStringLiteral("run"), workingDay});
-    QCOMPARE(outcome.err, QString());
-    QString const expected = QString::fromUtf8(contentOf(QStringLiteral(TEST_DATA "/working_day.txt")));
-    QVERIFY(!expected.isEmpty());
-    // Line by line first, for the sake of who reads what has changed.
-    QStringList const lines = linesOf(outcome.out);
-    QStringList const expectedLines = linesOf(expected);
-    for (int i = 0; i < qMin(lines.size(), expectedLines.size()); ++i)
-        QCOMPARE(lines[i], expectedLines[i]);
-    QCOMPARE(outcome.out, expected);
-    QCOMPARE(outcome.exitCode, 0);
 }
 
 void TstExamples::workingDayTwice()
@@ -342,66 +223,6 @@ void TstExamples::restoreAtATerminal()
     QCOMPARE(bars[0].split(QLatin1Char('\r')), linesOf(plain).filter(QStringLiteral("restoring [")));
     QString copy = out;
     QCOMPARE(copy.replace(QLatin1Char('\r'), QLatin1Char('\n')), plain);
-}
-
-void TstExamples::faults_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QStringList>("expected");
-    QTest::addColumn<QStringList>("expectedLog");
-    auto const table = faultTable();
-    for (auto const& one : table)
-        QTest::newRow(one.name) << QString::fromLatin1(one.name) << one.lines << one.log;
-}
-
-void TstExamples::faults()
-{
-    QFETCH(QString, file);
-    QFETCH(QStringList, expected);
-    QFETCH(QStringList, expectedLog);
-    Outcome const outcome =
-        run({QStringLiteral("run"), QStringLiteral("--json"), QStringLiteral("faults/") + file});
-    QCOMPARE(outcome.err, QString());
-    QCOMPARE(outcome.exitCode, 0);
-    QStringList lines = linesOf(outcome.out);
-    QVERIFY(!lines.isEmpty());
-    QCOMPARE(objectOf(lines.takeFirst()).value(QStringLiteral("event")).toString(), QStringLiteral("begin"));
-    QStringList log;
-    QStringList others;
-    for (auto const& line : qAsConst(lines)) {
-        QJsonObject const object = objectOf(line);
-        if (object.value(QStringLiteral("event")).toString() == QLatin1String("log"))
-            log += object.value(QStringLiteral("text")).toString();
-        else
-            others += line;
-    }
-    for (int i = 0; i < qMin(others.size(), expected.size()); ++i)
-        QCOMPARE(others[i], expected[i]);
-    QCOMPARE(others.size(), expected.size());
-    QCOMPARE(log.size(), expectedLog.size());
-    for (int i = 0; i < log.size(); ++i) // before that stand the date, addresses and the folder
-        QVERIFY2(withoutPlaces(log[i]).endsWith(QLatin1Char('/') + expectedLog[i]), qPrintable(log[i]));
-}
-
-void TstExamples::droppedRepliesInTheTrace_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QString>("dropped");
-    QTest::newRow("late") << QStringLiteral("faults/late.json")
-                          << QStringLiteral(R"({"time":5005,"event":"dropped","order":1,"instruction":1})");
-    QTest::newRow("duplicate") << QStringLiteral("faults/duplicate.json")
-                               << QStringLiteral(R"({"time":5,"event":"dropped","order":1,"instruction":1})");
-}
-
-void TstExamples::droppedRepliesInTheTrace()
-{
-    QFETCH(QString, file);
-    QFETCH(QString, dropped);
-    ScratchFolder const folder;
-    QString const trace = folder.filePath(QStringLiteral("trace"));
-    QCOMPARE(run({QStringLiteral("run"), QStringLiteral("--trace"), trace, file}).exitCode, 0);
-    QCOMPARE(linesOf(QString::fromUtf8(contentOf(trace))).filter(QStringLiteral("\"event\":\"dropped\"")),
-             QStringList{dropped});
 }
 
 void TstExamples::traces_data()

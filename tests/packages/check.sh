@@ -86,7 +86,7 @@ works() {
     (
         cd "$examples"
         env --ignore-environment LC_ALL=C.UTF-8 "$program" run working_day.json >"$scratch/transcript"
-        diff "$sources/tests/data/working_day.txt" "$scratch/transcript"
+        diff "$sources/tests/data/workplace/working_day.txt" "$scratch/transcript"
         env --ignore-environment LC_ALL=C.UTF-8 "$program" replay traces/working_day.jsonl
         env --ignore-environment LC_ALL=C.UTF-8 QT_QPA_PLATFORM=offscreen HOME="$scratch" "$program" panel \
             --tool "left bench" --records maintenance.json --screenshot "$scratch/page.png"
