@@ -86,6 +86,7 @@ private:
     class Order;
 
     void check(bool isSo, QString const& otherwise) const;
+    void complain(QString const& what) const;
     template <class Do, class Expect> void throughOrder(Do const& doIt, Expect const& expect);
     template <class Do, class Expect> void call(Do const& doIt, Expect const& expect);
 
