@@ -109,7 +109,7 @@ QStringList errorsInSources()
     QStringList rows;
     auto const all = sources();
     for (auto const& call : qAsConst(calls)) {
-        QString const code = all.at(call.file);
+        QString const& code = all.at(call.file);
         QString const constant = call.line.section(QLatin1Char('.'), 0, 0);
         QString line = QStringLiteral("0");
         for (auto const& match : matches(R"(constexpr int (c_\w+) = (\d+);)", code)) {

@@ -121,6 +121,7 @@ QString open(QFile& file)
 
 LogSearch search(QString const& log)
 {
+    constexpr int longest = 1 << 20; // a line that is longer is read in pieces
     constexpr qint64 percent = 100;
     QFile file(log);
     auto const fail = [&log](QString const& problem) {
@@ -132,11 +133,10 @@ LogSearch search(QString const& log)
     qint64 const size = file.isSequential() ? 0 : file.size();
     LogSearch search;
     Progress progress("reading");
-    std::vector<char> buffer(1024 * 1024); // what is longer is read in pieces
+    std::vector<char> buffer(longest);
     qint64 line = 1;
     qint64 read = 0;
-    for (qint64 length = 0;
-         (length = file.readLine(buffer.data(), static_cast<qint64>(buffer.size()))) > 0;) {
+    for (qint64 length = 0; (length = file.readLine(buffer.data(), longest)) > 0;) {
         auto const text = QByteArray::fromRawData(buffer.data(), static_cast<int>(length));
         search.search(text, line);
         if (text.endsWith('\n'))
