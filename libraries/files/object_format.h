@@ -15,7 +15,7 @@
 namespace format
 {
 
-/// Where the value of a field is, in an object that has no such member.
+/// The place of a value in an object that has functions for it, and no member.
 template <class Get, class Set> struct Property
 {
     Get get;
@@ -58,8 +58,8 @@ struct OptionalField : Field
     static constexpr bool isRequired = false;
 };
 
-/// Visits the fields of an object, each with its place (a pointer to a member, a function that returns a
-/// reference, or a Property) and its format. A visitor has a function visit(field, place, format).
+/// The base of what visits the fields of an object. A visitor has a function visit(field, place, format); the
+/// place is a pointer to a member, a function that returns a reference, or a Property.
 template <class Visitor, class Object> class Fields
 {
 public:
@@ -98,8 +98,6 @@ template <class Object> struct ReadVisitor : Fields<ReadVisitor<Object>, Object>
     JsonInput const& input;
     Object& object;
 
-    ReadVisitor(JsonInput const& from, Object& to) : input(from), object(to) {}
-
     template <class Field, class Place, class Format>
     void visit(Field const& field, Place const& place, Format const& format)
     {
@@ -117,8 +115,6 @@ template <class Object> struct CheckVisitor : Fields<CheckVisitor<Object>, Objec
     Object const& object;
     Problem problem;
 
-    explicit CheckVisitor(Object const& one) : object(one) {}
-
     template <class Place, class Format>
     void visit(Field const& field, Place const& place, Format const& format)
     {
@@ -130,9 +126,7 @@ template <class Object> struct CheckVisitor : Fields<CheckVisitor<Object>, Objec
 template <class Object> struct WriteVisitor : Fields<WriteVisitor<Object>, Object>
 {
     Object const& object;
-    Json::object_t& members;
-
-    WriteVisitor(Object const& from, Json& to) : object(from), members(to.get_ref<Json::object_t&>()) {}
+    Json::object_t& members; ///< filled as the array of pairs that it is: no key stands there twice
 
     template <class Field, class Place, class Format>
     void visit(Field const& field, Place const& place, Format const& format)
@@ -172,11 +166,11 @@ template <class Object> struct SchemaVisitor : Fields<SchemaVisitor<Object>, Obj
 ///
 ///     template <class Fields> static void fields(Fields& fields)
 ///     {
-///         fields.optional("speed", &ZrtPreset::speed, "while tightening", Whole{1, 10'000, "revolutions a
-///         minute"});
+///         fields.required("model", &Tool::model);
+///         fields.optional("speed", &Tool::speed, "while tightening", Whole{1, 900});
 ///     }
 ///
-/// and, where not every combination of valid fields is valid, its own problemWith(object).
+/// and, where not every combination of valid fields is valid, a problemWith() of its own.
 template <class Self, class Object> class ObjectFormat
 {
 public:
@@ -191,14 +185,13 @@ public:
     /// Reads the fields, whatever other keys there are.
     static void readFields(JsonInput const& input, Object& object)
     {
-        ReadVisitor<Object> visitor(input, object);
+        ReadVisitor<Object> visitor{{}, input, object};
         Self::fields(visitor);
     }
     void read(JsonInput const& input, Object& object) const
     {
         static QStringList const known = keys();
         input.allowKeys(known);
-        object = Object();
         readFields(input, object);
         if (Problem const problem = self().problemWith(object)) {
             if (!problem.path.isEmpty() && input.has(problem.path))
@@ -208,11 +201,12 @@ public:
     }
     Problem problemIn(Object const& object) const
     {
-        CheckVisitor<Object> visitor(object);
+        CheckVisitor<Object> visitor{{}, object, {}};
         Self::fields(visitor);
         return visitor.problem ? visitor.problem : self().problemWith(object);
     }
-    /// Of an object whose fields are valid each; the path names the field that is at fault, if one is.
+    /// What is wrong with an object each of whose fields is valid. The path is the key at fault, if there is
+    /// one.
     Problem problemWith(Object const& /*object*/) const { return {}; }
 
     Json write(Object const& object) const
@@ -224,7 +218,7 @@ public:
     /// Adds the fields to what @p json has.
     static void writeFields(Object const& object, Json& json)
     {
-        WriteVisitor<Object> visitor(object, json);
+        WriteVisitor<Object> visitor{{}, object, json.get_ref<Json::object_t&>()};
         Self::fields(visitor);
     }
 

@@ -62,8 +62,6 @@ struct ToMap : Fields<ToMap, ZrtPreset>
     ZrtPreset const& preset;
     QVariantMap map;
 
-    explicit ToMap(ZrtPreset const& one) : preset(one) {}
-
     template <class Place, class Format>
     void visit(Field const& field, Place const& place, Format const& /*format*/)
     {
@@ -238,7 +236,6 @@ struct FaultFormat : ObjectFormat<FaultFormat, ZrtFault>
     void read(JsonInput const& input, ZrtFault& fault) const
     {
         input.allowKeys(keys());
-        fault = {};
         kinds().read(input.at(QStringLiteral("kind")), fault.kind);
         KindOfFault const& kind = *kinds().find(fault.kind);
         for (auto const& one : {c_delay, c_key}) {
@@ -400,7 +397,7 @@ QString problemIn(ZrtFault const& fault)
 
 QVariantMap toMap(ZrtPreset const& preset)
 {
-    ToMap visitor(preset);
+    ToMap visitor{{}, preset, {}};
     PresetFormat::fields(visitor);
     return visitor.map;
 }

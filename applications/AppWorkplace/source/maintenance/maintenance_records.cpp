@@ -58,16 +58,10 @@ struct ReadWhatIsRight : Fields<ReadWhatIsRight, DElement>
     DElement& record;
     QStringList& complaints;
 
-    ReadWhatIsRight(JsonInput const& from, DElement& to, QStringList& problems)
-        : input(from)
-        , record(to)
-        , complaints(problems)
-    {}
-
     template <class Field, class Place, class Format>
     void visit(Field const& field, Place const& place, Format const& format)
     {
-        attempt([&] { ReadVisitor<DElement>(input, record).visit(field, place, format); });
+        attempt([&] { ReadVisitor<DElement>{{}, input, record}.visit(field, place, format); });
     }
     template <class Action> bool attempt(Action const& action)
     {
@@ -99,13 +93,6 @@ struct Edit : Fields<Edit, DElement>
     DElement* record; ///< null: looks only whether the edit can be taken
     bool isKnown = false;
 
-    Edit(QString const& of, QString const& field, QVariant const& value, DElement* in)
-        : tool(of)
-        , key(field)
-        , edited(value)
-        , record(in)
-    {}
-
     template <class Place, class Format>
     void visit(Field const& field, Place const& place, Format const& format)
     {
@@ -129,12 +116,6 @@ struct WriteEdited : Fields<WriteEdited, DElement>
     DElement const& record;
     QSet<QString> const& edited;
     Json& json;
-
-    WriteEdited(DElement const& from, QSet<QString> const& keys, Json& to)
-        : record(from)
-        , edited(keys)
-        , json(to)
-    {}
 
     template <class Place, class Format>
     void visit(Field const& field, Place const& place, Format const& format)
@@ -200,7 +181,7 @@ void MaintenanceRecords::read(QString const& tool, JsonInput const& input)
 {
     auto const record = QSharedPointer<DElement>::create();
     m_records.insert(tool, record);
-    ReadWhatIsRight visitor(input, *record, m_complaints);
+    ReadWhatIsRight visitor{{}, input, *record, m_complaints};
     // What is no record has no fields to complain about one by one.
     if (!visitor.attempt([&input] { input.keys(); }))
         return;
@@ -220,7 +201,7 @@ void MaintenanceRecords::edit(QString const& tool, QVariantMap const& parameters
 {
     auto const take = [&](DElement* record) {
         for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
-            Edit visitor(tool, it.key(), it.value(), record);
+            Edit visitor{{}, tool, it.key(), it.value(), record};
             RecordFormat::fields(visitor);
             if (!visitor.isKnown)
                 throw InputError(QStringLiteral("maintenance of \"%1\": unknown parameter \"%2\"")
@@ -260,7 +241,7 @@ bool MaintenanceRecords::save()
         Json& tool = root[c_tools][it.key().toStdString()];
         if (!tool.is_null() && !tool.is_object())
             fail(QStringLiteral("there, \"%1\" is no record").arg(shown(it.key())));
-        WriteEdited visitor(*m_records.value(it.key()), it.value(), tool);
+        WriteEdited visitor{{}, *m_records.value(it.key()), it.value(), tool};
         RecordFormat::fields(visitor);
     }
 
