@@ -270,27 +270,24 @@ struct FaultFormat : ObjectFormat<FaultFormat, ZrtFault>
             schema["properties"][key].erase("default");
         schema["oneOf"] = {{{"required", {"nth"}}}, {{"required", {"percent"}}}};
         Json rules = Json::array();
-        for (auto const& one : {c_delay, c_key}) {
-            Json kinds = Json::array();
-            for (auto const& name : one.kinds())
-                kinds.push_back(name.toStdString());
-            rules.push_back({{"if", {{"properties", {{"kind", {{"enum", kinds}}}}}}},
-                             {"else", {{"properties", {{one.key.toStdString(), false}}}}}});
-            if (one.extra == Extra::Key)
-                rules.back()["then"] = {{"required", {one.key.toStdString()}}};
-        }
-        std::string usual;
         for (auto const& kind : c_faults) {
-            if (kind.extra != Extra::Delay)
-                continue;
-            usual += std::string(usual.empty() ? "" : ", ") + std::to_string(kind.usualDelay) + " for "
-                     + kind.name;
-            if (kind.leastDelay > 0)
-                rules.push_back({{"if", {{"properties", {{"kind", {{"const", kind.name}}}}}}},
-                                 {"then", {{"properties", {{"delay", {{"minimum", kind.leastDelay}}}}}}}});
+            std::string more;
+            Json then{{"properties", {{"delay", false}, {"key", false}}}};
+            if (kind.extra == Extra::Delay) {
+                then["properties"]["delay"] = {{"minimum", kind.leastDelay}};
+                more = "; `delay` is at least " + std::to_string(kind.leastDelay) + ", and "
+                       + std::to_string(kind.usualDelay) + " if it is absent";
+            } else if (kind.extra == Extra::Key) {
+                then = {{"properties", {{"delay", false}}}, {"required", {"key"}}};
+                more = "; needs `key`";
+            }
+            schema["properties"]["kind"]["oneOf"][rules.size()]["description"] = kind.meaning + more;
+            rules.push_back({{"if", {{"properties", {{"kind", {{"const", kind.name}}}}}}}, {"then", then}});
         }
-        Json& delay = schema["properties"]["delay"];
-        delay["description"] = delay["description"].get<std::string>() + "; if it is absent, " + usual;
+        for (auto const& one : {c_delay, c_key}) {
+            Json& description = schema["properties"][one.key.toStdString()]["description"];
+            description = description.get<std::string>() + "; " + one.complaint().toStdString();
+        }
         schema["allOf"] = rules;
         return schema;
     }

@@ -57,7 +57,7 @@ std::string valueText(Json const& schema)
         return "true or false";
     if (type == "array") {
         std::string const items = valueText(schema["items"]);
-        return items == "object" ? "list of objects" : "list: " + items;
+        return items == "object" ? "list of objects" : "list, each " + items;
     }
     if (type.is_array())
         return "text or null";
