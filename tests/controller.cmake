@@ -23,8 +23,8 @@ set_area("plugin;program" examples)
 # What the examples print is compared; the plugin's traces in a debug build are not part of it.
 set_property(TEST examples APPEND PROPERTY ENVIRONMENT "QT_LOGGING_RULES=default.debug=false")
 
-# Records the traces of the examples again, after a deliberate change.
+# Records the traces and transcripts of the examples again, after a deliberate change.
 add_custom_target(update_traces
     COMMAND bash "${CMAKE_CURRENT_SOURCE_DIR}/update_traces.sh" $<TARGET_FILE:workplace>
-        "${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples"
+        "${PROJECT_SOURCE_DIR}/applications/AppWorkplace/examples" "${CMAKE_CURRENT_SOURCE_DIR}/data/workplace"
     DEPENDS workplace p_tool_vesk_zrt VERBATIM)

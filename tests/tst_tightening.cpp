@@ -43,9 +43,23 @@ QString shown(TighteningResult const& result)
 /// What the rows of a test call a screw.
 QString nameOf(ZrtScrew screw)
 {
-    static char const* const names[] = {"good", "cross-threaded", "stripped",      "missing",
-                                        "soft", "blocked",        "released early"};
-    return QString::fromLatin1(names[static_cast<int>(screw)]);
+    switch (screw) {
+    case ZrtScrew::Good:
+        return QStringLiteral("good");
+    case ZrtScrew::CrossThreaded:
+        return QStringLiteral("cross-threaded");
+    case ZrtScrew::Stripped:
+        return QStringLiteral("stripped");
+    case ZrtScrew::Missing:
+        return QStringLiteral("missing");
+    case ZrtScrew::Soft:
+        return QStringLiteral("soft");
+    case ZrtScrew::Blocked:
+        return QStringLiteral("blocked");
+    case ZrtScrew::ReleasedEarly:
+        return QStringLiteral("released early");
+    }
+    return QString();
 }
 
 ZrtPreset torquePreset(int torque, int maxTorque, int snugTorque, int minAngle, int maxAngle, int speed,

@@ -83,8 +83,11 @@ QString aside(QString const& what)
 
 struct ToText
 {
-    /// What only a trace tells.
-    template <class Event> QString operator()(Event const& /*event*/) const { return {}; }
+    template <class Event> QString operator()(Event const& /*event*/) const
+    {
+        static_assert(Event::c_kind.isOfTracesAlone, "how is this event shown?");
+        return {};
+    }
     QString operator()(RunStarted const& event) const
     {
         return aside(QStringLiteral("%1 %2, simulated controller %3")
