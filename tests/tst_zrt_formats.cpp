@@ -189,10 +189,7 @@ void TstZrtFormats::refuses_data()
         QTest::newRow(name) << content << QString::fromLatin1(message);
     };
     row("list", "[]", "1: must be an object, not a list");
-    row("unknown key", "{\n\"serial\": 1}",
-        "2: unknown key \"serial\", known are identity, lock, screenLocked, presets, unwritablePresets, "
-        "parameters, program, triggerMode, reverse, eventCount, seed, screws, replyTime, presetTime, "
-        "connected, faults");
+    row("unknown key", "{\n\"serial\": 1}", "2: unknown key \"serial\", known are identity, lock, ...");
     row("schema that is no text", R"({"$schema": 1})", "1: $schema: must be a text, not a number");
     row("schema further in", R"({"identity": {"$schema": ""}})",
         "1: identity: unknown key \"$schema\", known are model, serialNumber, firmware");
@@ -205,14 +202,12 @@ void TstZrtFormats::refuses_data()
     row("screen as number", R"({"screenLocked": 1})", "1: screenLocked: must be true or false, not a number");
     row("screws as text", R"({"screws": "good"})", "1: screws: must be a list, not a text");
     row("unknown screw", R"({"screws": ["good", "Good"]})",
-        "1: screws[1]: unknown kind of screw, known are good, crossThreaded, stripped, missing, soft, "
-        "blocked, "
-        "releasedEarly");
+        "1: screws[1]: unknown kind of screw, known are good, crossThreaded, ...");
     row("unwritable preset", R"({"unwritablePresets": [65536]})",
         "1: unwritablePresets[0]: must be a whole number from 0 to 65535");
     row("program that is not there", "{\n\"program\": 2}", "2: program: there is no preset of this number");
     row("default program that is not there", R"({"presets": {"2": {}}})",
-        "1: program: there is no preset of this number");
+        "1: there is no preset 1, so \"program\" must name another");
     row("parameter", R"({"parameters": {"a": 1.5}})",
         "1: parameters.a: must be a whole number from -2147483648 to 2147483647");
 
@@ -226,9 +221,7 @@ void TstZrtFormats::refuses_data()
                               << QString::fromLatin1(message);
     };
     preset("\"torque\": 0", "3: presets.1.torque: must be a whole number from 1 to 100000");
-    preset("\"Torque\": 1",
-           "3: presets.1: unknown key \"Torque\", known are tcamActm, torque, maxTorque, snugTorque, "
-           "targetAngle, minAngle, maxAngle, speed, freeSpeed, maxTime");
+    preset("\"Torque\": 1", "3: presets.1: unknown key \"Torque\", known are tcamActm, torque, ...");
     preset("\"snugTorque\": 200", "2: presets.1: \"snugTorque\" must be less than \"torque\"");
     preset("\"torque\": 260", "2: presets.1: \"maxTorque\" must be more than \"torque\"");
     preset("\"maxAngle\": 10", "2: presets.1: \"minAngle\" must be less than \"maxAngle\"");
@@ -242,14 +235,10 @@ void TstZrtFormats::refuses_data()
                               << QString::fromLatin1(message);
     };
     fault(R"("instruction": "getInfo", "nth": 1)", "1: faults[0]: the key \"kind\" is missing");
-    fault(R"("kind": "Loss")",
-          "1: faults[0].kind: unknown kind of fault, known are delay, late, loss, duplicate, "
-          "missingKey, wrongType, refused, disconnected");
+    fault(R"("kind": "Loss")", "1: faults[0].kind: unknown kind of fault, known are delay, late, ...");
     fault(R"("kind": "loss", "nth": 1)", "1: faults[0]: the key \"instruction\" is missing");
-    fault(
-        R"("kind": "loss", "instruction": "setlock", "nth": 1)",
-        "1: faults[0].instruction: unknown instruction, known are SetTriggerProgram, getInfo, getPresetData, "
-        "getRegister, listenEventsData, restoreBackup, setLock, setLockScreen, setProgram");
+    fault(R"("kind": "loss", "instruction": "setlock", "nth": 1)",
+          "1: faults[0].instruction: unknown instruction, known are SetTriggerProgram, getInfo, ...");
     fault(R"("kind": "loss", "often": 1)",
           "1: faults[0]: unknown key \"often\", known are kind, instruction, nth, percent, delay, key");
     fault(R"("kind": "loss", "instruction": "getInfo")",
@@ -283,7 +272,8 @@ void TstZrtFormats::refuses()
     QFETCH(QByteArray, content);
     QFETCH(QString, message);
     QString const fileName = file(content);
-    QCOMPARE(complaintOf([&] { readZrtSetup(fileName); }), fileName + QLatin1Char(':') + message);
+    QString const expected = fileName + QLatin1Char(':') + message;
+    QCOMPARE(asFarAs(expected, complaintOf([&] { readZrtSetup(fileName); })), expected);
 }
 
 void TstZrtFormats::backup()

@@ -1,3 +1,4 @@
+#include "complaint.h"
 #include "scratch_folder.h"
 
 #include <zrt_controller/zrt_simulated_controller.h>
@@ -126,7 +127,8 @@ void TstZrtSimulatedController::doesNotMake_data()
     row("lock: must be a whole number from 0 to 2", [](ZrtSetup& setup) { setup.state.lock = 3; });
     row("replyTime: must be a whole number from 0 to 600000",
         [](ZrtSetup& setup) { setup.times.reply = -1; });
-    row("program: there is no preset of this number", [](ZrtSetup& setup) { setup.state.program = 2; });
+    row("there is no preset 2, so \"program\" must name another",
+        [](ZrtSetup& setup) { setup.state.program = 2; });
     for (int const number : {-1, 65536}) {
         QTest::addRow("preset %d", number)
             << Change([number](ZrtSetup& setup) { setup.state.presets.insert(number, {}); })
@@ -139,10 +141,8 @@ void TstZrtSimulatedController::doesNotMake_data()
     row("unwritablePresets[1]: must be a whole number from 0 to 65535", [](ZrtSetup& setup) {
         setup.state.unwritablePresets = {0, -1};
     });
-    for (int const screw : {-1, 7})
-        row("screws[0]: unknown kind of screw, known are good, crossThreaded, stripped, missing, soft, "
-            "blocked, "
-            "releasedEarly",
+    for (int const screw : {-1, 100})
+        row("screws[0]: unknown kind of screw, known are good, crossThreaded, ...",
             [screw](ZrtSetup& setup) { setup.state.screws += static_cast<ZrtScrew>(screw); });
     row("faults[0].delay: goes with the kinds delay and late", [](ZrtSetup& setup) {
         setup.faults += fault(ZrtFault::Loss);
@@ -158,7 +158,7 @@ void TstZrtSimulatedController::doesNotMake()
     change(setup);
     QString found;
     QVERIFY(!ZrtSimulatedController::create(setup, ZrtClock(), &found));
-    QCOMPARE(found, problem);
+    QCOMPARE(asFarAs(problem, found), problem);
     QVERIFY(!ZrtSimulatedController::create(setup, ZrtClock())); // and nobody asks why
 }
 
@@ -403,22 +403,18 @@ void TstZrtSimulatedController::refusesFaults_data()
         change(one);
         QTest::newRow(problem) << one << QString::fromLatin1(problem);
     };
-    row("kind: unknown kind of fault, known are delay, late, loss, duplicate, missingKey, wrongType, "
-        "refused, "
-        "disconnected",
-        static_cast<ZrtFault::Kind>(8));
-    row("instruction: unknown instruction, known are SetTriggerProgram, getInfo, getPresetData, getRegister, "
-        "listenEventsData, restoreBackup, setLock, setLockScreen, setProgram",
-        ZrtFault::Refused, [](ZrtFault& one) { one.instruction.clear(); });
+    row("kind: unknown kind of fault, known are delay, late, ...", static_cast<ZrtFault::Kind>(-1));
+    row("instruction: unknown instruction, known are SetTriggerProgram, getInfo, ...", ZrtFault::Refused,
+        [](ZrtFault& one) { one.instruction.clear(); });
     row("nth: must be a whole number from 1 to 2147483647", ZrtFault::Loss,
         [](ZrtFault& one) { one.nth = -1; });
     for (double const value : {-0.1, 1.1, std::numeric_limits<double>::quiet_NaN()}) {
-        row("percent: must be a probability from 0 to 1", ZrtFault::Loss, [value](ZrtFault& one) {
+        row("percent: the probability must be from 0 to 1", ZrtFault::Loss, [value](ZrtFault& one) {
             one.nth = 0;
             one.probability = value;
         });
     }
-    row("must have one of \"nth\" and \"percent\"", ZrtFault::Loss,
+    row("\"nth\" and a probability exclude each other", ZrtFault::Loss,
         [](ZrtFault& one) { one.probability = 0.5; });
     row("delay: must be a whole number from 0 to 600000", ZrtFault::Delay,
         [](ZrtFault& one) { one.delay = -1; });
@@ -434,7 +430,10 @@ void TstZrtSimulatedController::refusesFaults()
     QFETCH(ZrtFault, fault);
     QFETCH(QString, problem);
     Bench bench;
-    QTest::ignoreMessage(QtWarningMsg, "ZrtSimulatedController::addFault: " + problem.toLatin1());
+    QString const pattern =
+        QRegularExpression::escape(QStringLiteral("ZrtSimulatedController::addFault: ") + problem);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QString(pattern).replace(
+                                           QStringLiteral("\\.\\.\\."), QStringLiteral(".*"))));
     QCOMPARE(bench.controller->addFault(fault), 0);
     QVERIFY(bench.controller->faults().isEmpty());
 }

@@ -156,8 +156,8 @@ template <class Object> struct SchemaVisitor : Fields<SchemaVisitor<Object>, Obj
             schema["description"] = unit.empty() ? meaning : meaning + " (" + unit + ")";
         if constexpr (Field::isRequired)
             requiredKeys.push_back(field.key);
-        else
-            schema["default"] = format.write(valueOf(Object(), place));
+        else if (Json const json = format.write(valueOf(Object(), place)); json != Json() && json != Json(""))
+            schema["default"] = json; // null and an empty text say no more than that the key may be absent
         properties[field.key] = schema;
     }
 };
@@ -193,11 +193,8 @@ public:
         static QStringList const known = keys();
         input.allowKeys(known);
         readFields(input, object);
-        if (Problem const problem = self().problemWith(object)) {
-            if (!problem.path.isEmpty() && input.has(problem.path))
-                input.at(problem.path).fail(problem.what);
+        if (Problem const problem = self().problemWith(object))
             input.fail(problem.text());
-        }
     }
     Problem problemIn(Object const& object) const
     {
@@ -205,8 +202,7 @@ public:
         Self::fields(visitor);
         return visitor.problem ? visitor.problem : self().problemWith(object);
     }
-    /// What is wrong with an object each of whose fields is valid. The path is the key at fault, if there is
-    /// one.
+    /// What is wrong with an object each of whose fields is valid.
     Problem problemWith(Object const& /*object*/) const { return {}; }
 
     Json write(Object const& object) const

@@ -209,7 +209,7 @@ struct Percent
     static Problem problemIn(double probability)
     {
         bool const isProbability = probability >= 0 && probability <= 1; // which not-a-number is not
-        return {{}, isProbability ? QString() : QStringLiteral("must be a probability from 0 to 1")};
+        return {{}, isProbability ? QString() : QStringLiteral("the probability must be from 0 to 1")};
     }
     static Json write(double probability) { return std::lround(probability * c_percent); }
     static Json schema() { return Whole{0, c_percent}.schema(); }
@@ -250,13 +250,13 @@ struct FaultFormat : ObjectFormat<FaultFormat, ZrtFault>
         if (!input.has(c_delay.key))
             fault.delay = kind.usualDelay;
         if (input.has(QStringLiteral("nth")) == input.has(QStringLiteral("percent")))
-            input.fail(nthOrPercent());
+            input.fail(QStringLiteral("must have one of \"nth\" and \"percent\""));
     }
     static Problem problemWith(ZrtFault const& fault)
     {
         KindOfFault const& kind = *kinds().find(fault.kind);
         if (fault.nth != 0 && fault.probability != 0)
-            return {{}, nthOrPercent()};
+            return {{}, QStringLiteral("\"nth\" and a probability exclude each other")};
         if (fault.delay != 0 && kind.extra != Extra::Delay)
             return {c_delay.key, c_delay.complaint()};
         if (!fault.key.isEmpty() && kind.extra != Extra::Key)
@@ -294,7 +294,6 @@ struct FaultFormat : ObjectFormat<FaultFormat, ZrtFault>
 
 private:
     static Whole delays(KindOfFault const& kind) { return {kind.leastDelay, c_longest}; }
-    static QString nthOrPercent() { return QStringLiteral("must have one of \"nth\" and \"percent\""); }
 };
 
 struct IdentityFormat : ObjectFormat<IdentityFormat, ZrtState>
@@ -358,20 +357,30 @@ struct SetupFormat : ObjectFormat<SetupFormat, ZrtSetup>
         fields.optional("connected", &ZrtSetup::isConnected, "whether the controller can be reached");
         fields.optional("faults", &ZrtSetup::faults, "what goes wrong, and when", ListOf{FaultFormat()});
     }
-    static Problem problemWith(ZrtSetup const& setup)
-    {
-        if (setup.state.presets.contains(setup.state.program))
-            return {};
-        return {QStringLiteral("program"), QStringLiteral("there is no preset of this number")};
-    }
 };
+
+bool hasItsProgram(ZrtSetup const& setup)
+{
+    return setup.state.presets.contains(setup.state.program);
+}
+
+QString otherProgram(ZrtSetup const& setup)
+{
+    return QStringLiteral("there is no preset %1, so \"program\" must name another").arg(setup.state.program);
+}
 
 } // namespace
 
 ZrtSetup readZrtSetup(QString const& fileName)
 {
+    JsonInput const file = JsonInput::fromFile(fileName);
+    QString const program = QStringLiteral("program");
     ZrtSetup setup;
-    SetupFormat().read(JsonInput::fromFile(fileName), setup);
+    SetupFormat().read(file, setup);
+    if (!hasItsProgram(setup) && file.has(program))
+        file.at(program).fail(QStringLiteral("there is no preset of this number"));
+    if (!hasItsProgram(setup))
+        file.fail(otherProgram(setup));
     return setup;
 }
 
@@ -384,7 +393,8 @@ ZrtBackup readZrtBackup(QString const& fileName)
 
 QString problemIn(ZrtSetup const& setup)
 {
-    return SetupFormat().problemIn(setup).text();
+    Problem const problem = SetupFormat().problemIn(setup);
+    return problem || hasItsProgram(setup) ? problem.text() : otherProgram(setup);
 }
 
 QString problemIn(ZrtFault const& fault)

@@ -132,6 +132,12 @@ def bounds(key):
     return sorted(numbers)
 
 
+def keys_of(name):
+    """The keys that a schema has a description for, those of the typed values of a trace left out."""
+    schema = json.loads((sources / "docs/schemas" / f"{name}.schema.json").read_text())
+    return {path[-1] for path in places(schema) if path[-2:-1] == ("properties",)} - {"$schema", "@type", "@value"}
+
+
 def changes(name):
     """Where, and what stands there instead: other kinds of values, numbers out of bounds, a key less, a key more."""
     sample = SAMPLES[name]
@@ -217,6 +223,8 @@ def check(name):
         if fits == bool(said) and not (fits and is_within):
             problems.append(f"{name}: {where}: the schema {'takes' if fits else 'refuses'} it, the program says: {said}")
     print(f"{name}: {len(cases)} files, {refused} of them wrong")
+    keys = {key for key in map(str, sum(places(sample), ())) if not key.isdigit()}
+    problems += [f"{name}: the sample lacks {key}" for key in keys_of(name) - keys]
     if not 0 < refused < len(cases) - 1:
         problems.append(f"{name}: the files are all right or all wrong")
     return problems

@@ -14,3 +14,10 @@ template <class Action> QString complaintOf(Action const& action)
     }
     return QStringLiteral("no complaint");
 }
+
+/// A text as far as it is expected: where @p expected ends in "...", anything may follow.
+inline QString asFarAs(QString const& expected, QString const& text)
+{
+    QString const open = QStringLiteral("...");
+    return expected.endsWith(open) ? text.left(expected.size() - open.size()) + open : text;
+}

@@ -14,6 +14,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <memory>
 
 namespace
@@ -64,89 +65,83 @@ std::string valueText(Json const& schema)
     return type == "string" ? "text" : type.get<std::string>();
 }
 
-/// Describes a schema in tables: its keys, by their paths, and below these the names of each enumeration.
+std::string const c_columns = " | value | default | meaning |\n|---|---|---|---|\n";
+
+/// A schema as tables: its keys by their paths, and below these a table for each enumeration and each kind of
+/// object.
 class Tables
 {
 public:
     explicit Tables(Json const& schema)
     {
-        m_keys = "| key | value | default | meaning |\n|---|---|---|---|\n";
-        bool const isOfKinds = schema.contains("oneOf");
-        if (isOfKinds)
-            addKinds(schema["oneOf"]);
+        if (schema.contains("oneOf"))
+            m_text = events(schema["oneOf"]);
         else
-            addParts({}, schema);
-        m_text = (isOfKinds ? std::string() : m_keys) + m_names;
+            m_text = "| key" + c_columns + parts({}, schema);
+        m_text += m_others;
     }
 
     std::string const& text() const { return m_text; }
 
 private:
-    void addKey(std::string const& path, Json const& schema, bool isRequired)
+    std::string key(std::string const& path, Json const& schema, bool isRequired)
     {
         std::string const standard = schema.contains("default") ? code(schema["default"].dump()) : "";
-        m_keys += "| " + code(path) + " | " + valueText(schema) + " | " + (isRequired ? "required" : standard)
-                  + " | " + schema.value("description", "") + " |\n";
         if (schema.contains("oneOf"))
-            addNames(path, schema["oneOf"]);
-        addParts(path, schema);
+            addKinds(path, schema["oneOf"]);
+        return "| " + code(path) + " | " + valueText(schema) + " | " + (isRequired ? "required" : standard)
+               + " | " + schema.value("description", "") + " |\n" + parts(path, schema);
     }
-    void addParts(std::string const& path, Json const& schema)
+    std::string parts(std::string const& path, Json const& schema)
     {
+        std::string rows;
         std::string const before = path.empty() ? "" : path + '.';
         Json const properties = schema.value("properties", Json::object());
         Json const required = schema.value("required", Json::array());
-        for (auto const& [key, value] : properties.items()) {
-            if (key != "$schema")
-                addKey(before + key, value,
-                       std::find(required.begin(), required.end(), key) != required.end());
+        for (auto const& [name, value] : properties.items()) {
+            if (name != "$schema")
+                rows += key(before + name, value,
+                            std::find(required.begin(), required.end(), name) != required.end());
         }
         Json const others = schema.value("additionalProperties", Json());
-        if (others.is_object() && others.contains("properties"))
-            addParts(before + '*', others);
-        else if (others.is_object())
-            addKey(before + '*', others, false);
-        if (!schema.contains("items"))
-            return;
-        Json const& items = schema["items"];
-        addParts(path + "[]", items);
-        if (!items.contains("oneOf"))
-            return;
-        addNames(path + "[]", items["oneOf"]);
-        for (auto const& kind : items["oneOf"])
-            addParts(path + "[]", kind);
+        if (others.is_object())
+            rows += others.contains("properties") ? parts(before + '*', others)
+                                                  : key(before + '*', others, false);
+        Json const items = schema.value("items", Json::object());
+        if (items.contains("oneOf"))
+            addKinds(path + "[]", items["oneOf"]);
+        return items.empty() ? rows : rows + parts(path + "[]", items);
     }
-    void addNames(std::string const& path, Json const& names)
+    void addKinds(std::string const& path, Json const& kinds)
     {
-        if (!names[0].contains("const"))
+        if (kinds[0].contains("const")) {
+            m_others += "\n| " + code(path) + " | |\n|---|---|\n";
+            for (auto const& name : kinds)
+                m_others += "| " + code(name["const"]) + " | " + name.value("description", "") + " |\n";
             return;
-        m_names += "\n| " + code(path) + " | |\n|---|---|\n";
-        for (auto const& name : names)
-            m_names += "| " + code(name["const"]) + " | " + name.value("description", "") + " |\n";
-    }
-    /// Objects that one key tells from each other, which has another text in each.
-    void addKinds(Json const& kinds)
-    {
-        for (auto const& kind : kinds) {
-            std::string name;
-            std::string keys;
-            for (auto const& [key, value] : kind["properties"].items()) {
-                if (value.contains("const") && value["const"].is_string()) {
-                    m_names +=
-                        m_names.empty() ? "| " + code(key) + " | is | other keys |\n|---|---|---|\n" : "";
-                    name = value["const"];
-                    continue;
-                }
-                std::string const meaning = value.value("description", "");
-                keys +=
-                    (keys.empty() ? "" : ", ") + code(key) + (meaning.empty() ? "" : " (" + meaning + ')');
-            }
-            m_names += "| " + code(name) + " | " + kind.value("description", "") + " | " + keys + " |\n";
         }
+        for (auto const& kind : kinds)
+            m_others += "\n| one kind of " + code(path) + c_columns + parts({}, kind);
+    }
+    /// Objects that tell by the text of one key which other keys they have.
+    static std::string events(Json const& kinds)
+    {
+        std::string rows = "| `event` | is | other keys |\n|---|---|---|\n";
+        for (auto const& kind : kinds) {
+            std::string keys;
+            for (auto const& [name, value] : kind["properties"].items()) {
+                std::string const meaning = value.value("description", "");
+                if (name != "event")
+                    keys += (keys.empty() ? "" : ", ") + code(name)
+                            + (meaning.empty() ? "" : " (" + meaning + ')');
+            }
+            rows += "| " + code(kind["properties"]["event"]["const"]) + " | " + kind.value("description", "")
+                    + " | " + keys + " |\n";
+        }
+        return rows;
     }
 
-    std::string m_keys;
-    std::string m_names;
+    std::string m_others;
     std::string m_text;
 };
 

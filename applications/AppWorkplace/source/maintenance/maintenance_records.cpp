@@ -46,7 +46,8 @@ struct RecordFormat : ObjectFormat<RecordFormat, DElement>
         fields.optional("validityDate", Property{&DElement::validityDate, &DElement::setValidityDate},
                         "a day, the empty text for permanent, null for none", Validity());
         fields.optional("alertBeforeExpiration",
-                        Property{&DElement::stbExpiredDelay, &DElement::setStbExpiredDelay}, "",
+                        Property{&DElement::stbExpiredDelay, &DElement::setStbExpiredDelay},
+                        "how long before the validity ends an alert is raised",
                         Whole{0, std::numeric_limits<int>::max(), "days"});
     }
 };

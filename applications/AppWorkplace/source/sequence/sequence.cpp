@@ -44,7 +44,7 @@ struct AwaitFormat : ObjectFormat<AwaitFormat, AwaitStep>
         fields.required("await", &AwaitStep::key, "waits until this result has a value");
         fields.required("of", &AwaitStep::command, "the command, one that has a stop name and is running");
         fields.required("value", &AwaitStep::value, "of a map the keys that are given count", PlainValue());
-        fields.optional("within", &AwaitStep::within, "", c_duration);
+        fields.optional("within", &AwaitStep::within, "how long at most", c_duration);
     }
 };
 
@@ -120,12 +120,18 @@ struct FileName : Text
     static Json schema() { return {{"type", "string"}, {"minLength", 1}}; }
 };
 
-/// What stands in a sequence's file, before it is known what the plugin makes of it.
+/// The steps as they stand in the file: what an order is depends on the plugin.
+struct UnreadSteps
+{
+    static void read(JsonInput const& input, std::vector<JsonInput>& steps) { steps = input.items(); }
+    static Json schema() { return ListOf{StepFormat()}.schema(); }
+};
+
 struct SequenceFile
 {
     QVariantMap tool;
     QString controller;
-    std::vector<StepFormat::Value> steps;
+    std::vector<JsonInput> steps;
 };
 
 struct SequenceFormat : ObjectFormat<SequenceFormat, SequenceFile>
@@ -139,7 +145,7 @@ struct SequenceFormat : ObjectFormat<SequenceFormat, SequenceFile>
             "the set-up of the controller to simulate, relative to this file; without it a default "
             "controller; `--controller` overrides it",
             FileName());
-        fields.required("steps", &SequenceFile::steps, "done one after the other", ListOf{StepFormat()});
+        fields.required("steps", &SequenceFile::steps, "done one after the other", UnreadSteps());
     }
 };
 
@@ -199,25 +205,29 @@ void checkResults(JsonInput const& input, QList<DDeclaration> const& declared)
     }
 }
 
+/// The name of a stop that a step orders; empty if it orders a command, or nothing.
+QString stopNameIn(JsonInput const& input, DAbstractPlugin const& plugin)
+{
+    QString const key = QStringLiteral("order");
+    QString const name = input.has(key) ? input.at(key).toText() : QString();
+    if (!input.has(key) || plugin.commandPrototype(name))
+        return {};
+    auto const known = plugin.getFunctions(true);
+    if (!known.contains(name))
+        input.at(key).fail(QStringLiteral("unknown order \"%1\", known are %2")
+                               .arg(shown(name), known.join(QStringLiteral(", "))));
+    input.allowKeys({key});
+    return name;
+}
+
 /// Checks a step against the commands of the plugin. @p input is where it stands.
 Sequence::Step checked(OrderStep step, JsonInput const& input, DAbstractPlugin const& plugin,
                        QString const& folder)
 {
-    QString const order = QStringLiteral("order");
     QString const parameters = QStringLiteral("parameters");
     QString const expect = QStringLiteral("expect");
     QString const filePath = QStringLiteral("filePath");
-
     ICommand const* const command = plugin.commandPrototype(step.command);
-    if (!command) {
-        auto const known = plugin.getFunctions(true);
-        if (!known.contains(step.command))
-            input.at(order).fail(QStringLiteral("unknown order \"%1\", known are %2")
-                                     .arg(shown(step.command), known.join(QStringLiteral(", "))));
-        input.allowKeys({order});
-        return StopStep{step.command};
-    }
-
     auto const declared = command->commandArguments();
     if (input.has(parameters))
         step.parameters = readParameters(input.at(parameters), declared.parameters);
@@ -258,23 +268,30 @@ Sequence::Step checked(Step const& step, JsonInput const& /*input*/, DAbstractPl
     return step;
 }
 
+Sequence::Step readStep(JsonInput const& input, DAbstractPlugin const& plugin, QString const& folder)
+{
+    QString const stopName = stopNameIn(input, plugin);
+    if (!stopName.isEmpty())
+        return StopStep{stopName};
+    StepFormat::Value step;
+    StepFormat().read(input, step);
+    return std::visit([&](auto const& one) { return checked(one, input, plugin, folder); }, step);
+}
+
 } // namespace
 
 Sequence readSequence(QString const& fileName, DAbstractPlugin const& plugin)
 {
-    auto const root = JsonInput::fromFile(fileName);
     SequenceFile file;
-    SequenceFormat().read(root, file);
+    SequenceFormat().read(JsonInput::fromFile(fileName), file);
     QString const folder = QFileInfo(fileName).path();
 
     Sequence sequence;
     sequence.tool = file.tool;
     if (!file.controller.isEmpty())
         sequence.controllerFile = QDir(folder).filePath(file.controller);
-    auto const inputs = root.at(QStringLiteral("steps")).items();
-    for (std::size_t i = 0; i < inputs.size(); ++i)
-        sequence.steps.push_back(std::visit(
-            [&](auto const& step) { return checked(step, inputs[i], plugin, folder); }, file.steps[i]));
+    for (auto const& step : file.steps)
+        sequence.steps.push_back(readStep(step, plugin, folder));
     for (auto const& step : sequence.steps) {
         auto const* const order = std::get_if<OrderStep>(&step);
         if (order && order->parameters.contains(QStringLiteral("filePath")))

@@ -3,7 +3,6 @@
 #include <files/input_error.h>
 #include <files/object_format.h>
 
-#include <optional>
 #include <type_traits>
 
 namespace
@@ -16,10 +15,9 @@ template <class Event> struct EventFormat : format::ObjectFormat<EventFormat<Eve
     template <class Fields> static void fields(Fields& fields) { Event::fields(fields); }
 };
 
-QString const c_time = QStringLiteral("time");
-QString const c_event = QStringLiteral("event");
+constexpr char const* c_time = "time";
 // Far beyond any run, and far from an overflow.
-format::Whole const c_timeFormat{0, qint64(1) << 53, "milliseconds"};
+format::Whole const c_timeFormat{0, qint64(1) << 53};
 
 /// Calls a function with a new event of each kind, until it answers true.
 template <class... Events, class Function>
@@ -36,7 +34,7 @@ template <class Function> bool anyKind(Function const& function)
 
 Json toJson(qint64 time, RunEvent const& event)
 {
-    Json json{{"time", time}, {"event", kindOf(event).name}};
+    Json json{{c_time, time}, {c_eventKey, kindOf(event).name}};
     std::visit([&json](auto const& one) { EventFormat<std::decay_t<decltype(one)>>::writeFields(one, json); },
                event);
     return json;
@@ -44,10 +42,10 @@ Json toJson(qint64 time, RunEvent const& event)
 
 std::pair<qint64, RunEvent> toEvent(JsonInput const& json)
 {
-    JsonInput const kind = json.at(c_event);
+    JsonInput const kind = json.at(QLatin1String(c_eventKey));
     QString const name = kind.toText();
     std::pair<qint64, RunEvent> read;
-    QStringList known{c_event};
+    QStringList known{QLatin1String(c_eventKey)};
     bool const isKnown = anyKind([&](auto event) {
         using Format = EventFormat<decltype(event)>;
         if (name != QLatin1String(event.c_kind.name))
@@ -59,8 +57,8 @@ std::pair<qint64, RunEvent> toEvent(JsonInput const& json)
     });
     if (!isKnown)
         kind.fail(QStringLiteral("unknown event \"%1\"").arg(shown(name)));
-    c_timeFormat.read(json.at(c_time), read.first);
-    json.allowKeys(known += c_time);
+    c_timeFormat.read(json.at(QLatin1String(c_time)), read.first);
+    json.allowKeys(known += QLatin1String(c_time));
     return read;
 }
 
@@ -72,7 +70,7 @@ QByteArray traceLineSchema()
         Json kind = EventFormat<decltype(event)>::openSchema();
         kind["description"] =
             std::string(event.c_kind.meaning) + (event.c_kind.isOfTracesAlone ? " (only in a trace)" : "");
-        kind["properties"]["event"] = {{"const", event.c_kind.name}};
+        kind["properties"][c_eventKey] = {{"const", event.c_kind.name}};
         names.push_back(event.c_kind.name);
         kinds.push_back(kind);
         return false;
@@ -80,8 +78,8 @@ QByteArray traceLineSchema()
     Json time = c_timeFormat.schema();
     time["description"] = "milliseconds since the start";
     Json const schema{{"type", "object"},
-                      {"properties", {{"time", time}, {"event", {{"enum", names}}}}},
-                      {"required", {"time", "event"}},
+                      {"properties", {{c_time, time}, {c_eventKey, {{"enum", names}}}}},
+                      {"required", {c_time, c_eventKey}},
                       {"oneOf", kinds},
                       {"unevaluatedProperties", false},
                       {"$defs", format::typedDefinitions()}};

@@ -8,6 +8,9 @@
 
 #include <utility>
 
+/// The key that says what an event is.
+inline constexpr char const* c_eventKey = "event";
+
 /// An event as one JSON object, its time in milliseconds and its kind first.
 nlohmann::ordered_json toJson(qint64 time, RunEvent const& event);
 

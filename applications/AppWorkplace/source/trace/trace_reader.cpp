@@ -15,8 +15,8 @@ bool isBeginning(QByteArray const& text)
 {
     try {
         auto const json = JsonInput::fromText(QString(), text);
-        QString const event = QStringLiteral("event");
-        return json.has(event) && json.at(event).toText() == QLatin1String("begin");
+        QLatin1String const event(c_eventKey);
+        return json.has(event) && json.at(event).toText() == QLatin1String(RunStarted::c_kind.name);
     } catch (InputError const&) {
         return false;
     }
