@@ -141,10 +141,12 @@ QStringList found(char const* text)
 void compare(QStringList const& table, QStringList const& code)
 {
     QVERIFY(!code.isEmpty());
+    QString const file = QStringLiteral("applications/AppWorkplace/source/log_lines/log_lines.cpp");
     for (auto const& one : code)
-        QVERIFY2(table.contains(one), qPrintable(QStringLiteral("the table has not: ") + one));
+        QVERIFY2(table.contains(one), qPrintable(file + QStringLiteral(" lacks: ") + one));
     for (auto const& one : table)
-        QVERIFY2(code.contains(one), qPrintable(QStringLiteral("the sources have not: ") + one));
+        QVERIFY2(code.contains(one),
+                 qPrintable(QStringLiteral("the plugin lacks what is in %1: %2").arg(file, one)));
     QCOMPARE(table, code);
 }
 

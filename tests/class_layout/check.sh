@@ -6,11 +6,7 @@
 #   check.sh [--update] ROOM COMPILER CXXFILT WORK_DIRECTORY [compiler options...]
 #
 # The room is "libraries" (the host framework's classes that plugins are built against) or "plugin" (all of the
-# plugin's); ROOM.cpp names the headers, ROOM.txt is the baseline. To accept a deliberate change run
-#
-#   cmake --build <build directory> --target update_class_layout
-#
-# and commit the baseline with it.
+# plugin's); ROOM.cpp names the headers, ROOM.txt is the baseline.
 set -euo pipefail
 
 update=false
@@ -87,7 +83,7 @@ done
 if [ ${#changed[@]} -gt 0 ]; then
     echo
     echo "The layout changed of: ${changed[*]}"
-    echo "To accept a deliberate change: cmake --build <build directory> --target update_class_layout"
+    echo "To accept a deliberate change: cmake --build --preset release --target update_all"
     exit 1
 fi
 # Whatever the parts leave out: a class that the baseline has and the check no longer knows.

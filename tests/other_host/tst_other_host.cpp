@@ -240,7 +240,8 @@ void TestOtherHost::oneOrderOfEach()
     QVERIFY2(recorded.open(QIODevice::ReadOnly), qPrintable(recorded.errorString()));
     auto const expected = lines(recorded.readAll());
     if (told != expected)
-        qWarning("to accept a deliberate change, build the target update_other_host; now it did:\n%s",
+        qWarning("To accept a deliberate change: cmake --build --preset release --target update_all; now it "
+                 "did:\n%s",
                  qPrintable(told.join(QLatin1Char('\n'))));
     QCOMPARE(told, expected);
 }
