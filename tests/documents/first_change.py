@@ -1,13 +1,15 @@
 """Follows docs/your-first-change.md in a copy of the sources, and builds and uses what comes of it.
 
-    first_change.py SOURCES WORKPLACE CMAKE GENERATOR COMPILER MAKER_DOMAIN FOLDER
+    first_change.py SOURCES WORKPLACE LIBRARIES CMAKE GENERATOR COMPILER MAKER_DOMAIN FOLDER
+
+The program and the libraries below the plugin are those of the build that the test belongs to: the page changes neither.
 """
 import re
 import subprocess
 import sys
 from pathlib import Path
 
-sources, workplace, cmake, generator, compiler, maker, folder = sys.argv[1:]
+sources, workplace, libraries, cmake, generator, compiler, maker, folder = sys.argv[1:]
 sources, folder = Path(sources), Path(folder)
 copy, build = folder / "sources", folder / "build"
 
@@ -54,8 +56,22 @@ blocks = re.findall(r"`([^`\n]+)`:\n\n```(\w+)\n(.*?)^```$", page, re.MULTILINE 
 if not blocks or len(blocks) != len(re.findall(r"^```\w", page, re.MULTILINE)):
     sys.exit("before each block of the page stands a paragraph that ends with the name of its file")
 
+def built_already(package, **needs):
+    """What CMake is told of libraries that need not be built again: each name, with what it links."""
+    return "find_package(Qt5 5.15 REQUIRED COMPONENTS Core)\n" + "".join(f"""
+add_library({name} SHARED IMPORTED GLOBAL)
+add_library({package}::{name} ALIAS {name})
+set_target_properties({name} PROPERTIES IMPORTED_LOCATION "{libraries}/lib{name}.so"
+    INTERFACE_INCLUDE_DIRECTORIES "{copy}/libraries" INTERFACE_LINK_LIBRARIES {linked})
+""" for name, linked in needs.items())
+
+
 # What has not changed since the last time keeps its date, and is not built again.
-wanted = {file: text.encode() for file, text in changes().items()}
+wanted = {file: text.encode() for file, text in {
+    **changes(),
+    "libraries/CMakeLists.txt": built_already("WorkstationSdk", utilities="Qt5::Core", plugin_management="utilities"),
+    "libraries/zrt_controller/CMakeLists.txt": built_already("ZrtSimulatedController", zrt_controller="Qt5::Core"),
+}.items()}
 for room in sources.iterdir():
     if room.name == "build" or room.name.startswith("."):
         continue
