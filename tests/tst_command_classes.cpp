@@ -64,6 +64,9 @@ void TestCommandClasses::catalogue()
         inCatalogue += QString::fromLatin1(prototype->metaObject()->className());
     }
     QStringList classes = namesOf(CommandClasses());
+    for (auto const& name : qAsConst(classes))
+        QVERIFY2(inCatalogue.contains(name),
+                 qPrintable(QStringLiteral("PToolVeskZrt::initPluginCommands() does not declare ") + name));
     inCatalogue.sort();
     classes.sort();
     QCOMPARE(inCatalogue, classes);

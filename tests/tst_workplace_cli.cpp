@@ -129,6 +129,7 @@ class TstWorkplaceCli : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void help_data();
     void help();
     void badUsage_data();
@@ -184,6 +185,16 @@ private slots:
 private:
     bool m_writesDirectly = false;
 };
+
+// Many rows know the commands from the file: said once here, and not by each of them.
+void TstWorkplaceCli::initTestCase()
+{
+    Outcome const outcome = Program::run({QStringLiteral("inspect"), QStringLiteral("--json")});
+    QVERIFY2(
+        outcome.out == expected(QStringLiteral("inspect.jsonl")),
+        "tests/data/workplace/inspect.jsonl is not what the library says; the test document_generated shows "
+        "the difference. To accept a deliberate change: cmake --build --preset release --target update_all");
+}
 
 void TstWorkplaceCli::help_data()
 {

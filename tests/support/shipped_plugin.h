@@ -53,7 +53,10 @@ public:
         : instance(ShippedPlugin().makeInstance(QUuid::createUuid()))
     {
         instance->initPluginCommands();
-        command = instance->commandPrototype(name)->createCommand(parameters);
+        auto const* const prototype = instance->commandPrototype(name);
+        if (!prototype)
+            qFatal("the plugin declares no such command: %s", qPrintable(name));
+        command = prototype->createCommand(parameters);
     }
 
     /// Links the command to its order and executes it, as a host does.
