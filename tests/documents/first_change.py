@@ -2,7 +2,8 @@
 
     first_change.py SOURCES WORKPLACE LIBRARIES CMAKE GENERATOR COMPILER MAKER_DOMAIN FOLDER
 
-The program and the libraries below the plugin are those of the build that the test belongs to: the page changes neither.
+The page changes neither the program nor the libraries below the plugin: they are those of the build that the test
+belongs to.
 """
 import re
 import subprocess
@@ -23,7 +24,8 @@ def run(*command):
 
 
 def patched(text, diff, file):
-    """The text with the diff's changes, if it lacks them. Hunks are parted by @@, and know their place by what stands there.
+    """The text with the diff's changes; those that it has already are left out. Hunks are parted by @@, and know their
+    place by what stands there.
     """
     for hunk in re.split(r"^@@\n", diff, flags=re.MULTILINE):
         lines = hunk.splitlines(keepends=True)
@@ -55,6 +57,7 @@ page = (sources / "docs/your-first-change.md").read_text()
 blocks = re.findall(r"`([^`\n]+)`:\n\n```(\w+)\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)
 if not blocks or len(blocks) != len(re.findall(r"^```\w", page, re.MULTILINE)):
     sys.exit("before each block of the page stands a paragraph that ends with the name of its file")
+
 
 def built_already(package, **needs):
     """What CMake is told of libraries that need not be built again: each name, with what it links."""
