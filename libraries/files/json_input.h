@@ -48,7 +48,7 @@ public:
     QString toText() const;
     /// A whole number from @p lowest to @p highest.
     qint64 toInteger(qint64 lowest, qint64 highest) const;
-    /// What is said of a value that is none.
+    /// The complaint about a value outside the range.
     static QString notWithin(qint64 lowest, qint64 highest);
     /// The value as it stands: null is invalid; a whole number is an int, where that is too small a qlonglong
     /// or qulonglong; any other number is a double; a list is a QVariantList, an object a QVariantMap.
