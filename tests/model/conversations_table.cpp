@@ -1,5 +1,6 @@
 // Writes the table of docs/faults.md: what becomes of an order of each command when one of its instructions
-// meets each trouble. Each course is compared with the model; no command is known here.
+// meets each trouble, and the times at which things happen. Each course is compared with the model; no
+// command is known here.
 
 #include "course.h"
 #include "shipped_plugin.h"
@@ -15,6 +16,8 @@
 
 namespace
 {
+
+QString const c_text = QStringLiteral("???");
 
 /// How the results differ from the usual ones; the order in which they came is no difference.
 QString difference(Course const& course, Course const& usual)
@@ -76,13 +79,25 @@ QVector<QPair<QString, QVector<Trouble>>> columnsFor(Course::Sent const& instruc
         if (path.size() > 1)
             continue;
         lacks += {{}, Trouble::Changed, [path](QVariantMap const& reply) { return without(reply, path); }};
-        wrong += {{}, Trouble::Changed, [path](QVariantMap const& reply) {
-                      return with(reply, path, QStringLiteral("???"));
-                  }};
+        wrong +=
+            {{}, Trouble::Changed, [path](QVariantMap const& reply) { return with(reply, path, c_text); }};
     }
     columns.append({QStringLiteral("a key is missing"), lacks});
     columns.append({QStringLiteral("a value is a text"), wrong});
     return columns;
+}
+
+void writeTimes(QTextStream& out)
+{
+    QStringList pulls;
+    for (int const pull : Course::c_pulls)
+        pulls += QString::number(pull);
+    out << "The trigger is pulled after " << pulls.join(QStringLiteral(" and "))
+        << " ms. A listening command is stopped after " << Course::c_stop << " ms.\n"
+        << "\"Late\" is " << Course::c_late << " ms later, \"out of order\" " << Course::c_held
+        << " ms, \"gone, and back\" from " << Course::c_underway << " ms after the instruction for "
+        << Course::c_away << " ms.\n"
+        << "\"A text\" is \"" << c_text << "\".\n\n";
 }
 
 } // namespace
@@ -106,6 +121,7 @@ int main(int argc, char* argv[])
         out << "| " << cells.join(QStringLiteral(" | ")) << " |\n";
     };
 
+    writeTimes(out);
     QStringList header{QStringLiteral("command"), QStringLiteral("instruction")};
     for (auto const& column : columnsFor({}))
         header += column.first;

@@ -9,13 +9,6 @@
 namespace
 {
 
-constexpr int c_timeAllowance = 4000;
-constexpr int c_late = 5000;   // how much later than usual a late reply comes
-constexpr int c_held = 3500;   // and one that others overtake
-constexpr int c_away = 2000;   // how long a controller is away that comes back
-constexpr int c_stop = 10'000; // when a listening command is stopped
-constexpr int c_pulls[] = {1000, 3000};
-
 ZrtState state()
 {
     ZrtState state;
@@ -46,10 +39,10 @@ public:
         , m_talk(host, tool, command, parameters())
     {
         m_course.isListening = !m_talk.stopName().isEmpty();
-        for (int const pull : c_pulls)
+        for (int const pull : Course::c_pulls)
             m_clock.after(pull, [this] { m_device->pullTrigger(); });
         if (m_course.isListening)
-            m_clock.after(c_stop, [this] { call(&Talk::finish, true); });
+            m_clock.after(Course::c_stop, [this] { call(&Talk::finish, true); });
         call(&Talk::execute);
         while (m_clock.step()) {
         }
@@ -100,13 +93,13 @@ private:
                            m_course.sent[number].replies += reply;
                        });
         // Behind the reply: one that takes exactly the allowance is in time.
-        m_clock.after(c_timeAllowance, [this, id] { call(&Talk::allowancePassed, id); });
+        m_clock.after(Talk::c_timeAllowance, [this, id] { call(&Talk::allowancePassed, id); });
         if (isTroubled)
-            m_clock.after(1, [this, id] { befall(id); });
+            m_clock.after(Course::c_underway, [this, id] { apply(id); });
     }
 
     /// The instruction has reached the controller, and no reply is there yet.
-    void befall(quint64 id)
+    void apply(quint64 id)
     {
         switch (m_trouble.kind) {
         case Trouble::Gone:
@@ -114,7 +107,7 @@ private:
             break;
         case Trouble::GoneAndBack:
             m_device->setConnected(false);
-            m_clock.after(c_away, [this] { m_device->setConnected(true); });
+            m_clock.after(Course::c_away, [this] { m_device->setConnected(true); });
             break;
         case Trouble::Released:
             if (m_talk.isAlive())
@@ -143,14 +136,14 @@ private:
         case Trouble::Lost:
             break;
         case Trouble::Late:
-            m_clock.after(c_late, [this, id, reply] { call(&Talk::reply, id, reply); });
+            m_clock.after(Course::c_late, [this, id, reply] { call(&Talk::reply, id, reply); });
             break;
         case Trouble::Twice:
             call(&Talk::reply, id, reply);
             call(&Talk::reply, id, reply);
             break;
         case Trouble::HeldBack:
-            m_clock.after(isFirst ? c_held : 0, [this, id, reply] { call(&Talk::reply, id, reply); });
+            m_clock.after(isFirst ? Course::c_held : 0, [this, id, reply] { call(&Talk::reply, id, reply); });
             break;
         case Trouble::Changed:
             call(&Talk::reply, id, m_trouble.onlyFirst && !isFirst ? reply : m_trouble.change(reply));

@@ -46,6 +46,14 @@ struct Trouble
 /// The trigger is pulled twice while it runs, and a command that listens is stopped at the end.
 struct Course
 {
+    // All in milliseconds.
+    static constexpr int c_pulls[] = {1000, 3000};
+    static constexpr int c_stop = 10'000;
+    static constexpr int c_late = 5000;  ///< how much later than usual a late reply comes
+    static constexpr int c_held = 3500;  ///< and one that others overtake
+    static constexpr int c_underway = 1; ///< when an instruction has reached the controller
+    static constexpr int c_away = 2000;  ///< how long a controller is away that comes back
+
     struct Sent
     {
         QString name;
@@ -73,5 +81,5 @@ QList<Path> pathsOf(QList<QVariantMap> const& replies);
 QVariantMap without(QVariantMap const& reply, Path const& path);
 QVariantMap with(QVariantMap const& reply, Path const& path, QVariant const& value);
 
-/// What may befall any instruction and the replies to it between the host and the controller.
+/// The faults that are applied to any instruction and its replies between the host and the controller.
 QVector<Trouble> troublesOnTheWay();

@@ -14,8 +14,6 @@
 namespace
 {
 
-constexpr int c_timeAllowance = 4000;
-
 /// Takes an error line apart; nothing unless every piece of its prefix is there.
 std::optional<ErrorLine> parsed(QString const& text, QByteArray const& className)
 {

@@ -54,6 +54,9 @@ private:
 class Talk
 {
 public:
+    /// Of every instruction, in milliseconds.
+    static constexpr int c_timeAllowance = 4000;
+
     Talk(TalkHost& host, DAbstractPlugin const& tool, QString const& name,
          QMap<QString, QVariant> const& parameters);
     ~Talk();
