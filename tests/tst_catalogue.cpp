@@ -25,10 +25,6 @@ private slots:
     void clone();
     void cloneIsReleasedOnce_data() { addCommandRows(); }
     void cloneIsReleasedOnce();
-    void refusal_data() { addCommandRows(); }
-    void refusal();
-    void instructionsGoToTheDevice_data() { addCommandRows(); }
-    void instructionsGoToTheDevice();
 };
 
 namespace
@@ -168,39 +164,6 @@ void TestCatalogue::cloneIsReleasedOnce()
     // It is no child of the plugin instance any more, which would delete it again.
     QCOMPARE(working.instance->findChildren<DAbstractCommand*>().size(),
              working.instance->commandNames().size());
-}
-
-void TestCatalogue::refusal()
-{
-    QFETCH(QString, name);
-    WorkingCommand working(name);
-    // An order that is gone when the command is executed: the base refuses.
-    {
-        RecordingOrder passing;
-        working.command->linkWithItsOrder(&passing);
-    }
-    // The trigger command goes to work all the same.
-    QCOMPARE(working.command->commandExecute(), name == QLatin1String("listenTrigger"));
-    working.command->linkWithItsOrder(&working.order);
-    QCOMPARE(working.order.posted.size(), 0);
-    QVERIFY(working.execute());
-    QVERIFY(!working.order.posted.isEmpty());
-}
-
-void TestCatalogue::instructionsGoToTheDevice()
-{
-    QFETCH(QString, name);
-    WorkingCommand working(name);
-    QVERIFY(working.execute());
-    // Replies keep a chain going, whatever they lead to.
-    for (int i = 0; i < 5 && i < working.order.posted.size(); ++i)
-        working.command->setReply(working.order.posted[i].id, {{QStringLiteral("doneOk"), true}});
-    bool success = true;
-    working.command->finishTheCommand(success);
-    for (auto const& posted : working.order.posted) {
-        QCOMPARE(posted.instruction.target, QStringLiteral("device"));
-        QCOMPARE(posted.instruction.timeAllowance, 4000);
-    }
 }
 
 QTEST_GUILESS_MAIN(TestCatalogue)
