@@ -10,6 +10,11 @@
 namespace
 {
 
+// The calls that write into the log, with what is read of them.
+constexpr char const* c_errorCall = R"(errorLine\([^;()]*, *([^;(),]*)\)\s*<<\s*([^;]*);)";
+constexpr char const* c_infoCall = R"(infoLine\(\)\s*<<\s*([^;]*);)";
+constexpr char const* c_traceCall = R"x(trace(?:Reply|Life)\(\*this, "(\w+)")x";
+
 QRegularExpression pattern(char const* text)
 {
     return QRegularExpression(QString::fromUtf8(text), QRegularExpression::MultilineOption);
@@ -85,7 +90,7 @@ QStringList errorsInSources()
     QList<Call> calls;
     std::map<QString, QList<Call>> handedOn; // by the function that gets the line from its callers
     for (auto const& [file, code] : sources()) {
-        for (auto const& match : matches(R"(errorLine\([^;()]*, *([^;(),]*)\)\s*<<\s*([^;]*);)", code)) {
+        for (auto const& match : matches(c_errorCall, code)) {
             Call const call{file, match.captured(1), functionAt(code, match.capturedStart()),
                             message(match.captured(2))};
             bool const isHandedOn =
@@ -192,7 +197,7 @@ void TstLogLines::informationLines()
     }
     QStringList code;
     for (auto const& [file, text] : sources()) {
-        for (auto const& match : matches(R"(infoLine\(\)\s*<<\s*([^;]*);)", text))
+        for (auto const& match : matches(c_infoCall, text))
             code += row(file, QString(), functionAt(text, match.capturedStart()), message(match.captured(1)));
     }
     compare(table, code);
@@ -216,7 +221,7 @@ void TstLogLines::traces()
             table += QString::fromUtf8(source.file) + QStringLiteral(" | ") + QString::fromUtf8(trace);
     }
     table.sort();
-    compare(table, found(R"x(trace(?:Reply|Life)\(\*this, "(\w+)")x"));
+    compare(table, found(c_traceCall));
 }
 
 // The name that a command has is what its constructor begins with.
@@ -234,12 +239,9 @@ void TstLogLines::everyCallIsUnderstood_data()
 {
     QTest::addColumn<QByteArray>("understood");
     QTest::addColumn<QByteArray>("every");
-    QTest::newRow("errorLine") << QByteArray(R"(errorLine\([^;()]*, *([^;(),]*)\)\s*<<\s*([^;]*);)")
-                               << QByteArray(R"(\berrorLine\()");
-    QTest::newRow("infoLine") << QByteArray(R"(infoLine\(\)\s*<<\s*([^;]*);)")
-                              << QByteArray(R"(\binfoLine\()");
-    QTest::newRow("traces") << QByteArray(R"x(trace(?:Reply|Life)\(\*this, "(\w+)")x")
-                            << QByteArray(R"(\btrace(?:Reply|Life)\()");
+    QTest::newRow("errorLine") << QByteArray(c_errorCall) << QByteArray(R"(\berrorLine\()");
+    QTest::newRow("infoLine") << QByteArray(c_infoCall) << QByteArray(R"(\binfoLine\()");
+    QTest::newRow("traces") << QByteArray(c_traceCall) << QByteArray(R"(\btrace(?:Reply|Life)\()");
 }
 
 void TstLogLines::everyCallIsUnderstood()
