@@ -44,6 +44,15 @@ QByteArray error(char const* file, char const* line, char const* message)
            + file + " ;\t " + line + " ;\t " + message + '\n';
 }
 
+/// The same as a host that writes JSON has it.
+QByteArray inJson(QByteArray const& text)
+{
+    return QJsonDocument(QJsonObject{{QStringLiteral("level"), 3},
+                                     {QStringLiteral("text"), QString::fromUtf8(text)},
+                                     {QStringLiteral("x"), QStringLiteral("y")}})
+        .toJson(QJsonDocument::Compact);
+}
+
 QByteArray const c_init = error("d_cmd_init_zrt.cpp", "81", "ERROR: Invalid reply format");
 QByteArray const c_values = error(
     "d_cmd_eventListen.cpp", "83",
@@ -68,6 +77,7 @@ private slots:
     void unknownLine_data();
     void unknownLine();
     void manyUnknownLines();
+    void manyOnOneLine();
     void standardInput();
     void unreadable_data();
     void unreadable();
@@ -195,17 +205,13 @@ void TstExplain::anyHost_data()
     QTest::newRow("carriage returns") << QByteArray(plain).replace("\n", "\r\n");
     QTest::newRow("not UTF-8") << "Schl\xfcssel\n" + QByteArray(plain).replace("bench", "b\xe4nk");
     QTest::newRow("zeros") << QByteArray("\0\0\n", 3) + plain;
-    auto const json = [](QByteArray const& text) {
-        return QJsonDocument(QJsonObject{{QStringLiteral("level"), 3},
-                                         {QStringLiteral("text"), QString::fromUtf8(text)},
-                                         {QStringLiteral("x"), QStringLiteral("y")}})
-            .toJson(QJsonDocument::Compact);
-    };
-    QByteArray const lines = json(c_init) + '\n' + json(c_values) + '\n' + json(c_code) + '\n';
+    QByteArray const lines = inJson(c_init) + '\n' + inJson(c_values) + '\n' + inJson(c_code) + '\n';
     QTest::newRow("JSON lines") << lines;
     QTest::newRow("JSON with blanks for tabs") << QByteArray(lines).replace("\\t", " ");
     QTest::newRow("JSON on one line") << QByteArray(lines).replace('\n', ',');
     QTest::newRow("a very long line") << QByteArray(3'000'000, 'x') + '\n' + plain;
+    QTest::newRow("a very long message")
+        << QByteArray(plain).replace("\"?\"", '"' + QByteArray(3'000'000, 'x') + '"').replace("\n", " ");
 }
 
 void TstExplain::anyHost()
@@ -304,6 +310,16 @@ void TstExplain::manyUnknownLines()
         outcome.out.endsWith(QStringLiteral(
             "\n1004 lines of the plugin, 1000 different; 3 more that differ from these are not shown\n")),
         qPrintable(outcome.out.right(200)));
+}
+
+// The program reads such a line in pieces.
+void TstExplain::manyOnOneLine()
+{
+    Outcome const outcome = explain('[' + (inJson(c_init) + ',').repeated(8000) + inJson(c_code) + "]\n");
+    QVERIFY2(outcome.out.startsWith(QStringLiteral("8000 times, first on line 1: d_cmd_init_zrt.cpp, 81: ")),
+             qPrintable(outcome.out.left(200)));
+    QVERIFY2(outcome.out.endsWith(QStringLiteral("\n8001 lines of the plugin, 2 different\n")),
+             qPrintable(outcome.out.right(200)));
 }
 
 void TstExplain::standardInput()

@@ -142,6 +142,25 @@ QStringList found(char const* text)
     return rows;
 }
 
+/// What a log says that comes in pieces of this size.
+QStringList foundIn(QByteArray const& log, int size)
+{
+    LogSearch search;
+    for (int begin = 0; begin < log.size(); begin += size)
+        search.search(log.mid(begin, size), 1);
+    search.search({}, 1);
+    QStringList rows;
+    for (auto const& line : search.found())
+        rows += QStringLiteral("%1 of %2 %3 %4, %5 meanings")
+                    .arg(line.times)
+                    .arg(line.file)
+                    .arg(line.number)
+                    .arg(line.message)
+                    .arg(line.meanings.size());
+    rows.sort();
+    return rows;
+}
+
 /// Compares row by row, for the sake of who reads what is missing.
 void compare(QStringList const& table, QStringList const& code)
 {
@@ -171,6 +190,8 @@ private slots:
     void everyCallIsUnderstood_data();
     void everyCallIsUnderstood();
     void nobodyElseWritesIntoTheLog();
+    void aLineInPieces_data();
+    void aLineInPieces();
     void withoutPlaces_data();
     void withoutPlaces();
 };
@@ -254,6 +275,34 @@ void TstLogLines::everyCallIsUnderstood()
 void TstLogLines::nobodyElseWritesIntoTheLog()
 {
     QCOMPARE(found(R"(\b(q(?:Debug|Info|Warning|Critical|Fatal|CDebug)\(|QMessageLogger\b))"), QStringList());
+}
+
+// Wherever a line is cut, nothing in it is lost, cut or taken twice.
+void TstLogLines::aLineInPieces_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::newRow("small") << 997;
+    QTest::newRow("longer than a line of the plugin") << LogSearch::c_longest + 1;
+    QTest::newRow("half of the log") << 250'000;
+    QTest::newRow("whole") << 10'000'000;
+}
+
+void TstLogLines::aLineInPieces()
+{
+    QFETCH(int, size);
+    QByteArray const begin =
+        R"({"text":"\n \"2026-11-21 14:03:07.215\" ;\t Thread = QThread(0x1) ;\t This = D(0x2) ;\t )"
+        "/b/plugins/p_tool_vesk_zrt/source/";
+    QByteArray const end = "\"},";
+    QByteArray const log =
+        begin + R"(d_cmd_init_zrt.cpp ;\t 81 ;\t ERROR: Invalid reply format)" + end + begin
+        + R"(d_cmd_new.cpp ; 12 ; ERROR: New, Schl\"ü\"ssel)" + end
+        + R"({"text":"ZRT screwdriver  \"left bench\"  error code  330 :  \"Min Angle error\""},)";
+    QCOMPARE(
+        foundIn(log.repeated(1000), size),
+        QStringList({QStringLiteral("1000 of  330 Min Angle error, 1 meanings"),
+                     QStringLiteral("1000 of d_cmd_init_zrt.cpp 81 ERROR: Invalid reply format, 1 meanings"),
+                     QStringLiteral("1000 of d_cmd_new.cpp 12 ERROR: New, Schl\"ü\"ssel, 0 meanings")}));
 }
 
 void TstLogLines::withoutPlaces_data()

@@ -147,6 +147,7 @@ LogSearch search(QString const& log)
     }
     if (file.error() != QFileDevice::NoError)
         fail(file.errorString());
+    search.search({}, line);
     return search;
 }
 

@@ -71,6 +71,11 @@ std::vector<InfoPattern> const& infoPatterns()
     return all;
 }
 
+QString decoded(QStringRef const& bytes)
+{
+    return QString::fromUtf8(bytes.toLatin1());
+}
+
 /// A text that stands in JSON, from here to the quote at its end.
 QString fromJson(QString const& text)
 {
@@ -96,23 +101,46 @@ bool isLaidDown(QString const& file, int line)
 
 void LogSearch::search(QByteArray const& text, qint64 line)
 {
-    QString const log = QString::fromUtf8(text);
+    bool const goesOn = !text.isEmpty() && !text.endsWith('\n');
+    m_text += text;
+    // What begins behind this place may go on in the next piece.
+    int const end = goesOn ? qMax(m_searched, m_text.size() - c_longest) : m_text.size();
+    searchUntil(end, line);
+    // What stands before a source file belongs to the line too.
+    int const done = goesOn ? qMax(0, end - c_longest) : m_text.size();
+    m_text.remove(0, done);
+    m_searched = end - done;
+}
+
+void LogSearch::searchUntil(int end, qint64 line)
+{
+    if (end == m_searched)
+        return;
+    QString const log = QString::fromLatin1(m_text); // a character for each byte
+    auto const isNew = [&](QRegularExpressionMatch const& match) {
+        return match.capturedStart() >= m_searched && match.capturedStart() < end;
+    };
     auto it = place().globalMatch(log);
     for (int before = 0; it.hasNext();) {
         auto const match = it.next();
-        int const end = it.hasNext() ? it.peekNext().capturedStart() : log.size();
-        QString const message = log.mid(match.capturedEnd(), end - match.capturedEnd());
-        // The date stands in quotes.
-        bool const isJson =
-            log.midRef(before, match.capturedStart() - before).contains(QLatin1String("\\\""));
-        addError(match.captured(1), match.captured(2).toInt(),
-                 (isJson ? fromJson(message) : message).trimmed(), line);
+        if (isNew(match)) {
+            int const messageEnd = it.hasNext() ? it.peekNext().capturedStart() : log.size();
+            QString const message =
+                decoded(log.midRef(match.capturedEnd(), messageEnd - match.capturedEnd()));
+            // The date stands in quotes.
+            bool const isInJson =
+                log.midRef(before, match.capturedStart() - before).contains(QLatin1String("\\\""));
+            addError(match.captured(1), match.captured(2).toInt(),
+                     (isInJson ? fromJson(message) : message).trimmed(), line);
+        }
         before = match.capturedEnd();
     }
     for (auto const& pattern : infoPatterns()) {
         for (auto codes = pattern.line.globalMatch(log); codes.hasNext();) {
             auto const match = codes.next();
-            addCode(match.captured(2), match.captured(3), *pattern.source, *pattern.info, line);
+            if (isNew(match))
+                addCode(match.captured(2), decoded(match.capturedRef(3)), *pattern.source, *pattern.info,
+                        line);
         }
     }
 }

@@ -44,8 +44,10 @@ class LogSearch
 public:
     /// So many different lines are kept; those of one version of the plugin are far fewer.
     static constexpr int c_mostDifferent = 1000;
+    /// A line of the plugin with more bytes may be cut if the log's line comes in pieces.
+    static constexpr int c_longest = 1 << 16;
 
-    /// Searches the next line of the log, or the next piece of it.
+    /// Searches the next line of the log, or the next piece of it. An empty piece is the end of the log.
     void search(QByteArray const& text, qint64 line);
 
     /// In the order in which they stand in the log.
@@ -56,11 +58,14 @@ public:
     qint64 notKept() const { return m_notKept; }
 
 private:
+    void searchUntil(int end, qint64 line);
     void add(QString const& key, FoundLogLine line);
     void addError(QString const& file, int number, QString const& message, qint64 on);
     void addCode(QString const& code, QString const& text, LogSource const& source, InfoLine const& info,
                  qint64 on);
 
+    QByteArray m_text;  // what is kept of a log's line, and its next piece
+    int m_searched = 0; // in m_text: what begins before this place has been found
     std::vector<FoundLogLine> m_found;
     QHash<QString, std::size_t> m_places; // in m_found
     qint64 m_count = 0;
