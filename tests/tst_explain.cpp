@@ -53,6 +53,12 @@ QByteArray inJson(QByteArray const& text)
         .toJson(QJsonDocument::Compact);
 }
 
+/// The same from an object whose name has quotes in it.
+QByteArray ofQuotedName(QByteArray text)
+{
+    return text.replace("\"x\"", R"("a \"b\"")");
+}
+
 QByteArray const c_init = error("d_cmd_init_zrt.cpp", "81", "ERROR: Invalid reply format");
 QByteArray const c_values = error(
     "d_cmd_eventListen.cpp", "83",
@@ -282,6 +288,11 @@ void TstExplain::unknownLine_data()
     row("message in JSON",
         "{\"a\":\"\\n \\\"2026\\\" ;\\t x/p_tool_vesk_zrt/source/n.cpp ;\\t 1 ;\\t a \\\"b\\\"\"}\n",
         "a \"b\"");
+    QByteArray const quoted = ofQuotedName(error("d_cmd_new.cpp", "81", R"(ERROR: No "door" is "open")"));
+    row("message of an object with quotes in its name", quoted, "ERROR: No \"door\" is \"open\"");
+    row("the same in JSON", inJson(quoted.trimmed()), "ERROR: No \"door\" is \"open\"");
+    row("the same in JSON with blanks for tabs", inJson(quoted.trimmed()).replace("\\t", " "),
+        "ERROR: No \"door\" is \"open\"");
     row("code", "ZRT screwdriver  \"x\"  error code  999 :  \"What is new\"\n", "What is new");
     row("text of a code", "ZRT screwdriver  \"x\"  error code  330 :  \"What is new\"\n", "What is new");
 }

@@ -71,6 +71,13 @@ std::vector<InfoPattern> const& infoPatterns()
     return all;
 }
 
+/// Whether the quote behind the date is escaped, as in JSON. Other escaped quotes may belong to a name.
+bool hasEscapedDate(QStringRef const& text)
+{
+    static QRegularExpression const date(QStringLiteral(R"(\\"(?:\s|\\t)*;(?:\s|\\t)*Thread = )"));
+    return date.match(text).hasMatch();
+}
+
 QString decoded(QStringRef const& bytes)
 {
     return QString::fromUtf8(bytes.toLatin1());
@@ -127,9 +134,8 @@ void LogSearch::searchUntil(int end, qint64 line)
             int const messageEnd = it.hasNext() ? it.peekNext().capturedStart() : log.size();
             QString const message =
                 decoded(log.midRef(match.capturedEnd(), messageEnd - match.capturedEnd()));
-            // The date stands in quotes.
-            bool const isInJson =
-                log.midRef(before, match.capturedStart() - before).contains(QLatin1String("\\\""));
+            bool const isInJson = match.capturedRef().contains(QLatin1String("\\t"))
+                                  || hasEscapedDate(log.midRef(before, match.capturedStart() - before));
             addError(match.captured(1), match.captured(2).toInt(),
                      (isInJson ? fromJson(message) : message).trimmed(), line);
         }
