@@ -3,6 +3,11 @@
 
 #include <QtTest>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
 namespace
 {
 
@@ -85,6 +90,7 @@ private slots:
     void manyUnknownLines();
     void manyOnOneLine();
     void standardInput();
+    void standardInputAtATerminal();
     void unreadable_data();
     void unreadable();
 };
@@ -339,6 +345,22 @@ void TstExplain::standardInput()
     Outcome const outcome = run({QStringLiteral("explain")}, folder.write(QStringLiteral("log"), c_init));
     QCOMPARE(outcome.err, QString());
     QCOMPARE(outcome.out, explain(c_init).out);
+    QCOMPARE(outcome.exitCode, 0);
+}
+
+void TstExplain::standardInputAtATerminal()
+{
+    int const terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+    QVERIFY(terminal >= 0 && ::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0);
+    char const* const name = ::ptsname(terminal);
+    int const keyboard = ::open(name, O_RDWR | O_NOCTTY); // so that nothing is lost before the program begins
+    QByteArray const typed = c_code + '\x04';             // Ctrl+D: the end
+    QCOMPARE(::write(terminal, typed.constData(), static_cast<std::size_t>(typed.size())), typed.size());
+    Outcome const outcome = run({QStringLiteral("explain")}, QString::fromLocal8Bit(name));
+    ::close(keyboard);
+    ::close(terminal);
+    QCOMPARE(outcome.err, QStringLiteral("workplace: reading the log from standard input\n"));
+    QCOMPARE(outcome.out, explain(c_code).out);
     QCOMPARE(outcome.exitCode, 0);
 }
 

@@ -16,6 +16,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <map>
 #include <memory>
 #include <string>
@@ -130,6 +131,8 @@ LogSearch search(QString const& log)
     };
     if (QString const problem = open(file); !problem.isEmpty())
         fail(problem);
+    if (log.isEmpty() && isatty(STDIN_FILENO) != 0)
+        std::fputs("workplace: reading the log from standard input\n", stderr);
     qint64 const size = file.isSequential() ? 0 : file.size();
     LogSearch search;
     Progress progress("reading");
