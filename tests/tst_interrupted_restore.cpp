@@ -129,7 +129,7 @@ void TstInterruptedRestore::cutAtAnyTime_data()
 {
     QTest::addColumn<Cut>("cut");
     QTest::addColumn<bool>("goesOn");
-    QTest::addColumn<QList<int>>("kind"); // of the fault that befalls the restore as well, if any
+    QTest::addColumn<QList<int>>("kind"); // of the fault that applies to the restore as well, if any
     QTest::addColumn<int>("delay");
     struct Fault
     {

@@ -403,12 +403,15 @@ void TstPanelCli::failedPicture()
 void TstPanelCli::pictureOnAFullDisk()
 {
     m_folder->write(pictureName, "former");
+    ScratchFolder const cache; // whatever would be kept there has no room either
     // Room for two blocks of a picture that takes more. Where coverage is counted, the counters have no room
     // either; what they say of that is not the program's.
     Outcome const outcome =
         run(QStringLiteral("sh"),
             {QStringLiteral("-c"),
-             QStringLiteral("ulimit -f 2; export GCOV_ERROR_FILE=/dev/null; exec \"$0\" \"$@\""),
+             QStringLiteral(
+                 "ulimit -f 2; export XDG_CACHE_HOME='%1' GCOV_ERROR_FILE=/dev/null; exec \"$0\" \"$@\"")
+                 .arg(cache.path()),
              QStringLiteral(WORKPLACE_PROGRAM), panel, QStringLiteral("--tool"), tool,
              QStringLiteral("--records"), recordsName, QStringLiteral("--screenshot"), pictureName},
             {}, {});

@@ -739,7 +739,7 @@ void TstZrtEndpoint::faults()
 
 void TstZrtEndpoint::faultsOfEvents_data()
 {
-    QTest::addColumn<ZrtFault>("befalling");
+    QTest::addColumn<ZrtFault>("matching");
     QTest::addColumn<int>("messages"); // for each pull
     QTest::addColumn<int>("delay");
     QTest::addColumn<QString>("content"); // what all begin with
@@ -759,14 +759,14 @@ void TstZrtEndpoint::faultsOfEvents_data()
 
 void TstZrtEndpoint::faultsOfEvents()
 {
-    QFETCH(ZrtFault, befalling);
+    QFETCH(ZrtFault, matching);
     QFETCH(int, messages);
     QFETCH(int, delay);
     QFETCH(QString, content);
-    Bench bench({}, {befalling});
+    Bench bench({}, {matching});
     bench.post("listenEventsData");
     bench.finish();
-    QCOMPARE(bench.replies, befalling.kind == ZrtFault::Refused
+    QCOMPARE(bench.replies, matching.kind == ZrtFault::Refused
                                 ? QStringList{QStringLiteral("5 #1 {error: QString refused}")}
                                 : QStringList());
     bench.replies.clear();
@@ -785,12 +785,12 @@ void TstZrtEndpoint::faultsOfEvents()
 
 void TstZrtEndpoint::faultsOfARestore_data()
 {
-    QTest::addColumn<ZrtFault>("befalling");
+    QTest::addColumn<ZrtFault>("matching");
     QTest::addColumn<QStringList>("replies");
     QTest::addColumn<bool>("isRestored");
-    auto const row = [](char const* name, ZrtFault const& befalling, QStringList const& replies,
+    auto const row = [](char const* name, ZrtFault const& matching, QStringList const& replies,
                         bool isRestored = true) {
-        QTest::newRow(name) << befalling << replies << isRestored;
+        QTest::newRow(name) << matching << replies << isRestored;
     };
     char const* const name = "restoreBackup";
     row("of another instruction", fault(ZrtFault::Loss, "setLock", 1),
@@ -812,10 +812,10 @@ void TstZrtEndpoint::faultsOfARestore_data()
 
 void TstZrtEndpoint::faultsOfARestore()
 {
-    QFETCH(ZrtFault, befalling);
+    QFETCH(ZrtFault, matching);
     QFETCH(QStringList, replies);
     QFETCH(bool, isRestored);
-    Bench bench({}, {befalling});
+    Bench bench({}, {matching});
     bench.post("restoreBackup", range(m_backup, 1, 2));
     bench.finish();
     QCOMPARE(bench.replies, replies);

@@ -23,6 +23,13 @@ void installPageTexts()
         QCoreApplication::installTranslator(texts);
 }
 
+// Qt keeps compiled pages on the disk. It crashes when it reads one that was cut off because the disk was
+// full. The few pages here are compiled as quickly as they are read.
+void keepNoCompiledPages()
+{
+    qputenv("QML_DISABLE_DISK_CACHE", "1");
+}
+
 } // namespace
 
 void setUpGui()
@@ -30,5 +37,6 @@ void setUpGui()
     Q_INIT_RESOURCE(gui);
     Q_INIT_RESOURCE(page_texts);
     chooseLook();
+    keepNoCompiledPages();
     installPageTexts();
 }
