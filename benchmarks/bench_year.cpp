@@ -61,7 +61,7 @@ Sequence dayOf(int tightenings)
     OrderStep const stop{QStringLiteral("stopTightening"), {}, {}};
     day.steps = {init, listen, presetInfo, direction};
     for (int i = 0; i < tightenings; ++i)
-        day.steps.insert(day.steps.end(), {start, TriggerStep{1, true}, stop, WaitStep{c_toNextScrew}});
+        day.steps.insert(day.steps.end(), {start, TightenStep{1}, stop, WaitStep{c_toNextScrew}});
     day.steps.emplace_back(StopStep{QStringLiteral("stopListening")});
     return day;
 }
