@@ -789,9 +789,7 @@ void TstZrtEndpoint::faultsOfARestore_data()
     QTest::addColumn<QStringList>("replies");
     QTest::addColumn<bool>("isRestored");
     auto const row = [](char const* name, ZrtFault const& matching, QStringList const& replies,
-                        bool isRestored = true) {
-        QTest::newRow(name) << matching << replies << isRestored;
-    };
+                        bool isRestored = true) { QTest::newRow(name) << matching << replies << isRestored; };
     char const* const name = "restoreBackup";
     row("of another instruction", fault(ZrtFault::Loss, "setLock", 1),
         {written(55, 1, 1, 2), written(105, 2, 2, 2)});

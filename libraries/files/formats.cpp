@@ -41,7 +41,7 @@ std::string oneLine(Json const& json)
 std::string fewLines(Json const& json, std::size_t indentation, std::size_t used)
 {
     constexpr std::size_t lineLength = 119;
-    std::string const line = oneLine(json);
+    std::string line = oneLine(json);
     if (!json.is_structured() || used + line.size() <= lineLength)
         return line;
     std::size_t const inner = indentation + 4;

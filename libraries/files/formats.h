@@ -124,7 +124,7 @@ Json typedDefinitions();
 /// One of some texts.
 struct OneOfTexts
 {
-    char const* what; ///< "instruction", as a complaint names it
+    char const* what = ""; ///< "instruction", as a complaint names it
     QStringList known;
 
     void read(JsonInput const& input, QString& value) const;

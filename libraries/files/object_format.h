@@ -156,7 +156,8 @@ template <class Object> struct SchemaVisitor : Fields<SchemaVisitor<Object>, Obj
             schema["description"] = unit.empty() ? meaning : meaning + " (" + unit + ")";
         if constexpr (Field::isRequired)
             requiredKeys.push_back(field.key);
-        else if (Json const json = format.write(valueOf(Object(), place)); json != Json() && json != Json(""))
+        else if (Json const json = format.write(valueOf(Object(), place));
+                 !json.is_null() && json != Json(""))
             schema["default"] = json; // null and an empty text say no more than that the key may be absent
         properties[field.key] = schema;
     }

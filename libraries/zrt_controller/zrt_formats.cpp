@@ -148,24 +148,24 @@ enum class Extra
 
 struct KindOfFault
 {
-    ZrtFault::Kind value;
-    char const* name;
-    char const* meaning;
+    char const* name = "";
+    char const* meaning = "";
+    ZrtFault::Kind value = ZrtFault::Delay;
     Extra extra = Extra::None;
     int leastDelay = 0; ///< milliseconds
     int usualDelay = 0;
 };
 
 constexpr KindOfFault c_faults[] = {
-    {ZrtFault::Delay, "delay", "the reply takes longer", Extra::Delay, 0, 100},
+    {"delay", "the reply takes longer", ZrtFault::Delay, Extra::Delay, 0, 100},
     // 4000 ms is the time allowance of every instruction.
-    {ZrtFault::Late, "late", "the reply comes when the time allowance has passed", Extra::Delay, 4000, 5000},
-    {ZrtFault::Loss, "loss", "the instruction is carried out, its reply is lost"},
-    {ZrtFault::Duplicate, "duplicate", "the reply comes twice"},
-    {ZrtFault::MissingKey, "missingKey", "a key of the reply is missing", Extra::Key},
-    {ZrtFault::WrongType, "wrongType", "a key's value is the text \"???\"", Extra::Key},
-    {ZrtFault::Refused, "refused", "the instruction is not carried out; the reply is an error"},
-    {ZrtFault::Disconnected, "disconnected", "the controller is gone from here on"},
+    {"late", "the reply comes when the time allowance has passed", ZrtFault::Late, Extra::Delay, 4000, 5000},
+    {"loss", "the instruction is carried out, its reply is lost", ZrtFault::Loss},
+    {"duplicate", "the reply comes twice", ZrtFault::Duplicate},
+    {"missingKey", "a key of the reply is missing", ZrtFault::MissingKey, Extra::Key},
+    {"wrongType", "a key's value is the text \"???\"", ZrtFault::WrongType, Extra::Key},
+    {"refused", "the instruction is not carried out; the reply is an error", ZrtFault::Refused},
+    {"disconnected", "the controller is gone from here on", ZrtFault::Disconnected},
 };
 
 /// What only some kinds of faults take.

@@ -65,7 +65,7 @@ std::string valueText(Json const& schema)
     return type == "string" ? "text" : type.get<std::string>();
 }
 
-std::string const c_columns = " | value | default | meaning |\n|---|---|---|---|\n";
+constexpr char const* c_columns = " | value | default | meaning |\n|---|---|---|---|\n";
 
 /// A schema as tables: its keys by their paths, and below these a table for each enumeration and each kind of
 /// object.
@@ -77,7 +77,7 @@ public:
         if (schema.contains("oneOf"))
             m_text = events(schema["oneOf"]);
         else
-            m_text = "| key" + c_columns + parts({}, schema);
+            m_text = std::string("| key") + c_columns + parts({}, schema);
         m_text += m_others;
     }
 

@@ -8,8 +8,8 @@ namespace
 
 struct LogLevel
 {
-    QtMsgType value;
-    char const* name;
+    QtMsgType value = QtDebugMsg;
+    char const* name = "";
     char const* meaning = "";
 };
 
@@ -18,7 +18,10 @@ constexpr LogLevel c_levels[] = {
     {QtCriticalMsg, "critical"}, {QtFatalMsg, "fatal"},
 };
 
-format::OneOf<LogLevel> const c_level("level", c_levels);
+auto levels()
+{
+    return format::OneOf("level", c_levels);
+}
 
 } // namespace
 
@@ -45,22 +48,22 @@ format::Json TraceFormat::schema() const
 
 void LogLevelFormat::read(JsonInput const& input, QtMsgType& level) const
 {
-    c_level.read(input, level);
+    levels().read(input, level);
 }
 
 format::Json LogLevelFormat::write(QtMsgType level) const
 {
-    return c_level.write(level);
+    return levels().write(level);
 }
 
 format::Json LogLevelFormat::schema() const
 {
-    return c_level.schema();
+    return levels().schema();
 }
 
 QString nameOf(QtMsgType level)
 {
-    return QString::fromLatin1(c_level.find(level)->name);
+    return QString::fromLatin1(levels().find(level)->name);
 }
 
 EventKind const& kindOf(RunEvent const& event)

@@ -25,8 +25,8 @@ enum class ReplayRole
 /// What an event is called in JSON, what it is and who is interested in it.
 struct EventKind
 {
-    char const* name;
-    char const* meaning;
+    char const* name = "";
+    char const* meaning = "";
     ReplayRole role = ReplayRole::None;
     bool isOfTracesAlone = false; ///< a transcript leaves it out
 };
@@ -67,7 +67,7 @@ struct RunStarted
 
 struct OrderStarted
 {
-    quint64 order;
+    quint64 order = 0;
     QString command;
     QVariantMap parameters;
 
@@ -83,7 +83,7 @@ struct OrderStarted
 struct StopOrdered
 {
     QString stopCommand;
-    int running;
+    int running = 0;
 
     static constexpr EventKind c_kind{"stop", "a stop is ordered", ReplayRole::Cause};
     template <class Fields> static void fields(Fields& fields)
@@ -95,7 +95,7 @@ struct StopOrdered
 
 struct AllStopped
 {
-    int running;
+    int running = 0;
 
     static constexpr EventKind c_kind{"stopAll",
                                       "the sequence is over, and ends every command that has a stop name",
@@ -108,8 +108,8 @@ struct AllStopped
 
 struct InstructionPosted
 {
-    quint64 order;
-    quint64 instruction;
+    quint64 order = 0;
+    quint64 instruction = 0;
     DInstruction content;
 
     static constexpr EventKind c_kind{"instruction", "a command asks the controller for something",
@@ -135,11 +135,11 @@ struct InstructionPosted
 
 struct InstructionFailed
 {
-    quint64 order;
-    quint64 instruction;
+    quint64 order = 0;
+    quint64 instruction = 0;
     QString name;
     QString reason;
-    bool goesOn;
+    bool goesOn = false;
 
     static constexpr EventKind c_kind{
         "notDelivered", "the endpoint is gone; where the command does not go on, only a trace tells it",
@@ -156,8 +156,8 @@ struct InstructionFailed
 
 struct InstructionWithdrawn
 {
-    quint64 order;
-    quint64 instruction;
+    quint64 order = 0;
+    quint64 instruction = 0;
 
     static constexpr EventKind c_kind{"withdrawn",
                                       "nobody waits for replies to an instruction that was delivered",
@@ -171,8 +171,8 @@ struct InstructionWithdrawn
 
 struct ReplyArrived
 {
-    quint64 order;
-    quint64 instruction;
+    quint64 order = 0;
+    quint64 instruction = 0;
     QVariantMap reply;
 
     static constexpr EventKind c_kind{"reply", "the controller replies", ReplayRole::Cause, true};
@@ -186,8 +186,8 @@ struct ReplyArrived
 
 struct ReplyDropped
 {
-    quint64 order;
-    quint64 instruction;
+    quint64 order = 0;
+    quint64 instruction = 0;
 
     static constexpr EventKind c_kind{"dropped", "nobody waited for the reply before", ReplayRole::Outcome,
                                       true};
@@ -200,7 +200,7 @@ struct ReplyDropped
 
 struct ResultUpdated
 {
-    quint64 order;
+    quint64 order = 0;
     QString key;
     QVariant value;
 
@@ -215,9 +215,9 @@ struct ResultUpdated
 
 struct OrderFinished
 {
-    quint64 order;
+    quint64 order = 0;
     QString command;
-    bool success;
+    bool success = false;
     QString message;
 
     static constexpr EventKind c_kind{"finished", "an order ends", ReplayRole::Outcome};
@@ -256,7 +256,7 @@ struct WaitFailed
 
 struct ExpectationMissed
 {
-    quint64 order;
+    quint64 order = 0;
     QString key;
     QVariant expected;
     QVariant actual;
@@ -282,7 +282,7 @@ QString nameOf(QtMsgType level);
 
 struct LogWritten
 {
-    QtMsgType level;
+    QtMsgType level = QtDebugMsg;
     QString text;
 
     /// What a debug build traces is no outcome.
@@ -296,10 +296,10 @@ struct LogWritten
 
 struct RunFinished
 {
-    int done;
-    int failed;
-    int notRun;
-    quint64 droppedReplies;
+    int done = 0;
+    int failed = 0;
+    int notRun = 0;
+    quint64 droppedReplies = 0;
 
     static constexpr EventKind c_kind{"end", "the last line", ReplayRole::Cause};
     template <class Fields> static void fields(Fields& fields)

@@ -186,8 +186,8 @@ void LogSearch::addCode(QString const& code, QString const& text, LogSource cons
 void LogSearch::add(QString const& key, FoundLogLine line)
 {
     ++m_count;
-    auto place = m_places.constFind(key);
-    if (place == m_places.constEnd()) {
+    auto place = m_places.find(key);
+    if (place == m_places.end()) {
         if (m_found.size() == c_mostDifferent) {
             ++m_notKept;
             return;

@@ -91,7 +91,7 @@ struct Edit : Fields<Edit, DElement>
     QString const& tool;
     QString const& key;
     QVariant const& edited;
-    DElement* record; ///< null: looks only whether the edit can be taken
+    DElement* record = nullptr; ///< null: looks only whether the edit can be taken
     bool isKnown = false;
 
     template <class Place, class Format>

@@ -209,7 +209,7 @@ void checkResults(JsonInput const& input, QList<DDeclaration> const& declared)
 QString stopNameIn(JsonInput const& input, DAbstractPlugin const& plugin)
 {
     QString const key = QStringLiteral("order");
-    QString const name = input.has(key) ? input.at(key).toText() : QString();
+    QString name = input.has(key) ? input.at(key).toText() : QString();
     if (!input.has(key) || plugin.commandPrototype(name))
         return {};
     auto const known = plugin.getFunctions(true);
