@@ -198,8 +198,8 @@ void TstExamples::workingDayInShort()
     QCOMPARE(statuses.join(QLatin1Char(' ')), QStringLiteral("OK0 OK0 NOK330 OK0 OK0 OK0"));
     QCOMPARE(progress.join(QLatin1Char(' ')), QStringLiteral("running25 running50 running75 done100"));
     QCOMPARE(effects.join(QLatin1Char('|')), QStringLiteral("||||but the tool is locked||"));
-    QVERIFY2(lines.last().endsWith(
-                 QStringLiteral(R"("event":"end","done":16,"failed":0,"notRun":0,"droppedReplies":0})")),
+    QVERIFY2(lines.last().contains(
+                 QStringLiteral(R"("event":"end","done":16,"failed":0,"notRun":0,"droppedReplies":0)")),
              qPrintable(lines.last()));
 }
 
