@@ -1,20 +1,11 @@
+#include "shown_fault.h"
+
 #include <zrt_controller/zrt_faults.h>
 
 #include <QtTest>
 
 namespace
 {
-
-QString shown(ZrtFault const& fault)
-{
-    return QStringLiteral("%1 %2 nth %3 probability %4 delay %5 key \"%6\"")
-        .arg(static_cast<int>(fault.kind))
-        .arg(fault.instruction)
-        .arg(fault.nth)
-        .arg(fault.probability)
-        .arg(fault.delay)
-        .arg(fault.key);
-}
 
 QStringList shown(QList<ZrtFault> const& faults)
 {

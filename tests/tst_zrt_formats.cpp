@@ -1,5 +1,6 @@
 #include "complaint.h"
 #include "scratch_folder.h"
+#include "shown_fault.h"
 
 #include <zrt_controller/zrt_formats.h>
 
@@ -44,13 +45,7 @@ Shown shown(ZrtSetup const& setup)
     for (ZrtScrew const screw : state.screws)
         all[QStringLiteral("screws")] += number(static_cast<int>(screw));
     for (auto const& fault : setup.faults)
-        all[QStringLiteral("faults")] += QStringLiteral("%1 %2 nth %3 probability %4 delay %5 key \"%6\"\n")
-                                             .arg(static_cast<int>(fault.kind))
-                                             .arg(fault.instruction)
-                                             .arg(fault.nth)
-                                             .arg(fault.probability)
-                                             .arg(fault.delay)
-                                             .arg(fault.key);
+        all[QStringLiteral("faults")] += shown(fault) + QLatin1Char('\n');
     return all;
 }
 

@@ -147,11 +147,6 @@ Json PlainMap::schema() const
     return {{"type", "object"}};
 }
 
-Json PlainValue::write(QVariant const& value) const
-{
-    return toJson(value);
-}
-
 Json PlainValue::schema() const
 {
     return Json::object();
@@ -252,9 +247,9 @@ QByteArray fileSchemaText(Json schema, char const* title, QString const& descrip
     return schemaText(
         schema, title,
         description
-            + QStringLiteral(" No schema can say that a key must not stand twice in one object, nor a "
-                             "fraction like 1.0 where a whole number must be, and that a file has at "
-                             "most %1 MiB and %2 levels of nesting.")
+            + QStringLiteral(" Besides, no key may stand twice in one object, a whole number must not be "
+                             "written as a fraction like 1.0, and a file has at most %1 MiB and %2 levels "
+                             "of nesting.")
                   .arg(JsonInput::c_maximalSize >> 20)
                   .arg(JsonInput::c_maximalDepth));
 }

@@ -98,7 +98,6 @@ struct PlainMap
 struct PlainValue
 {
     void read(JsonInput const& input, QVariant& value) const { value = input.toVariant(); }
-    Json write(QVariant const& value) const;
     Json schema() const;
 };
 

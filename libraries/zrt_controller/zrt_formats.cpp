@@ -3,7 +3,6 @@
 #include "zrt_controller.h"
 
 #include <files/object_format.h>
-#include <files/variant_json.h>
 
 #include <cmath>
 
@@ -89,7 +88,8 @@ struct PresetNumber
     {
         return {
             {"pattern",
-             "^(0|[1-9][0-9]{0,3}|[1-5][0-9]{4}|6[0-4][0-9]{3}|65[0-4][0-9]{2}|655[0-2][0-9]|6553[0-5])$"}};
+             "^(0|[1-9][0-9]{0,3}|[1-5][0-9]{4}|6[0-4][0-9]{3}|65[0-4][0-9]{2}|655[0-2][0-9]|6553[0-5])$"},
+            {"description", "its number, 0 to " + std::to_string(c_highestPreset)}};
     }
 
 private:
@@ -414,20 +414,18 @@ QMap<QString, QByteArray> zrtSchemas()
     QString const page = QStringLiteral("docs/controller.md describes it.");
     return {
         {QStringLiteral("controller"),
-         fileSchemaText(
-             SetupFormat().schema(), "Set-up of the simulated controller",
-             page
-                 + QStringLiteral(" The preset that program names must be there, which no schema can say."))},
+         fileSchemaText(SetupFormat().schema(), "Set-up of the simulated controller",
+                        page + QStringLiteral(" The preset that program names must be there."))},
         {QStringLiteral("backup"),
          fileSchemaText(BackupFormat().schema(), "Backup of the simulated controller", page)},
         {QStringLiteral("presets"),
-         schemaText(presets().content().schema(), "Presets of the simulated controller, by their numbers",
-                    page
-                        + QStringLiteral(
-                            " A part of set-ups and backups. No schema can say that snugTorque must be less "
-                            "than torque, maxTorque more than torque and minAngle less than maxAngle, and "
-                            "that with angle control targetAngle must lie between minAngle and maxAngle. "
-                            "The defaults count too."))},
+         schemaText(
+             presets().content().schema(), "Presets of the simulated controller, by their numbers",
+             page
+                 + QStringLiteral(
+                     " A part of set-ups and backups. snugTorque must be less than torque, maxTorque more "
+                     "than torque and minAngle less than maxAngle; with angle control targetAngle must lie "
+                     "between minAngle and maxAngle. The defaults count too."))},
         {QStringLiteral("parameters"),
          schemaText(parameters().content().schema(), "Parameters of the simulated controller, by their names",
                     page + QStringLiteral(" A part of set-ups and backups."))},

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 namespace
 {
@@ -103,10 +104,11 @@ private:
                 rows += key(before + name, value,
                             std::find(required.begin(), required.end(), name) != required.end());
         }
-        Json const others = schema.value("additionalProperties", Json());
+        Json others = schema.value("additionalProperties", Json());
+        if (schema.contains("propertyNames"))
+            others["description"] = schema["propertyNames"]["description"];
         if (others.is_object())
-            rows += others.contains("properties") ? parts(before + '*', others)
-                                                  : key(before + '*', others, false);
+            rows += key(before + '*', others, false);
         Json const items = schema.value("items", Json::object());
         if (items.contains("oneOf"))
             addKinds(path + "[]", items["oneOf"]);
@@ -120,8 +122,12 @@ private:
                 m_others += "| " + code(name["const"]) + " | " + name.value("description", "") + " |\n";
             return;
         }
-        for (auto const& kind : kinds)
-            m_others += "\n| one kind of " + code(path) + c_columns + parts({}, kind);
+        for (auto const& kind : kinds) {
+            std::string const former = std::exchange(m_others, {});
+            std::string const rows = parts({}, kind);
+            m_others = former + "\n| " + code(path) + " with " + code(kind["required"][0]) + c_columns + rows
+                       + m_others;
+        }
     }
     /// Objects that tell by the text of one key which other keys they have.
     static std::string events(Json const& kinds)
@@ -130,7 +136,9 @@ private:
         for (auto const& kind : kinds) {
             std::string keys;
             for (auto const& [name, value] : kind["properties"].items()) {
-                std::string const meaning = value.value("description", "");
+                std::string meaning = value.value("description", "");
+                if (value.contains("enum"))
+                    meaning = valueText(value);
                 if (name != "event")
                     keys += (keys.empty() ? "" : ", ") + code(name)
                             + (meaning.empty() ? "" : " (" + meaning + ')');

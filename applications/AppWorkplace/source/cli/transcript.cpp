@@ -2,6 +2,7 @@
 
 #include "output.h"
 
+#include "sequence/sequence.h"
 #include "trace/event_json.h"
 
 #include <files/input_error.h>
@@ -23,8 +24,8 @@ QString mapText(QVariantMap const& map)
 // What the order gives, without the tool's record, which stands in every one.
 QVariantMap withoutRecord(QVariantMap parameters)
 {
-    for (auto const& key :
-         {QStringLiteral("name"), QStringLiteral("serialNumber"), QStringLiteral("validityDate")})
+    auto const keys = toolRecordKeys();
+    for (auto const& key : keys)
         parameters.remove(key);
     return parameters;
 }

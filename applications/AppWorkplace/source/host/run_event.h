@@ -61,7 +61,7 @@ struct RunStarted
         fields.required("version", &RunStarted::version);
         fields.required("controller", &RunStarted::controller, "model and serial number");
         fields.required("start", &RunStarted::start,
-                        "what `time` counts from, by the wall clock of the place");
+                        "the date and time that `time` counts from, without a time zone");
     }
 };
 

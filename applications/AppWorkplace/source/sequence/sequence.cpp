@@ -24,8 +24,9 @@ struct OrderFormat : ObjectFormat<OrderFormat, OrderStep>
     {
         fields.required(
             "order", &OrderStep::command,
-            "orders a command and waits for its end; one that has a stop name goes on while the next steps "
-            "are done. Or ends every running command that has this stop name; then nothing else stands here");
+            "a command or a stop name. A command is waited for; one that has a stop name goes on while the "
+            "next steps are done. A stop name ends every running command that has it, and takes no other "
+            "key");
         fields.optional("parameters", &OrderStep::parameters, "by the names that the command declares",
                         PlainMap());
         fields.optional(
@@ -300,10 +301,15 @@ Sequence readSequence(QString const& fileName, DAbstractPlugin const& plugin)
     return sequence;
 }
 
+QStringList toolRecordKeys()
+{
+    return ToolFormat::keys();
+}
+
 QByteArray sequenceSchema()
 {
-    return fileSchemaText(SequenceFormat().schema(), "Work sequence",
-                          QStringLiteral("docs/sequences.md describes it. What an order, its parameters and "
-                                         "its results must be depends on "
-                                         "the plugin."));
+    return fileSchemaText(
+        SequenceFormat().schema(), "Work sequence",
+        QStringLiteral("docs/sequences.md describes it. Which orders, parameters and results "
+                       "there are depends on the plugin."));
 }

@@ -74,5 +74,8 @@ struct Sequence
 /// names, parameters and their type tags, results. InputError if anything is not right.
 Sequence readSequence(QString const& fileName, DAbstractPlugin const& plugin);
 
+/// The keys of the tool's record, which go with every order.
+QStringList toolRecordKeys();
+
 /// The JSON Schema of a work sequence.
 QByteArray sequenceSchema();

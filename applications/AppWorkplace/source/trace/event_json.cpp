@@ -83,14 +83,14 @@ QByteArray traceLineSchema()
                       {"oneOf", kinds},
                       {"unevaluatedProperties", false},
                       {"$defs", format::typedDefinitions()}};
-    return format::fileSchemaText(
-        schema, "A line of a trace",
-        QStringLiteral(
-            "docs/traces.md describes it; also a line of what `workplace run --json` prints. No schema can "
-            "say that begin stands on the first line alone and end on the last, that the time never goes "
-            "back, that orders and instructions are counted from 1, that what is about an instruction "
-            "names its order, that a day must be one that there is, and that a value must be one of the "
-            "type that it names."));
+    return format::fileSchemaText(schema, "A line of a trace",
+                                  QStringLiteral("docs/traces.md describes it; also a line of what "
+                                                 "`workplace run --json` prints. A schema cannot say "
+                                                 "that begin stands on the first line alone and end on the "
+                                                 "last, that the time never goes back, that "
+                                                 "orders and instructions are counted from 1, that an "
+                                                 "instruction keeps its order, that each day exists, "
+                                                 "and that a value has the type that it names."));
 }
 
 QByteArray toLine(Json const& json)
