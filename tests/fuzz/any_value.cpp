@@ -1,5 +1,7 @@
 #include "any_value.h"
 
+#include "literals.h"
+
 #include "byte_reader.h"
 
 #include <QBitArray>
@@ -62,7 +64,7 @@ QVariant anyText(ByteReader& bytes)
     case 1:
         return QString::number(bytes.number<short>());
     case 2:
-        return bytes.truth() ? QStringLiteral("true") : QStringLiteral("0");
+        return bytes.truth() ? "true"_s : "0"_s;
     case 3:
         return bytes.bytes(c_longestText);
     default:
@@ -148,27 +150,23 @@ QVariant nested(ByteReader& bytes)
     QVariant value = anyNumber(bytes);
     bool const areMaps = bytes.truth();
     for (int left = bytes.byte(); left > 0; --left)
-        value = areMaps ? QVariant(QVariantMap{{QStringLiteral("values"), value}})
-                        : QVariant(QVariantList{value});
+        value = areMaps ? QVariant(QVariantMap{{"values"_s, value}}) : QVariant(QVariantList{value});
     return value;
 }
 
 QVariantMap eventValues(ByteReader& bytes)
 {
     QVariantMap values;
-    values.insert(QStringLiteral("eventCountNo"),
-                  bytes.truth() ? anyValue(bytes, 1) : QVariant(bytes.below(4)));
+    values.insert("eventCountNo"_s, bytes.truth() ? anyValue(bytes, 1) : QVariant(bytes.below(4)));
     if (bytes.truth())
-        values.insert(QStringLiteral("error"),
-                      bytes.truth() ? anyValue(bytes, 1) : QVariant(296 + bytes.below(64)));
+        values.insert("error"_s, bytes.truth() ? anyValue(bytes, 1) : QVariant(296 + bytes.below(64)));
     return values;
 }
 
 QVariantMap preset(ByteReader& bytes)
 {
     QVariantMap values;
-    for (auto const& key :
-         {QStringLiteral("tcamActm"), QStringLiteral("torque"), QStringLiteral("targetAngle")}) {
+    for (auto const& key : {"tcamActm"_s, "torque"_s, "targetAngle"_s}) {
         if (bytes.truth())
             values.insert(key, anyNumber(bytes));
     }
@@ -182,19 +180,19 @@ QMap<QString, QVariant> usualReply(ByteReader& bytes)
     case 0:
         return {};
     case 1:
-        return {{QStringLiteral("doneOk"), bytes.truth()}};
+        return {{"doneOk"_s, bytes.truth()}};
     case 2:
-        return {{QStringLiteral("lockStatus"), bytes.below(3)},
-                {QStringLiteral("fasteningLocked"), true},
-                {QStringLiteral("looseningLocked"), bytes.truth()}};
+        return {{"lockStatus"_s, bytes.below(3)},
+                {"fasteningLocked"_s, true},
+                {"looseningLocked"_s, bytes.truth()}};
     case 3:
-        return {{QStringLiteral("presetData"), preset(bytes)}};
+        return {{"presetData"_s, preset(bytes)}};
     case 4:
-        return {{QStringLiteral("values"), eventValues(bytes)}};
+        return {{"values"_s, eventValues(bytes)}};
     case 5:
-        return {{QStringLiteral("values"), QVariantList{anyValue(bytes, 1)}}};
+        return {{"values"_s, QVariantList{anyValue(bytes, 1)}}};
     case 6:
-        return {{QStringLiteral("statusData"), anyMap(bytes, 1)}};
+        return {{"statusData"_s, anyMap(bytes, 1)}};
     default:
         return anyMap(bytes);
     }
@@ -207,34 +205,34 @@ Q_DECLARE_METATYPE(OfTheHost)
 QString anyKey(ByteReader& bytes)
 {
     static QStringList const keys{
-        QStringLiteral("values"),
-        QStringLiteral("doneOk"),
-        QStringLiteral("lockStatus"),
-        QStringLiteral("presetData"),
-        QStringLiteral("fasteningLocked"),
-        QStringLiteral("looseningLocked"),
-        QStringLiteral("statusData"),
-        QStringLiteral("eventCountNo"),
-        QStringLiteral("error"),
-        QStringLiteral("name"),
-        QStringLiteral("serialNumber"),
-        QStringLiteral("validityDate"),
-        QStringLiteral("toolName"),
-        QStringLiteral("toolInfo"),
-        QStringLiteral("program"),
-        QStringLiteral("locking"),
-        QStringLiteral("prog"),
-        QStringLiteral("filePath"),
-        QStringLiteral("startPreset"),
-        QStringLiteral("endPreset"),
-        QStringLiteral("loadControllerParams"),
-        QStringLiteral("tcamActm"),
-        QStringLiteral("torque"),
-        QStringLiteral("targetAngle"),
-        QStringLiteral("eventData"),
-        QStringLiteral("direction"),
-        QStringLiteral("orderId"),
-        QStringLiteral("lockingData"),
+        "values"_s,
+        "doneOk"_s,
+        "lockStatus"_s,
+        "presetData"_s,
+        "fasteningLocked"_s,
+        "looseningLocked"_s,
+        "statusData"_s,
+        "eventCountNo"_s,
+        "error"_s,
+        "name"_s,
+        "serialNumber"_s,
+        "validityDate"_s,
+        "toolName"_s,
+        "toolInfo"_s,
+        "program"_s,
+        "locking"_s,
+        "prog"_s,
+        "filePath"_s,
+        "startPreset"_s,
+        "endPreset"_s,
+        "loadControllerParams"_s,
+        "tcamActm"_s,
+        "torque"_s,
+        "targetAngle"_s,
+        "eventData"_s,
+        "direction"_s,
+        "orderId"_s,
+        "lockingData"_s,
     };
     int const choice = bytes.below(static_cast<int>(keys.size()) + 4);
     return choice < keys.size() ? keys[choice] : bytes.text(c_longestText);

@@ -5,6 +5,7 @@
 #include "byte_reader.h"
 #include "check.h"
 #include "expected_command.h"
+#include "literals.h"
 #include "p_tool_vesk_zrt.h"
 #include "talk.h"
 
@@ -51,7 +52,7 @@ public:
     void checkForLeftovers() const
     {
         check(children() == m_children,
-              [this] { return QStringLiteral("%1 objects are left").arg(children() - m_children); });
+              [this] { return "%1 objects are left"_s.arg(children() - m_children); });
     }
 
 private:
@@ -149,8 +150,7 @@ private:
 
     void stop()
     {
-        QString const name =
-            m_bytes.truth() ? QStringLiteral("stopListening") : QStringLiteral("stopTriggerListening");
+        QString const name = m_bytes.truth() ? "stopListening"_s : "stopTriggerListening"_s;
         for (auto const& talk : m_talks) {
             if (talk->isAlive() && talk->isRunning() && talk->stopName() == name)
                 talk->finish(true);
@@ -232,7 +232,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     static unsigned conversations = 0;
     if (conversations++ % c_heldAgain == 0) {
         std::size_t const after = hold();
-        check(after <= before, [&] { return QStringLiteral("%1 bytes are kept").arg(after - before); });
+        check(after <= before, [&] { return "%1 bytes are kept"_s.arg(after - before); });
     }
     return 0;
 }

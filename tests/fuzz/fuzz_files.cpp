@@ -2,6 +2,7 @@
 // that says where and what. The first byte chooses the format.
 
 #include "check.h"
+#include "literals.h"
 #include "p_tool_vesk_zrt.h"
 
 #include "maintenance/maintenance_records.h"
@@ -52,7 +53,7 @@ public:
 
 private:
     QTemporaryDir m_folder;
-    QString m_name = m_folder.filePath(QStringLiteral("file"));
+    QString m_name = m_folder.filePath("file"_s);
 };
 
 /// The bytes as a file's text. The first bytes 1 stand for many times the one behind them: for texts and
@@ -80,18 +81,17 @@ bool breaksTheLine(QChar c)
 
 void checkComplaint(QString const& complaint, QString const& fileName, QByteArray const& content)
 {
-    static QRegularExpression const layout(QStringLiteral("\\A:([0-9]+)(:[0-9]+)?: \\S"));
-    check(complaint.startsWith(fileName), [&] { return QStringLiteral("no file: ") + complaint; });
+    static QRegularExpression const layout("\\A:([0-9]+)(:[0-9]+)?: \\S"_s);
+    check(complaint.startsWith(fileName), [&] { return "no file: "_s + complaint; });
     QString const behindName = complaint.mid(fileName.size());
     auto const match = layout.match(behindName);
-    check(match.hasMatch(), [&] { return QStringLiteral("no place: ") + complaint; });
+    check(match.hasMatch(), [&] { return "no place: "_s + complaint; });
     int const line = match.captured(1).toInt();
-    check(line >= 1 && line <= content.count('\n') + 1,
-          [&] { return QStringLiteral("no such line: ") + complaint; });
+    check(line >= 1 && line <= content.count('\n') + 1, [&] { return "no such line: "_s + complaint; });
     check(std::none_of(behindName.cbegin(), behindName.cend(), breaksTheLine),
-          [&] { return QStringLiteral("more than one line: ") + complaint; });
+          [&] { return "more than one line: "_s + complaint; });
     check(behindName.size() <= c_longestComplaint,
-          [&] { return QStringLiteral("%1 characters: ").arg(behindName.size()) + complaint; });
+          [&] { return "%1 characters: "_s.arg(behindName.size()) + complaint; });
 }
 
 /// Reads a trace and writes it as it was read; what is written must then read the same.
@@ -108,8 +108,8 @@ void readTrace(Scratch const& scratch)
     scratch.write(once);
     QByteArray const twice = rewritten();
     check(once == twice, [&] {
-        return QStringLiteral("another trace when read again:\n%1instead of\n%2")
-            .arg(QString::fromUtf8(twice), QString::fromUtf8(once));
+        return "another trace when read again:\n%1instead of\n%2"_s.arg(QString::fromUtf8(twice),
+                                                                        QString::fromUtf8(once));
     });
 }
 
@@ -120,20 +120,20 @@ void readRecords(Scratch const& scratch, QByteArray const& content)
     MaintenanceRecords records(scratch.name());
     for (auto const& complaint : records.complaints())
         checkComplaint(complaint, scratch.name(), content);
-    records.edit(QStringLiteral("left bench"), {{QStringLiteral("serialNumber"), QStringLiteral("7")}});
+    records.edit("left bench"_s, {{"serialNumber"_s, "7"_s}});
     try {
         records.save();
     } catch (InputError const& error) {
         // What somebody wrote in a record's place is not written over.
         check(error.message().contains(QLatin1String("is no record")), [&] { return error.message(); });
-        check(scratch.content() == content, [] { return QStringLiteral("changed though not saved"); });
+        check(scratch.content() == content, [] { return "changed though not saved"_s; });
         return;
     }
     Json expected = Json::parse(content.toStdString());
     expected["tools"]["left bench"]["serialNumber"] = "7";
     QByteArray const saved = scratch.content();
     check(Json::parse(saved.toStdString()) == expected,
-          [&] { return QStringLiteral("not the edit alone was saved:\n") + QString::fromUtf8(saved); });
+          [&] { return "not the edit alone was saved:\n"_s + QString::fromUtf8(saved); });
 }
 
 void readSetup(QString const& fileName)
@@ -143,7 +143,7 @@ void readSetup(QString const& fileName)
     if (!setup)
         throw InputError(problem);
     check(ZrtSimulatedController::create(*setup, ZrtClock()) != nullptr,
-          [] { return QStringLiteral("a set-up that was read is not valid"); });
+          [] { return "a set-up that was read is not valid"_s; });
 }
 
 void readBackup(QString const& fileName)
@@ -151,18 +151,15 @@ void readBackup(QString const& fileName)
     ZrtClock clock;
     auto const controller = ZrtSimulatedController::create({}, clock);
     QVariantMap status;
-    controller->post(
-        1, QStringLiteral("restoreBackup"),
-        {{QStringLiteral("filePath"), fileName},
-         {QStringLiteral("startPreset"), 0},
-         {QStringLiteral("endPreset"), 0}},
-        [&status](QVariantMap const& reply) { status = reply.value(QStringLiteral("statusData")).toMap(); });
+    controller->post(1, "restoreBackup"_s,
+                     {{"filePath"_s, fileName}, {"startPreset"_s, 0}, {"endPreset"_s, 0}},
+                     [&status](QVariantMap const& reply) { status = reply.value("statusData"_s).toMap(); });
     while (clock.step()) {
     }
-    QString const error = status.value(QStringLiteral("error")).toString();
+    QString const error = status.value("error"_s).toString();
     if (error.startsWith(fileName))
         throw InputError(error);
-    check(!status.isEmpty(), [] { return QStringLiteral("a restore without a word"); });
+    check(!status.isEmpty(), [] { return "a restore without a word"_s; });
 }
 
 void readAs(int format, Scratch const& scratch, QByteArray const& content)

@@ -4,6 +4,7 @@
 #include "be_maintenance_plugin.h"
 #include "byte_reader.h"
 #include "check.h"
+#include "literals.h"
 #include "p_tool_vesk_zrt.h"
 
 #include "maintenance/page_document.h"
@@ -32,28 +33,28 @@ QUrl const c_place =
 QString anyName(ByteReader& bytes)
 {
     static QStringList const pieces{
-        QStringLiteral("\""),
-        QStringLiteral("\\"),
-        QStringLiteral("'"),
-        QStringLiteral("`"),
-        QStringLiteral("\n"),
-        QStringLiteral("\r"),
+        "\""_s,
+        "\\"_s,
+        "'"_s,
+        "`"_s,
+        "\n"_s,
+        "\r"_s,
         QString(QChar(QChar::LineSeparator)),
         QString(QChar(QChar::Null)),
-        QStringLiteral("{OBJECT_NAME}"),
-        QStringLiteral("{OBJECT_ID}"),
-        QStringLiteral("{"),
-        QStringLiteral("}"),
-        QStringLiteral("${"),
-        QStringLiteral("//"),
-        QStringLiteral("/*"),
-        QStringLiteral("*/"),
-        QStringLiteral(";"),
-        QStringLiteral("\\u0022"),
-        QStringLiteral("application.setConfigChanged()"),
-        QStringLiteral("objectId: "),
-        QStringLiteral("BeMaintenanceToolZrt { name: \"\" }"),
-        QStringLiteral("left bench"),
+        "{OBJECT_NAME}"_s,
+        "{OBJECT_ID}"_s,
+        "{"_s,
+        "}"_s,
+        "${"_s,
+        "//"_s,
+        "/*"_s,
+        "*/"_s,
+        ";"_s,
+        "\\u0022"_s,
+        "application.setConfigChanged()"_s,
+        "objectId: "_s,
+        "BeMaintenanceToolZrt { name: \"\" }"_s,
+        "left bench"_s,
     };
     QString name;
     for (int left = bytes.below(c_mostPieces); left > 0; --left) {
@@ -71,7 +72,7 @@ QString read(QByteArray const& string)
     for (int i = 0; i < string.size();) {
         char const c = string[i];
         check(c >= ' ' && c <= '~' && c != '"' && c != '{' && c != '}',
-              [&] { return QStringLiteral("a bare character %1").arg(static_cast<uchar>(c)); });
+              [&] { return "a bare character %1"_s.arg(static_cast<uchar>(c)); });
         if (c != '\\') {
             text += QLatin1Char(c);
             ++i;
@@ -81,7 +82,7 @@ QString read(QByteArray const& string)
         bool isCode = false;
         ushort const number = code.mid(2).toUShort(&isCode, 16);
         check(isCode && code.size() == codeLength && code[1] == 'u' && std::isxdigit(code[2]) != 0,
-              [&] { return QStringLiteral("an odd escape ") + QString::fromLatin1(code); });
+              [&] { return "an odd escape "_s + QString::fromLatin1(code); });
         text += QChar(number);
         i += codeLength;
     }
@@ -92,7 +93,7 @@ QString read(QByteArray const& string)
 void checkText(QByteArray const& document, QString const& name, QString const& id)
 {
     static QByteArray const page = [] {
-        QFile file(QStringLiteral(":/{fe68f24c-ac43-4833-abc7-7d9f33744448}/maintenance_panel.qml"));
+        QFile file(":/{fe68f24c-ac43-4833-abc7-7d9f33744448}/maintenance_panel.qml"_s);
         static_cast<void>(file.open(QIODevice::ReadOnly));
         return file.readAll();
     }();
@@ -103,14 +104,13 @@ void checkText(QByteArray const& document, QString const& name, QString const& i
     QByteArray const between =
         page.mid(before.size() + namePlace.size(), page.indexOf(idPlace) - before.size() - namePlace.size());
     check(document.startsWith(before) && document.endsWith(after),
-          [] { return QStringLiteral("the page around the placeholders is another"); });
+          [] { return "the page around the placeholders is another"_s; });
     QByteArray const inside = document.mid(before.size(), document.size() - before.size() - after.size());
     // No name can hold what stands between the two, for it has quotes.
     int const end = inside.indexOf(between);
-    check(end >= 0, [] { return QStringLiteral("the page between the placeholders is another"); });
-    check(read(inside.left(end)) == name, [] { return QStringLiteral("the document has another name"); });
-    check(read(inside.mid(end + between.size())) == id,
-          [] { return QStringLiteral("the document has another id"); });
+    check(end >= 0, [] { return "the page between the placeholders is another"_s; });
+    check(read(inside.left(end)) == name, [] { return "the document has another name"_s; });
+    check(read(inside.mid(end + between.size())) == id, [] { return "the document has another id"_s; });
 }
 
 /// A host's engine, with an `application` that counts its calls.
@@ -125,16 +125,16 @@ public:
                 QString const text = warning.toString();
                 // The backend tells of a change whenever it is read.
                 check(text.contains(QLatin1String("Binding loop detected")),
-                      [&] { return QStringLiteral("the engine warns: ") + text; });
+                      [&] { return "the engine warns: "_s + text; });
             }
         });
-        m_application = m_engine.evaluate(QStringLiteral(R"(({
+        m_application = m_engine.evaluate(R"(({
             ids: [], saves: 0, changes: 0,
             updatePluginParameters: function(id, parameters) { this.ids.push(id) },
             saveMaintenanceToFile: function() { this.saves++ },
             setConfigChanged: function() { this.changes++ }
-        }))"));
-        m_engine.globalObject().setProperty(QStringLiteral("application"), m_application);
+        }))"_s);
+        m_engine.globalObject().setProperty("application"_s, m_application);
     }
 
     void openAndClose(QByteArray const& document, QString const& name, QString const& id)
@@ -142,22 +142,20 @@ public:
         QQmlComponent component(&m_engine);
         component.setData(document, c_place);
         std::unique_ptr<QObject> page(component.create());
-        check(page != nullptr, [&] { return QStringLiteral("no page: ") + component.errorString(); });
+        check(page != nullptr, [&] { return "no page: "_s + component.errorString(); });
         auto const backends = page->findChildren<BeMaintenanceToolZrt*>();
-        check(backends.size() == 1, [&] { return QStringLiteral("%1 backends").arg(backends.size()); });
-        check(backends[0]->property("name").toString() == name,
-              [] { return QStringLiteral("another name"); });
-        check(backends[0]->property("objectId").toString() == id,
-              [] { return QStringLiteral("another id"); });
-        check(page->property("name").toString() == name, [] { return QStringLiteral("another title"); });
+        check(backends.size() == 1, [&] { return "%1 backends"_s.arg(backends.size()); });
+        check(backends[0]->property("name").toString() == name, [] { return "another name"_s; });
+        check(backends[0]->property("objectId").toString() == id, [] { return "another id"_s; });
+        check(page->property("name").toString() == name, [] { return "another title"_s; });
         page.reset();
 
-        QJSValue ids = m_application.property(QStringLiteral("ids"));
-        check(ids.property(QStringLiteral("length")).toInt() == 1 && ids.property(0).toString() == id
-                  && count("saves") == 1 && count("changes") == 0,
-              [] { return QStringLiteral("other calls than those of a page that is closed"); });
-        m_application.setProperty(QStringLiteral("ids"), m_engine.newArray());
-        m_application.setProperty(QStringLiteral("saves"), 0);
+        QJSValue ids = m_application.property("ids"_s);
+        check(ids.property("length"_s).toInt() == 1 && ids.property(0).toString() == id && count("saves") == 1
+                  && count("changes") == 0,
+              [] { return "other calls than those of a page that is closed"_s; });
+        m_application.setProperty("ids"_s, m_engine.newArray());
+        m_application.setProperty("saves"_s, 0);
     }
 
 private:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "literals.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QtGlobal>
@@ -33,5 +35,5 @@ template <class Work> QString wordsOfChild(Work const& work)
     ::close(ends[0]);
     int status = -1;
     ::waitpid(child, &status, 0);
-    return status == 0 ? QString::fromUtf8(text) : QStringLiteral("the child failed, %1").arg(status);
+    return status == 0 ? QString::fromUtf8(text) : "the child failed, %1"_s.arg(status);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "literals.h"
+
 #include <files/input_error.h>
 
 #include <QString>
@@ -12,12 +14,12 @@ template <class Action> QString complaintOf(Action const& action)
     } catch (InputError const& error) {
         return error.message();
     }
-    return QStringLiteral("no complaint");
+    return "no complaint"_s;
 }
 
 /// A text as far as it is expected: where @p expected ends in "...", anything may follow.
 inline QString asFarAs(QString const& expected, QString const& text)
 {
-    QString const open = QStringLiteral("...");
+    QString const open = "..."_s;
     return expected.endsWith(open) ? text.left(expected.size() - open.size()) + open : text;
 }

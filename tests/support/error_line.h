@@ -1,5 +1,6 @@
 #pragma once
 
+#include "literals.h"
 #include "message_capture.h"
 
 #include <QRegularExpression>
@@ -18,9 +19,8 @@ struct ErrorLine
     static ErrorLine only(MessageCapture const& messages)
     {
         static QRegularExpression const layout(
-            QStringLiteral(
-                "^\n \"[^\"]+\" ;\t Thread = QThread\\(0x[0-9a-f]+\\) ;\t This = \\w+\\(0x[0-9a-f]+\\) ;\t "
-                ".*plugins/p_tool_vesk_zrt/source/(\\S+) ;\t (\\d+) ;\t (.*)$"),
+            "^\n \"[^\"]+\" ;\t Thread = QThread\\(0x[0-9a-f]+\\) ;\t This = \\w+\\(0x[0-9a-f]+\\) ;\t "
+            ".*plugins/p_tool_vesk_zrt/source/(\\S+) ;\t (\\d+) ;\t (.*)$"_s,
             QRegularExpression::DotMatchesEverythingOption);
         auto const errors = messages.of(QtCriticalMsg);
         if (errors.size() != 1 || errors[0].category != "default")
@@ -30,5 +30,5 @@ struct ErrorLine
     }
 };
 
-inline QString const c_invalidReply = QStringLiteral("ERROR: Invalid reply format");
-inline QString const c_unmanagedFormat = QStringLiteral("ERROR: Reply data format not managed");
+inline QString const c_invalidReply = "ERROR: Invalid reply format"_s;
+inline QString const c_unmanagedFormat = "ERROR: Reply data format not managed"_s;

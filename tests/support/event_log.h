@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/run_event.h"
+#include "literals.h"
 #include "trace/event_json.h"
 
 #include <QString>
@@ -20,10 +21,7 @@ public:
     EventLog& operator=(EventLog const&) = delete;
 
     /// The lines of events of one kind.
-    QStringList of(QString const& kind) const
-    {
-        return lines.filter(QStringLiteral("\"event\":\"%1\"").arg(kind));
-    }
+    QStringList of(QString const& kind) const { return lines.filter("\"event\":\"%1\""_s.arg(kind)); }
 
     QStringList lines;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/endpoint.h"
+#include "literals.h"
 
 #include <zrt_controller/zrt_simulated_controller.h>
 
@@ -27,7 +28,7 @@ public:
         got.append({instruction, arguments});
         int n = 0;
         for (qint64 const time : qAsConst(replyTimes)) {
-            QVariantMap const reply = {{QStringLiteral("n"), n++}};
+            QVariantMap const reply = {{"n"_s, n++}};
             m_clock.after(time, [onReply, reply] { onReply(reply); });
         }
     }

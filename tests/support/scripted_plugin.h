@@ -1,5 +1,7 @@
 #pragma once
 
+#include "literals.h"
+
 #include <plugin_management/d_abstract_command.h>
 #include <plugin_management/d_abstract_tightening_tool.h>
 
@@ -44,7 +46,7 @@ public:
         , m_script(std::move(script))
         , m_journal(std::move(journal))
     {
-        setDescription(m_script.name + QStringLiteral(" as scripted"));
+        setDescription(m_script.name + " as scripted"_s);
         for (auto const& one : m_script.parameters)
             declareAParameter(one.key, one.typeTag, one.label, one.defaultValue);
         for (auto const& one : m_script.results)
@@ -52,8 +54,7 @@ public:
     }
     ~ScriptedCommand() override
     {
-        m_journal->append((m_isWorking ? QStringLiteral("working ") : QStringLiteral("prototype "))
-                          + m_script.name);
+        m_journal->append((m_isWorking ? "working "_s : "prototype "_s) + m_script.name);
     }
 
     QSharedPointer<ICommand> createCommand(QVariantMap const& parameters) const override
@@ -102,11 +103,11 @@ class ScriptedPlugin : public DAbstractTighteningTool
 public:
     explicit ScriptedPlugin(QList<CommandScript> scripts, QUuid const& objectUuid = {},
                             QSharedPointer<QStringList> journal = QSharedPointer<QStringList>::create())
-        : DAbstractTighteningTool(QUuid(), QStringLiteral("Scripted"), 0, objectUuid, nullptr)
+        : DAbstractTighteningTool(QUuid(), "Scripted"_s, 0, objectUuid, nullptr)
         , m_scripts(std::move(scripts))
         , m_journal(std::move(journal))
     {}
-    ~ScriptedPlugin() override { m_journal->append(QStringLiteral("instance")); }
+    ~ScriptedPlugin() override { m_journal->append("instance"_s); }
 
     QStringList const& journal() const { return *m_journal; }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "literals.h"
+
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -53,8 +55,7 @@ inline QVector<QPair<QByteArray, QVariant>> everyKindOfValue()
 {
     QVariant nested = 1;
     for (int i = 0; i < 1000; ++i)
-        nested = i % 2 == 0 ? QVariant(QVariantList{nested})
-                            : QVariant(QVariantMap{{QStringLiteral("x"), nested}});
+        nested = i % 2 == 0 ? QVariant(QVariantList{nested}) : QVariant(QVariantMap{{"x"_s, nested}});
     QVariantMap large;
     for (int i = 0; i < 10'000; ++i)
         large.insert(QString::number(i), i);
@@ -73,23 +74,23 @@ inline QVector<QPair<QByteArray, QVariant>> everyKindOfValue()
         {"infinity", qInf()},
         {"float", 2.5F},
         {"char", QVariant(QLatin1Char('x'))},
-        {"text", QStringLiteral("text")},
+        {"text", "text"_s},
         {"text with zero", QString(QChar(QChar::Null))},
         {"half a character", QString(QChar(0xD800))},
         {"bytes", QByteArray("\xff\x00\x01", 3)},
         {"empty list", QVariantList()},
-        {"list", QVariantList{1, QStringLiteral("a")}},
-        {"text list", QStringList{QStringLiteral("a"), QStringLiteral("b")}},
+        {"list", QVariantList{1, "a"_s}},
+        {"text list", QStringList{"a"_s, "b"_s}},
         {"empty map", QVariantMap()},
-        {"map", QVariantMap{{QStringLiteral("a"), 1}}},
-        {"hash", QVariantHash{{QStringLiteral("a"), 1}}},
-        {"JSON object", QVariant(QJsonObject{{QStringLiteral("a"), 1}})},
+        {"map", QVariantMap{{"a"_s, 1}}},
+        {"hash", QVariantHash{{"a"_s, 1}}},
+        {"JSON object", QVariant(QJsonObject{{"a"_s, 1}})},
         {"JSON array", QVariant(QJsonArray{1, 2})},
         {"JSON value", QVariant(QJsonValue(true))},
         {"date", QDate(2026, 3, 9)},
         {"date and time", QDateTime(QDate(2026, 3, 9), QTime(14, 5), Qt::UTC)},
-        {"url", QUrl(QStringLiteral("https://example.org/"))},
-        {"uuid", QUuid(QStringLiteral("{11111111-2222-4333-8444-555555555555}"))},
+        {"url", QUrl("https://example.org/"_s)},
+        {"uuid", QUuid("{11111111-2222-4333-8444-555555555555}"_s)},
         {"object pointer", QVariant::fromValue<QObject*>(nullptr)},
         {"void pointer", QVariant::fromValue<void*>(nullptr)},
         {"nested 1000 deep", nested},
