@@ -32,30 +32,28 @@ QUrl const c_place =
 /// A name out of what could be taken for something else, and of anything.
 QString anyName(ByteReader& bytes)
 {
-    static QStringList const pieces{
-        "\""_s,
-        "\\"_s,
-        "'"_s,
-        "`"_s,
-        "\n"_s,
-        "\r"_s,
-        QString(QChar(QChar::LineSeparator)),
-        QString(QChar(QChar::Null)),
-        "{OBJECT_NAME}"_s,
-        "{OBJECT_ID}"_s,
-        "{"_s,
-        "}"_s,
-        "${"_s,
-        "//"_s,
-        "/*"_s,
-        "*/"_s,
-        ";"_s,
-        "\\u0022"_s,
-        "application.setConfigChanged()"_s,
-        "objectId: "_s,
-        "BeMaintenanceToolZrt { name: \"\" }"_s,
-        "left bench"_s,
-    };
+    static QStringList const pieces{"\""_s,
+                                    "\\"_s,
+                                    "'"_s,
+                                    "`"_s,
+                                    "\n"_s,
+                                    "\r"_s,
+                                    QString(QChar(QChar::LineSeparator)),
+                                    QString(QChar(QChar::Null)),
+                                    "{OBJECT_NAME}"_s,
+                                    "{OBJECT_ID}"_s,
+                                    "{"_s,
+                                    "}"_s,
+                                    "${"_s,
+                                    "//"_s,
+                                    "/*"_s,
+                                    "*/"_s,
+                                    ";"_s,
+                                    "\\u0022"_s,
+                                    "application.setConfigChanged()"_s,
+                                    "objectId: "_s,
+                                    "BeMaintenanceToolZrt { name: \"\" }"_s,
+                                    "left bench"_s};
     QString name;
     for (int left = bytes.below(c_mostPieces); left > 0; --left) {
         int const choice = bytes.below(static_cast<int>(pieces.size()) + 8);

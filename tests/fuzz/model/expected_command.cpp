@@ -22,7 +22,7 @@ QString ExpectedCommand::complaint(QStringList const& names)
         if (!names.contains(one.first))
             left += one.first;
     }
-    QString const file = "tests/model/expected_commands.cpp"_s;
+    QString const file = "tests/fuzz/model/expected_commands.cpp"_s;
     QStringList complaints;
     if (!missing.isEmpty())
         complaints += "the model lacks \"%1\": add a class to %2 that says what it posts and what it "
