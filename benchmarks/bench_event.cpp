@@ -1,4 +1,4 @@
-// One event of the controller: how far the listening command is from what nobody could avoid, and from what
+// One event of the controller: how far the listening command is from the least work, and from what
 // an integrator would write in a script.
 
 #include "listening_tool.h"
@@ -74,7 +74,7 @@ private:
     std::unique_ptr<QuietOrder> m_order;
 };
 
-/// What nobody could avoid: to detach the controller's map, insert three values and make one variant of it,
+/// The least work: to detach the controller's map, insert three values and make one variant of it,
 /// which replaces the former one.
 class IrreducibleEvent
 {

@@ -7,7 +7,7 @@
 #include <utility>
 
 /// How benchmarks are named and measured. A name has three parts, "what/size/who": scripts/bench sets those
-/// that differ in "who" against each other, and the one called "baseline" is what nobody could avoid.
+/// that differ in "who" against each other, and the one called "baseline" is the least work.
 namespace measure
 {
 
