@@ -10,8 +10,6 @@
 #include <QJsonObject>
 #include <QPoint>
 #include <QPointer>
-#include <QRegularExpression>
-#include <QSharedPointer>
 #include <QUuid>
 #include <QtTest>
 
@@ -19,6 +17,16 @@
 #include <memory>
 
 using Map = QMap<QString, QVariant>;
+
+namespace
+{
+
+QChar operator""_c(char character)
+{
+    return QLatin1Char(character);
+}
+
+} // namespace
 
 class TestUtilities : public QObject
 {
@@ -31,33 +39,28 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QChar>("separator");
-        QTest::addColumn<bool>("good");
+        QTest::addColumn<bool>("isGood");
         QTest::addColumn<quint64>("version");
 
-        QChar const dot(QLatin1Char('.'));
-        auto const good = [dot](char const* row, QString const& text, quint64 version) {
-            QTest::newRow(row) << text << dot << true << version;
+        auto const good = [](char const* rule, QString const& text, quint64 version,
+                             QChar separator = '.'_c) {
+            QTest::newRow(rule) << text << separator << true << version;
         };
-        auto const bad = [dot](char const* row, QString const& text) {
-            QTest::newRow(row) << text << dot << false << quint64{0};
+        auto const bad = [](char const* rule, QString const& text, QChar separator = '.'_c) {
+            QTest::newRow(rule) << text << separator << false << quint64{0};
         };
 
-        good("two components", "1.0"_s, Q_UINT64_C(0x0001000000000000));
-        good("one component", "1"_s, Q_UINT64_C(0x0001000000000000));
-        good("three components", "1.0.0"_s, Q_UINT64_C(0x0001000000000000));
-        good("four components", "1.2.3.4"_s, Q_UINT64_C(0x0001000200030004));
-        good("decimal, not octal or hexadecimal", "10.16"_s, Q_UINT64_C(0x000A001000000000));
+        good("two components", "1.0"_s, 0x0001'0000'0000'0000);
+        good("one component", "1"_s, 0x0001'0000'0000'0000);
+        good("three components", "1.0.0"_s, 0x0001'0000'0000'0000);
+        good("four components", "1.2.3.4"_s, 0x0001'0002'0003'0004);
+        good("decimal, not octal or hexadecimal", "10.16"_s, 0x000A'0010'0000'0000);
         good("largest", "65535.65535.65535.65535"_s, std::numeric_limits<quint64>::max());
         good("zero is good", "0.0"_s, 0);
-        good("last component only", "0.0.0.1"_s, 1);
+        good("other separator", "3-7"_s, 0x0003'0007'0000'0000, '-'_c);
+        good("non-ASCII separator", "3\u00b77"_s, 0x0003'0007'0000'0000, QChar(0x00b7));
 
-        QTest::newRow("other separator")
-            << "3-7"_s << QChar(QLatin1Char('-')) << true << Q_UINT64_C(0x0003000700000000);
-        QTest::newRow("non-ASCII separator")
-            << "3\u00b77"_s << QChar(0x00b7) << true << Q_UINT64_C(0x0003000700000000);
-        QTest::newRow("dot where another separator is asked for")
-            << "3.7"_s << QChar(QLatin1Char('-')) << false << quint64{0};
-
+        bad("dot where another separator is asked for", "3.7"_s, '-'_c);
         bad("null text", QString());
         bad("empty text", ""_s);
         bad("separator only", "."_s);
@@ -93,42 +96,18 @@ private slots:
     {
         QFETCH(QString, text);
         QFETCH(QChar, separator);
-        QFETCH(bool, good);
+        QFETCH(bool, isGood);
         QFETCH(quint64, version);
 
         // Whatever stood in ok before does not count.
         for (bool const before : {false, true}) {
             bool ok = before;
             QCOMPARE(::versionFromString(text, &ok, separator), version);
-            QCOMPARE(ok, good);
+            QCOMPARE(ok, isGood);
         }
         QCOMPARE(::versionFromString(text, nullptr, separator), version);
-        if (separator == QLatin1Char('.'))
+        if (separator == '.'_c)
             QCOMPARE(::versionFromString(text), version);
-    }
-
-    void versionsOrder_data()
-    {
-        QTest::addColumn<QString>("lower");
-        QTest::addColumn<QString>("higher");
-
-        QTest::newRow("first component") << "1.65535.65535.65535"_s
-                                         << "2.0"_s;
-        QTest::newRow("second component") << "1.9"_s
-                                          << "1.10"_s;
-        QTest::newRow("third component") << "1.2.3.65535"_s
-                                         << "1.2.4"_s;
-        QTest::newRow("fourth component") << "1.2.3"_s
-                                          << "1.2.3.1"_s;
-        QTest::newRow("high bit") << "32767.0"_s
-                                  << "32768.0"_s;
-    }
-
-    void versionsOrder()
-    {
-        QFETCH(QString, lower);
-        QFETCH(QString, higher);
-        QVERIFY(::versionFromString(lower) < ::versionFromString(higher));
     }
 
     void versionToString_data()
@@ -136,12 +115,12 @@ private slots:
         QTest::addColumn<quint64>("version");
         QTest::addColumn<QString>("text");
 
-        QTest::newRow("two components") << Q_UINT64_C(0x0001000000000000) << "1.0"_s;
+        QTest::newRow("two components") << quint64{0x0001'0000'0000'0000} << "1.0"_s;
         QTest::newRow("nothing") << quint64{0} << "0.0"_s;
-        QTest::newRow("third component") << Q_UINT64_C(0x0001000000030000) << "1.0.3"_s;
-        QTest::newRow("third component zero") << Q_UINT64_C(0x0001000200000004) << "1.2.0.4"_s;
+        QTest::newRow("third component") << quint64{0x0001'0000'0003'0000} << "1.0.3"_s;
+        QTest::newRow("third component zero") << quint64{0x0001'0002'0000'0004} << "1.2.0.4"_s;
         QTest::newRow("fourth component") << quint64{1} << "0.0.0.1"_s;
-        QTest::newRow("zeros within a number stay") << Q_UINT64_C(0x000A001400640000) << "10.20.100"_s;
+        QTest::newRow("zeros within a number stay") << quint64{0x000A'0014'0064'0000} << "10.20.100"_s;
         QTest::newRow("largest") << std::numeric_limits<quint64>::max() << "65535.65535.65535.65535"_s;
     }
 
@@ -150,24 +129,7 @@ private slots:
         QFETCH(quint64, version);
         QFETCH(QString, text);
         QCOMPARE(::versionToString(version), text);
-    }
-
-    void versionRoundTrip_data()
-    {
-        QTest::addColumn<quint64>("version");
-
-        for (int bit = 0; bit < 64; ++bit)
-            QTest::addRow("bit %d", bit) << (quint64{1} << bit);
-        QTest::newRow("all bits") << std::numeric_limits<quint64>::max();
-        QTest::newRow("no bit") << quint64{0};
-    }
-
-    void versionRoundTrip()
-    {
-        QFETCH(quint64, version);
-        bool ok = false;
-        QCOMPARE(::versionFromString(::versionToString(version), &ok), version);
-        QVERIFY(ok);
+        QCOMPARE(::versionFromString(text), version);
     }
 
     void mapToString_data()
@@ -181,6 +143,7 @@ private slots:
         QTest::newRow("keys in order")
             << Map{{"b"_s, 2}, {"a"_s, 1}, {"c"_s, 3}} << R"({"a": 1, "b": 2, "c": 3})"_s;
         QTest::newRow("empty key") << Map{{QString(), 1}} << R"({"": 1})"_s;
+        QTest::newRow("control characters in a key") << Map{{"a\nb"_s, 1}} << R"({"a\u000ab": 1})"_s;
 
         auto const one = [](char const* row, QVariant const& value, QString const& text) {
             QTest::newRow(row) << Map{{"k"_s, value}} << "{\"k\": %1}"_s.arg(text);
@@ -196,6 +159,9 @@ private slots:
         one("empty string", ""_s, "\"\""_s);
         one("null string", QString(), "\"\""_s);
         one("non-ASCII string", "N\u00b7m"_s, "\"N\u00b7m\""_s);
+        one("control characters", "a\nb\r\u2028\u2029\u0000"_s, R"("a\u000ab\u000d\u2028\u2029\u0000")"_s);
+        one("control characters in bytes", QByteArray("a\nb"), R"(a\u000ab)"_s);
+        one("control characters in a list", QStringList{"a\nb"_s}, R"(["a\u000ab"])"_s);
         one("string of digits", "5"_s, "\"5\""_s);
         one("byte array", QByteArray("bytes"), "bytes"_s);
         one("character", QChar(QLatin1Char('x')), "x"_s);
@@ -227,27 +193,9 @@ private slots:
         QCOMPARE(convVariantMapToString(map), text);
     }
 
-    void mapTextStaysOnOneLine_data()
-    {
-        QTest::addColumn<Map>("map");
-
-        QString const lines = "a\nb\r\nc"_s;
-        QTest::newRow("string") << Map{{"k"_s, lines}};
-        QTest::newRow("key") << Map{{lines, 1}};
-        QTest::newRow("byte array") << Map{{"k"_s, lines.toUtf8()}};
-        QTest::newRow("string in a list") << Map{{"k"_s, QStringList{lines}}};
-    }
-
-    void mapTextStaysOnOneLine()
-    {
-        QFETCH(Map, map);
-        QString const text = convVariantMapToString(map);
-        QVERIFY2(!text.contains(QLatin1Char('\n')) && !text.contains(QLatin1Char('\r')), qPrintable(text));
-    }
-
     void hashTextDependsOnContentOnly()
     {
-        constexpr int count = 500;
+        constexpr int count = 10'000;
         QVariantHash forwards;
         QVariantHash backwards;
         backwards.reserve(10 * count); // another number of buckets: another order of iteration
@@ -262,65 +210,38 @@ private slots:
         auto const text = [](QVariant const& value) { return convVariantMapToString({{"k"_s, value}}); };
         QCOMPARE(text(forwards), text(backwards));
         QCOMPARE(text(forwards), text(sorted));
+        QCOMPARE(text(sorted).count(": "_s), count + 1);
     }
 
     void deepMapIsCutOff_data()
     {
-        QTest::addColumn<int>("depth");
         QTest::addColumn<bool>("inLists");
 
-        QTest::newRow("maps") << 1000 << false;
-        QTest::newRow("lists") << 1000 << true;
+        QTest::newRow("maps") << false;
+        QTest::newRow("lists") << true;
     }
 
     void deepMapIsCutOff()
     {
-        QFETCH(int, depth);
         QFETCH(bool, inLists);
-        QVariant value = "innermost"_s;
-        QVariant shallow = value;
-        constexpr int reasonable = 8; // a reply of the device never nests deeper
-        for (int i = 0; i < depth; ++i) {
-            value = inLists ? QVariant(QVariantList{value}) : QVariant(Map{{"k"_s, value}});
-            if (i == reasonable)
-                shallow = value;
-        }
-        QString const text = convVariantMapToString({{"k"_s, value}});
-        QVERIFY2(text.contains("..."_s), qPrintable(text.left(80)));
-        QVERIFY(!text.contains("innermost"_s));
-        QVERIFY2(text.size() < 1000, qPrintable(QString::number(text.size())));
-        QCOMPARE(text.count(QLatin1Char('{')), text.count(QLatin1Char('}')));
-        QCOMPARE(text.count(QLatin1Char('[')), text.count(QLatin1Char(']')));
-
-        QString const whole = convVariantMapToString({{"k"_s, shallow}});
-        QVERIFY(whole.contains("innermost"_s));
-    }
-
-    void largeMapIsComplete()
-    {
-        constexpr int count = 100000;
-        Map map;
-        for (int i = 0; i < count; ++i)
-            map.insert("key%1"_s.arg(i, 6, 10, QLatin1Char('0')), i);
-        QString const text = convVariantMapToString(map);
-        QVERIFY(text.startsWith("{\"key000000\": 0, \"key000001\": 1, "_s));
-        QVERIFY(text.endsWith(", \"key099999\": 99999}"_s));
-        QCOMPARE(text.count(": "_s), count);
-    }
-
-    void dateHasFixedFormat()
-    {
-        QRegularExpression const format(R"(\A\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\z)"_s);
-        QString const date = getDate();
-        QVERIFY2(format.match(date).hasMatch(), qPrintable(date));
-        QVERIFY(QDateTime::fromString(date, "yyyy-MM-dd HH:mm:ss.zzz"_s).isValid());
+        auto const nested = [inLists](int depth) {
+            QVariant value = "innermost"_s;
+            for (int i = 0; i < depth; ++i)
+                value = inLists ? QVariant(QVariantList{value}) : QVariant(Map{{"k"_s, value}});
+            return convVariantMapToString({{"k"_s, value}});
+        };
+        // A reply of the device never nests deeper.
+        QVERIFY(nested(8).contains("innermost"_s));
+        QString const text = nested(1000);
+        QVERIFY2(text.contains("..."_s) && text.size() < 1000, qPrintable(text.left(80)));
+        QCOMPARE(text.count('{'_c), text.count('}'_c));
+        QCOMPARE(text.count('['_c), text.count(']'_c));
     }
 
     void dateComesFromSource()
     {
         QDateTime now(QDate(2026, 3, 9), QTime(14, 5, 59, 120));
         setDateSource([&now] { return now; });
-        QCOMPARE(getDate(), "2026-03-09 14:05:59.120"_s);
         QCOMPARE(getDate(), "2026-03-09 14:05:59.120"_s);
         now = QDateTime(QDate(1, 12, 1), QTime(0, 0, 0, 7));
         QCOMPARE(getDate(), "0001-12-01 00:00:00.007"_s);
@@ -333,29 +254,20 @@ private slots:
     {
         auto alive = std::make_shared<int>(0);
         setDateSource([alive] { return QDateTime(QDate(1999, 1, 1), QTime(0, 0)); });
-        QCOMPARE(getDate(), "1999-01-01 00:00:00.000"_s);
         setDateSource({});
         QCOMPARE(alive.use_count(), 1L);
         QString const date = getDate();
-        QVERIFY2(!date.startsWith("1999-"_s), qPrintable(date));
-        QCOMPARE(date.size(), 23);
+        QVERIFY2(QDateTime::fromString(date, "yyyy-MM-dd HH:mm:ss.zzz"_s).date().year() > 2000,
+                 qPrintable(date));
     }
 
-    void objectCarriesName()
-    {
-        DObject const object("ch_1"_s, nullptr);
-        QCOMPARE(object.objectName(), "ch_1"_s);
-        QVERIFY(object.parent() == nullptr);
-        QCOMPARE(object.metaObject()->className(), "DObject");
-        QCOMPARE(object.metaObject()->superClass()->className(), "QObject");
-        QVERIFY(DObject(QString(), nullptr).objectName().isEmpty());
-    }
-
-    void objectHasParent()
+    void objectHasNameAndParent()
     {
         auto parent = std::make_unique<QObject>();
-        QPointer<DObject> const child = new DObject("child"_s, parent.get());
-        QCOMPARE(child->parent(), parent.get());
+        QPointer<DObject> const child = new DObject("ch_1"_s, parent.get());
+        QCOMPARE(child->objectName(), "ch_1"_s);
+        QCOMPARE(child->metaObject()->className(), "DObject");
+        QCOMPARE(child->metaObject()->superClass()->className(), "QObject");
         parent.reset();
         QVERIFY(child.isNull());
     }
