@@ -5,99 +5,65 @@
 #include <QString>
 #include <QtTest>
 
-#include <cstdlib>
-#include <new>
 #include <type_traits>
+#include <utility>
 
 using fastdelegate::FastDelegate2;
 
-using SumDelegate = FastDelegate2<int, int, int>;
-Q_DECLARE_METATYPE(SumDelegate)
+using Delegate = FastDelegate2<int, int, int>;
+Q_DECLARE_METATYPE(Delegate)
 
 namespace
 {
 
-// Volatile, for a compiler may take it that new changes nothing that it can see.
-int volatile g_allocations = 0;
-
-} // namespace
-
-// The whole program allocates through these, so that a test can tell that a delegate does not.
-void* operator new(std::size_t size)
+/// The digits of three numbers, so that none can be taken for another.
+int digits(int first, int second, int third)
 {
-    g_allocations = g_allocations + 1;
-    if (void* const memory = std::malloc(size ? size : 1))
-        return memory;
-    throw std::bad_alloc();
+    return 100 * first + 10 * second + third;
 }
 
-void* operator new[](std::size_t size)
+struct Base
 {
-    return operator new(size);
-}
+    explicit Base(int initial) : value(initial) {}
+    virtual ~Base() = default;
 
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
+    int value;
 
-void operator delete[](void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete[](void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
-namespace
-{
-
-struct Sum
-{
-    explicit Sum(int initial = 0) : base(initial) {}
-    virtual ~Sum() = default;
-
-    int base;
-
-    int add(int a, int b) { return base += a + b; }
-    int sum(int a, int b) const { return base + a + b; }
-    int quiet(int a, int b) noexcept { return base - a - b; }
+    int add(int a, int b) { return value += a + b; }
+    int member(int a, int b) { return digits(value, a, b); }
+    int constMember(int a, int b) const { return digits(value, a, b); }
+    int noexceptMember(int a, int b) noexcept { return digits(value, a, b); }
+    virtual int virtualMember(int, int) { return 0; }
+    virtual int virtualConstMember(int, int) const { return 0; }
 };
 
-struct Inherits : Sum
+struct Derived : Base
 {
-    int ownMember = 7;
+    Derived() : Base(1) {}
+    int virtualMember(int a, int b) override { return digits(value, a, b); }
+    int virtualConstMember(int a, int b) const override { return digits(value, a, b); }
 };
 
-struct First
+struct OtherBase
 {
-    virtual ~First() = default;
-    int first = 1;
+    virtual ~OtherBase() = default;
+    int other = 2;
 };
 
-struct Second
+struct SecondBase : OtherBase, Base
 {
-    virtual ~Second() = default;
-    int second = 20;
-
-    int scaled(int a, int b) { return second * (a + b); }
-    int scaledConst(int a, int b) const { return second * (a - b); }
-    void const* address(int, int) { return this; }
+    SecondBase() : Base(3) {}
+    int ownMember(int a, int b) { return digits(other, a, b); }
+    int virtualMember(int a, int b) override { return digits(other, a, b); }
 };
 
-struct Both : First, Second
+struct VirtualBase : virtual Base
 {
-    int own = 300;
-    int ownScaled(int a, int b) { return own * (a + b); }
+    VirtualBase() : Base(4) {}
+    int padding = 0;
 };
 
+// Plain classes, since g++'s check of virtual tables takes the call of a converted function for an error.
 struct Left
 {
     void* left = nullptr;
@@ -106,77 +72,43 @@ struct Left
 struct Right
 {
     void* unused = nullptr;
-    int right = 4;
+    int right = 5;
 
-    int scaled(int a, int b) { return right * (a + b); }
+    int member(int a, int b) { return digits(right, a, b); }
 };
 
 struct Plain : Left, Right
 {
 };
 
-struct Shape
-{
-    virtual ~Shape() = default;
-    virtual QString name(int, int) { return "shape"_s; }
-    virtual QString constName(int, int) const { return "const shape"_s; }
-};
-
-struct Circle : Shape
-{
-    QString name(int, int) override { return "circle"_s; }
-    QString constName(int, int) const override { return "const circle"_s; }
-};
-
-// The overridden function's table is the second one of the object.
-struct LateCircle : First, Shape
-{
-    QString name(int, int) override { return "late circle"_s; }
-};
-
-struct Diamond : virtual Sum
-{
-    int padding = 0;
-};
-
-/// Counts what happens to a value on its way through a call.
+/// Counts how often a value is copied on its way through a call.
 struct Traveller
 {
     Traveller() = default;
-    Traveller(Traveller const& other) : copies(other.copies + 1), moves(other.moves) {}
-    Traveller(Traveller&& other) noexcept : copies(other.copies), moves(other.moves + 1) {}
+    Traveller(Traveller const& other) : copies(other.copies + 1) {}
+    Traveller(Traveller&&) = default;
     Traveller& operator=(Traveller const&) = default;
     Traveller& operator=(Traveller&&) = default;
     ~Traveller() = default;
 
     int copies = 0;
-    int moves = 0;
 };
 
 struct Receiver
 {
-    Traveller arrived;
-    void const* seen = nullptr;
-    int calls = 0;
-
-    void byConstReference(Traveller const& traveller, int)
-    {
-        arrived.copies = traveller.copies;
-        arrived.moves = traveller.moves;
-        seen = &traveller;
-    }
+    void byConstReference(Traveller const& traveller, int) { seen = &traveller; }
     void byReference(Traveller& traveller, int& count)
     {
         seen = &traveller;
         ++count;
     }
-    void byValue(int, Traveller traveller) // NOLINT(performance-unnecessary-value-param)
-    {
-        arrived.copies = traveller.copies;
-        arrived.moves = traveller.moves;
-    }
     void byRvalue(Traveller&& traveller, int) { seen = &traveller; }
-    void count(int, int) { ++calls; }
+    int byValue(int, Traveller traveller)
+    {
+        return traveller.copies;
+    } // NOLINT(performance-unnecessary-value-param)
+
+    void const* seen = nullptr;
 };
 
 } // namespace
@@ -186,137 +118,41 @@ class TestFastDelegate : public QObject
     Q_OBJECT
 
 private slots:
-    void callsMemberOnObject()
+    void callsFunction_data()
     {
-        Sum sum{10};
-        FastDelegate2<int, int, int> const delegate(&sum, &Sum::add);
-        QCOMPARE(delegate(1, 2), 13);
-        QCOMPARE(sum.base, 13);
-        // Another order of the arguments would give the same sum.
-        Both both;
-        FastDelegate2<int, int, int> const difference(&both, &Second::scaledConst);
-        QCOMPARE(difference(5, 2), 60);
+        QTest::addColumn<Delegate>("delegate");
+        QTest::addColumn<int>("answer");
+
+        static Derived derived;
+        static Derived const constant;
+        static SecondBase second;
+        static VirtualBase virtualBase;
+        static Plain plain;
+        Base& base = derived;
+        int (Plain::*const converted)(int, int) = &Right::member;
+        auto const row = [](char const* function, Delegate delegate, int answer) {
+            QTest::newRow(function) << delegate << answer;
+        };
+        row("of the class", Delegate(&base, &Base::member), 189);
+        row("inherited", Delegate(&derived, &Derived::member), 189);
+        row("const, of a constant", Delegate(&constant, &Base::constMember), 189);
+        row("const, of a variable", Delegate(&base, &Base::constMember), 189);
+        row("noexcept", Delegate(&base, &Base::noexceptMember), 189);
+        row("virtual", Delegate(&base, &Base::virtualMember), 189);
+        row("virtual and const", Delegate(&base, &Base::virtualConstMember), 189);
+        row("of a class with two bases", Delegate(&second, &SecondBase::ownMember), 289);
+        row("of a second base", Delegate(&second, &SecondBase::member), 389);
+        row("const, of a second base", Delegate(&second, &SecondBase::constMember), 389);
+        row("virtual, of a second base", Delegate(&second, &Base::virtualMember), 289);
+        row("of a virtual base", Delegate(&virtualBase, &Base::member), 489);
+        // It carries its own adjustment of the address.
+        row("of a second base, made one of the class", Delegate(&plain, converted), 589);
     }
 
-    void callsInheritedMember()
+    void callsFunction()
     {
-        Inherits object;
-        object.base = 5;
-        FastDelegate2<int, int, int> const delegate(&object, &Inherits::add);
-        QCOMPARE(delegate(1, 1), 7);
-        QCOMPARE(object.base, 7);
-        QCOMPARE(object.ownMember, 7);
-    }
-
-    void callsConstMember()
-    {
-        Sum const constant{100};
-        FastDelegate2<int, int, int> const onConstant(&constant, &Sum::sum);
-        QCOMPARE(onConstant(1, 2), 103);
-
-        Sum variable{200};
-        FastDelegate2<int, int, int> const onVariable(&variable, &Sum::sum);
-        variable.base = 300;
-        QCOMPARE(onVariable(1, 2), 303);
-    }
-
-    void callsNoexceptMember()
-    {
-        Sum sum{10};
-        FastDelegate2<int, int, int> const delegate(&sum, &Sum::quiet);
-        QCOMPARE(delegate(1, 2), 7);
-    }
-
-    void adjustsAddressForSecondBase()
-    {
-        Both both;
-        Second const* const base = &both;
-        QVERIFY(static_cast<void const*>(base) != static_cast<void const*>(&both));
-
-        FastDelegate2<int, int, int> const inherited(&both, &Both::scaled);
-        QCOMPARE(inherited(2, 3), 100);
-        FastDelegate2<int, int, int> const inheritedConst(&both, &Both::scaledConst);
-        QCOMPARE(inheritedConst(5, 3), 40);
-        FastDelegate2<int, int, int> const own(&both, &Both::ownScaled);
-        QCOMPARE(own(2, 3), 1500);
-        FastDelegate2<int, int, void const*> const address(&both, &Both::address);
-        QCOMPARE(address(0, 0), static_cast<void const*>(base));
-
-        // A function of the base that was made one of the derived class carries its own adjustment. The
-        // classes are plain, since g++'s check of virtual tables takes such a call for an error.
-        Plain plain;
-        int (Plain::*converted)(int, int) = &Right::scaled;
-        FastDelegate2<int, int, int> const viaConverted(&plain, converted);
-        QCOMPARE(viaConverted(2, 3), 20);
-    }
-
-    void reachesVirtualBase()
-    {
-        Diamond object;
-        object.base = 4;
-        FastDelegate2<int, int, int> const delegate(&object, &Sum::add);
-        QCOMPARE(delegate(1, 1), 6);
-        QCOMPARE(object.padding, 0);
-    }
-
-    void dispatchesVirtualFunction()
-    {
-        Circle circle;
-        Shape* const shape = &circle;
-        FastDelegate2<int, int, QString> const delegate(shape, &Shape::name);
-        QCOMPARE(delegate(0, 0), "circle"_s);
-        FastDelegate2<int, int, QString> const constDelegate(&circle, &Shape::constName);
-        QCOMPARE(constDelegate(0, 0), "const circle"_s);
-
-        LateCircle late;
-        FastDelegate2<int, int, QString> const lateDelegate(&late, &Shape::name);
-        QCOMPARE(lateDelegate(0, 0), "late circle"_s);
-
-        Shape plain;
-        FastDelegate2<int, int, QString> const plainDelegate(&plain, &Shape::name);
-        QCOMPARE(plainDelegate(0, 0), "shape"_s);
-    }
-
-    void keepsObjectsApart()
-    {
-        Sum one{1};
-        Sum two{2};
-        FastDelegate2<int, int, int> const addToOne(&one, &Sum::add);
-        FastDelegate2<int, int, int> const addToTwo(&two, &Sum::add);
-        FastDelegate2<int, int, int> const sumOfOne(&one, &Sum::sum);
-        addToOne(10, 0);
-        addToTwo(20, 0);
-        QCOMPARE(one.base, 11);
-        QCOMPARE(two.base, 22);
-        QCOMPARE(sumOfOne(0, 0), 11);
-    }
-
-    void startsEmpty_data()
-    {
-        QTest::addColumn<SumDelegate>("delegate");
-
-        static Sum sum;
-        int (Sum::*const none)(int, int) = nullptr;
-        QTest::newRow("default constructed") << SumDelegate();
-        QTest::newRow("from nullptr") << SumDelegate(nullptr);
-        QTest::newRow("bound to no function") << SumDelegate(&sum, none);
-    }
-
-    void startsEmpty()
-    {
-        QFETCH(SumDelegate, delegate);
-        QVERIFY(delegate.empty());
-        QVERIFY(!delegate);
-        QVERIFY(!static_cast<bool>(delegate));
-        QVERIFY(delegate == nullptr);
-        QVERIFY(!(delegate != nullptr));
-        QCOMPARE(delegate(1, 2), 0);
-    }
-
-    void bindingMakesItNonEmpty()
-    {
-        Sum sum;
-        FastDelegate2<int, int, int> const delegate(&sum, &Sum::add);
+        QFETCH(Delegate, delegate);
+        QTEST(delegate(8, 9), "answer");
         QVERIFY(!delegate.empty());
         QVERIFY(static_cast<bool>(delegate));
         QCOMPARE(!delegate, false);
@@ -324,160 +160,103 @@ private slots:
         QVERIFY(!(delegate == nullptr));
     }
 
-    void clearForgetsObject()
+    void empty_data()
     {
-        Sum sum{1};
-        FastDelegate2<int, int, int> delegate(&sum, &Sum::add);
-        delegate.clear();
+        QTest::addColumn<Delegate>("delegate");
+
+        static Base base(1);
+        int (Base::*const none)(int, int) = nullptr;
+        Delegate cleared(&base, &Base::member);
+        cleared.clear();
+        Delegate assigned(&base, &Base::member);
+        assigned = nullptr;
+        QTest::newRow("default constructed") << Delegate();
+        QTest::newRow("from nullptr") << Delegate(nullptr);
+        QTest::newRow("bound to no function") << Delegate(&base, none);
+        QTest::newRow("cleared") << cleared;
+        QTest::newRow("assigned nullptr") << assigned;
+    }
+
+    void empty()
+    {
+        QFETCH(Delegate, delegate);
+        QCOMPARE(delegate(8, 9), 0);
         QVERIFY(delegate.empty());
-        QCOMPARE(delegate(5, 5), 0);
-        QCOMPARE(sum.base, 1);
+        QVERIFY(!delegate);
+        QVERIFY(!static_cast<bool>(delegate));
+        QVERIFY(delegate == nullptr);
+        QVERIFY(!(delegate != nullptr));
     }
 
-    void assignsNullptr()
+    void emptyAnswersInitialisedValue()
     {
-        Sum sum{1};
-        FastDelegate2<int, int, int> delegate(&sum, &Sum::add);
-        delegate = nullptr;
-        QVERIFY(delegate.empty());
-        QCOMPARE(delegate(5, 5), 0);
-        QCOMPARE(sum.base, 1);
-    }
-
-    void copiesBindToSameObject()
-    {
-        Both both;
-        FastDelegate2<int, int, int> original(&both, &Both::scaled);
-        FastDelegate2<int, int, int> const copy(original);
-        original.clear();
-        QVERIFY(!copy.empty());
-        QCOMPARE(copy(1, 1), 40);
-        both.second = 30;
-        QCOMPARE(copy(1, 1), 60);
-    }
-
-    void assignmentReplacesBinding()
-    {
-        Sum one{1};
-        Both both;
-        FastDelegate2<int, int, int> delegate(&one, &Sum::add);
-        FastDelegate2<int, int, int> const other(&both, &Both::scaled);
-        delegate = other;
-        QCOMPARE(delegate(1, 2), 60);
-        QCOMPARE(one.base, 1);
-        QCOMPARE(other(1, 2), 60);
-
-        // As a command does that binds its next handler in place.
-        delegate = FastDelegate2<int, int, int>(&one, &Sum::sum);
-        QCOMPARE(delegate(1, 2), 4);
-    }
-
-    void emptyCallReturnsValueInitialised()
-    {
-        struct Plain
+        struct Pair
         {
             int number;
             void* pointer;
         };
-        QCOMPARE((FastDelegate2<int, int, int>()(1, 2)), 0);
         QCOMPARE((FastDelegate2<int, int, bool>()(1, 2)), false);
         QCOMPARE((FastDelegate2<int, int, double>()(1, 2)), 0.0);
         QVERIFY((FastDelegate2<int, int, QString>()(1, 2)).isNull());
-        QVERIFY((FastDelegate2<int, int, int*>()(1, 2)) == nullptr);
-        Plain const plain = FastDelegate2<int, int, Plain>()(1, 2);
-        QCOMPARE(plain.number, 0);
-        QVERIFY(plain.pointer == nullptr);
+        Pair const pair = FastDelegate2<int, int, Pair>()(1, 2);
+        QCOMPARE(pair.number, 0);
+        QVERIFY(pair.pointer == nullptr);
+        FastDelegate2<int, int>()(1, 2);
     }
 
-    void returnsVoid()
+    void bindsToItsObject()
     {
-        Receiver receiver;
-        FastDelegate2<int, int> delegate(&receiver, &Receiver::count);
-        static_assert(std::is_void_v<decltype(delegate(1, 2))>);
-        delegate(1, 2);
-        delegate(1, 2);
-        QCOMPARE(receiver.calls, 2);
-        delegate.clear();
-        delegate(1, 2);
-        QCOMPARE(receiver.calls, 2);
+        Base one(1);
+        Base two(2);
+        Delegate addToOne(&one, &Base::add);
+        Delegate const addToTwo(&two, &Base::add);
+        Delegate const copy(addToOne);
+        QCOMPARE(addToOne(10, 0), 11);
+        QCOMPARE(addToTwo(20, 0), 22);
+        addToOne = addToTwo;
+        QCOMPARE(addToOne(30, 0), 52);
+        addToOne.clear();
+        QCOMPARE(copy(0, 40), 51);
+        QCOMPARE(one.value, 51);
+        QCOMPARE(two.value, 52);
+        // As a command does that binds its next handler in place.
+        addToOne = Delegate(&one, &Base::constMember);
+        QCOMPARE(addToOne(0, 0), 5100);
     }
 
-    void passesReferencesThrough()
+    void passesArgumentsThrough()
     {
         Receiver receiver;
         Traveller traveller;
+        void const* const address = &traveller;
 
         FastDelegate2<Traveller const&, int> const byConstReference(&receiver, &Receiver::byConstReference);
+        static_assert(std::is_void_v<decltype(byConstReference(traveller, 1))>);
         byConstReference(traveller, 1);
-        QCOMPARE(receiver.seen, static_cast<void const*>(&traveller));
-        QCOMPARE(receiver.arrived.copies, 0);
-        QCOMPARE(receiver.arrived.moves, 0);
+        QCOMPARE(std::exchange(receiver.seen, nullptr), address);
 
-        receiver.seen = nullptr;
         int count = 0;
         FastDelegate2<Traveller&, int&> const byReference(&receiver, &Receiver::byReference);
         byReference(traveller, count);
-        byReference(traveller, count);
-        QCOMPARE(receiver.seen, static_cast<void const*>(&traveller));
-        QCOMPARE(count, 2);
+        QCOMPARE(std::exchange(receiver.seen, nullptr), address);
+        QCOMPARE(count, 1);
 
-        receiver.seen = nullptr;
         FastDelegate2<Traveller&&, int> const byRvalue(&receiver, &Receiver::byRvalue);
-        void const* const address = &traveller;
         byRvalue(std::move(traveller), 1);
         QCOMPARE(receiver.seen, address);
-    }
 
-    void copiesValueOnce()
-    {
-        Receiver receiver;
-        Traveller const traveller;
-        FastDelegate2<int, Traveller> const byValue(&receiver, &Receiver::byValue);
-        byValue(1, traveller);
-        QCOMPARE(receiver.arrived.copies, 1);
-        byValue(1, Traveller());
-        QCOMPARE(receiver.arrived.copies, 0);
-    }
-
-    void allocationsAreCounted()
-    {
-        // Keeps the compiler from leaving the pair of new and delete out.
-        static int* volatile kept = nullptr;
-        int const before = g_allocations;
-        kept = new int(1);
-        int const after = g_allocations;
-        delete kept;
-        QCOMPARE(after - before, 1);
-    }
-
-    void allocatesNothing()
-    {
-        Sum sum{1};
-        Both both;
-        int const before = g_allocations;
-        FastDelegate2<int, int, int> delegate(&sum, &Sum::add);
-        int result = delegate(1, 2);
-        FastDelegate2<int, int, int> copy(delegate);
-        result += copy(3, 4);
-        copy = FastDelegate2<int, int, int>(&both, &Both::scaled);
-        result += copy(1, 1);
-        delegate = copy;
-        result += delegate(1, 1);
-        delegate.clear();
-        result += delegate(1, 1);
-        int const after = g_allocations;
-        QCOMPARE(after - before, 0);
-        QCOMPARE(result, 4 + 11 + 40 + 40);
+        FastDelegate2<int, Traveller, int> const byValue(&receiver, &Receiver::byValue);
+        QCOMPARE(byValue(1, traveller), 1);
+        QCOMPARE(byValue(1, Traveller()), 0);
     }
 
     void isPlainValue()
     {
-        // Plugins pass it by value to the host, so its size and its triviality are
-        // part of the contract with them.
-        using Delegate = FastDelegate2<int, int, int>;
+        // Plugins pass it by value to the host, so its size and its triviality are part of the contract with
+        // them. It allocates nothing either, for nobody would free it.
         QVERIFY(std::is_trivially_copyable_v<Delegate>);
         QVERIFY(std::is_trivially_destructible_v<Delegate>);
-        QCOMPARE(sizeof(Delegate), 2 * sizeof(void*) + sizeof(int(Sum::*)(int, int)));
+        QCOMPARE(sizeof(Delegate), 2 * sizeof(void*) + sizeof(int(Base::*)(int, int)));
     }
 };
 
