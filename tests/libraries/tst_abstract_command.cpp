@@ -453,8 +453,9 @@ private slots:
     void parameterOrderId()
     {
         auto const idOf = [](Map const& parameters) {
+            Bench bench;
             TestCommand command(parameters);
-            Bench().order->execute(command);
+            bench.order->execute(command);
             return command.getParameterOrderId();
         };
         QCOMPARE(idOf({}), quint64{0});

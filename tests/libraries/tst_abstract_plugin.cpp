@@ -291,6 +291,7 @@ private slots:
                  "The plugin instance %1 was destroyed before its working commands: init, listen"_s.arg(
                      c_object.toString()));
         QVERIFY(prototype.isNull());
+        QVERIFY(!watched.isNull());
         QVERIFY(init->parent() == nullptr);
         QVERIFY(listen->parent() == nullptr);
         init.reset();
