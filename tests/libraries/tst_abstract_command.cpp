@@ -118,7 +118,7 @@ public:
             react(name);
             return !refused.contains(name);
         };
-        QObject::connect(&command, &TestCommand::sigCommandFinished, [this](bool success) {
+        QObject::connect(&command, &TestCommand::sigCommandFinished, &command, [this](bool success) {
             log += success ? "signal true"_s : "signal false"_s;
             react("signal"_s);
         });
@@ -264,7 +264,7 @@ Step refuse(char const* instruction)
 struct Scene
 {
     Step step;
-    char const* outcome;
+    char const* outcome = "";
 };
 
 } // namespace

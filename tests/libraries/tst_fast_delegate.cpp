@@ -103,10 +103,8 @@ struct Receiver
         ++count;
     }
     void byRvalue(Traveller&& traveller, int) { seen = &traveller; }
-    int byValue(int, Traveller traveller)
-    {
-        return traveller.copies;
-    } // NOLINT(performance-unnecessary-value-param)
+    // NOLINTNEXTLINE(performance-unnecessary-value-param)
+    int byValue(int, Traveller traveller) { return traveller.copies; }
 
     void const* seen = nullptr;
 };
@@ -241,13 +239,13 @@ private slots:
         QCOMPARE(std::exchange(receiver.seen, nullptr), address);
         QCOMPARE(count, 1);
 
-        FastDelegate2<Traveller&&, int> const byRvalue(&receiver, &Receiver::byRvalue);
-        byRvalue(std::move(traveller), 1);
-        QCOMPARE(receiver.seen, address);
-
         FastDelegate2<int, Traveller, int> const byValue(&receiver, &Receiver::byValue);
         QCOMPARE(byValue(1, traveller), 1);
         QCOMPARE(byValue(1, Traveller()), 0);
+
+        FastDelegate2<Traveller&&, int> const byRvalue(&receiver, &Receiver::byRvalue);
+        byRvalue(std::move(traveller), 1);
+        QCOMPARE(receiver.seen, address);
     }
 
     void isPlainValue()
