@@ -3,17 +3,18 @@
 #include "host/endpoint.h"
 #include "literals.h"
 
+#include <files/variant_json.h>
 #include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <utility>
 
 /// An endpoint that answers each instruction as many times, and as late, as it is told: {"n": 0}, {"n": 1}, …
-/// It writes down what it gets,
-/// and goes on replying whatever is withdrawn.
+/// It writes down what it gets, and goes on replying whatever is withdrawn.
 class ScriptedEndpoint : public Endpoint
 {
 public:
@@ -24,8 +25,7 @@ public:
 
     void post(quint64 id, QString const& instruction, QVariantMap const& arguments, Reply onReply) override
     {
-        ids.append(id);
-        got.append({instruction, arguments});
+        got += "%1 %2 %3"_s.arg(QString::number(id), instruction, toText(arguments));
         int n = 0;
         for (qint64 const time : qAsConst(replyTimes)) {
             QVariantMap const reply = {{"n"_s, n++}};
@@ -34,13 +34,11 @@ public:
     }
 
     bool isConnected() const override { return connected; }
-    void withdraw(quint64 id) override { withdrawn.append(id); }
+    void withdraw(quint64 id) override { got += "withdrawn %1"_s.arg(id); }
 
     QList<qint64> replyTimes;
     bool connected = true;
-    QList<quint64> ids;
-    QList<quint64> withdrawn;
-    QList<QPair<QString, QVariantMap>> got;
+    QStringList got; ///< "1 setLock {"lock":1}", "withdrawn 1"
 
 private:
     ZrtClock& m_clock;
