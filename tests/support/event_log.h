@@ -7,18 +7,22 @@
 #include <QString>
 #include <QStringList>
 
-/// Writes down the events of a run in few words: the values of each, "5 finished 1 init true".
+/// An event in few words, its values: "5 finished 1 init true".
+inline QString brief(qint64 time, RunEvent const& event)
+{
+    QStringList words;
+    for (auto const& value : toJson(time, event))
+        words += QString::fromStdString(value.is_string() ? value.get<std::string>() : value.dump());
+    return words.join(QLatin1Char(' '));
+}
+
+/// Writes down the events of a run, each in few words.
 class EventLog
 {
 public:
     explicit EventLog(RunEvents& events)
     {
-        events.listen([this](qint64 time, RunEvent const& event) {
-            QStringList words;
-            for (auto const& value : toJson(time, event))
-                words += QString::fromStdString(value.is_string() ? value.get<std::string>() : value.dump());
-            lines += words.join(QLatin1Char(' '));
-        });
+        events.listen([this](qint64 time, RunEvent const& event) { lines += brief(time, event); });
     }
     EventLog(EventLog const&) = delete;
     EventLog& operator=(EventLog const&) = delete;
