@@ -262,30 +262,6 @@ private slots:
         QCOMPARE(bench.endpoint.got, QStringList({"3 a {}"_s, "withdrawn 3"_s}));
     }
 
-    // A command that leaves its instructions open when it is stopped gets one reply to each, but not to one
-    // whose time was over before.
-    void overdueIsNotWaitedForAtTheEnd()
-    {
-        auto script = posting("listen"_s, {"a"_s}, "halt"_s);
-        script.onFinish = [](ScriptedCommand& self) {
-            self.post(device, "last"_s);
-            return self.finish(true);
-        };
-        Bench bench({script}, {});
-        Order const& order = bench.order("listen");
-        bench.runAll();
-        bench.forget();
-        bench.tool->stop("halt"_s);
-        QVERIFY(!order.isOver());
-        bench.runAll();
-        QVERIFY(order.isOver());
-        QCOMPARE(bench.log.text(), R"(4000 stop halt 1
-4000 instruction 1 2 device last {} 4000
-4000 finished 1 listen true
-4000 withdrawn 1 1
-8000 withdrawn 1 2)"_s);
-    }
-
     void replyTimes_data()
     {
         QTest::addColumn<qint64>("replyTime");
@@ -321,19 +297,6 @@ private slots:
         QCOMPARE(bench.log.of("dropped").size(), isInTime ? 0 : 1);
     }
 
-    void listenerOutlivesItsAllowance()
-    {
-        Bench bench({posting("listen"_s, {"a"_s}, "halt"_s)}, {9000, 20'000});
-        bench.order("listen");
-        bench.runAll();
-        QCOMPARE(bench.log.text(), R"(0 order 1 listen {}
-0 instruction 1 1 device a {} 4000
-9000 reply 1 1 {"n":0}
-9000 result 1 n 0
-20000 reply 1 1 {"n":1}
-20000 result 1 n 1)"_s);
-    }
-
     // Each right behind the reply that it is about.
     void duplicatesAreDropped()
     {
@@ -354,110 +317,20 @@ private slots:
 8 dropped 1 2)"_s);
     }
 
-    void replyToAReleasedOrder()
-    {
-        Bench bench({posting("go"_s, {"a"_s})}, {5, 10});
-        bench.order("go");
-        bench.clock.step();
-        bench.tool->releaseOrders();
-        QCOMPARE(bench.plugin.journal(), QStringList{"working go"_s});
-        bench.forget();
-        bench.runAll();
-        QCOMPARE(bench.log.text(), R"(10 reply 1 1 {"n":1}
-10 dropped 1 1)"_s);
-        QCOMPARE(bench.workstation.droppedReplies(), quint64{1});
-    }
-
-    void withdrawnInstruction()
-    {
-        Bench bench({command("go"_s, [](ScriptedCommand& self) {
-            self.withdraw(self.post(device, "a"_s));
-            self.post(device, "b"_s);
-            return true;
-        })});
-        bench.order("go");
-        bench.runAll();
-        // The endpoint may spare itself the work.
-        QCOMPARE(bench.endpoint.got, QStringList({"1 a {}"_s, "withdrawn 1"_s, "2 b {}"_s}));
-        QCOMPARE(bench.log.text(), R"(0 order 1 go {}
-0 instruction 1 1 device a {} 4000
-0 withdrawn 1 1
-0 instruction 1 2 device b {} 4000
-5 reply 1 1 {"n":0}
-5 dropped 1 1
-5 reply 1 2 {"n":0}
-5 result 1 n 0
-5 finished 1 go true)"_s);
-    }
-
-    void stopFromWithinAResult()
-    {
-        Bench bench({posting("listen"_s, {"a"_s}, "halt"_s)}, {5, 6});
-        bench.events.listen([&bench](qint64, RunEvent const& event) {
-            if (std::holds_alternative<ResultUpdated>(event))
-                bench.tool->stop("halt"_s);
-        });
-        bench.order("listen");
-        bench.runAll();
-        QCOMPARE(bench.log.text(), R"(0 order 1 listen {}
-0 instruction 1 1 device a {} 4000
-5 reply 1 1 {"n":0}
-5 result 1 n 0
-5 stop halt 1
-5 withdrawn 1 1
-5 finished 1 listen true
-6 reply 1 1 {"n":1}
-6 dropped 1 1)"_s);
-    }
-
-    void refusedStart_data()
-    {
-        QTest::addColumn<QString>("stopName");
-        QTest::addColumn<bool>("posts");
-        QTest::addColumn<bool>("skipsBase");
-        for (auto const& [kind, stopName] : {std::pair("one-shot", ""), std::pair("listener", "halt")}) {
-            QString const stop = QString::fromLatin1(stopName);
-            QTest::addRow("%s", kind) << stop << false << false;
-            QTest::addRow("%s that has posted", kind) << stop << true << false;
-            QTest::addRow("%s at once", kind) << stop << false << true;
-        }
-    }
-
-    // It stays at that, whatever is still answered.
+    // Once, and it stays at that, whatever is still answered.
     void refusedStart()
     {
-        QFETCH(QString, stopName);
-        QFETCH(bool, posts);
-        QFETCH(bool, skipsBase);
-        auto const refuse = [posts](ScriptedCommand& self) {
-            if (posts)
-                self.post(device, "a"_s);
+        auto script = command("go"_s, [](ScriptedCommand& self) {
+            self.post(device, "a"_s);
             return false;
-        };
-        auto script = command("go"_s, refuse, stopName);
-        script.skipsBase = skipsBase;
+        });
         Bench bench({script});
         bench.order("go");
         bench.runAll();
         QCOMPARE(bench.log.of("finished"),
                  QStringList{"0 finished 1 go false the command refused to start"_s});
-        QCOMPARE(bench.tool->stop("halt"_s), 0);
         bench.tool->releaseOrders();
         QVERIFY(!bench.tool->hasOrders());
-    }
-
-    void results()
-    {
-        auto script = command("go"_s, [](ScriptedCommand& self) {
-            self.publish("b"_s, "new"_s);
-            self.publish("undeclared"_s, 1);
-            return true;
-        });
-        script.results = {{"b"_s, "strg"_s, QString(), "old"_s}, {"a"_s, "vart"_s, QString(), QVariant()}};
-        Bench bench({script});
-        Order const& order = bench.order("go");
-        QCOMPARE(order.results(), QVariantMap({{"a"_s, QVariant()}, {"b"_s, "new"_s}}));
-        QCOMPARE(bench.log.text(), "0 order 1 go {}\n0 result 1 b new\n0 finished 1 go true"_s);
     }
 
     void unknownCommand()
@@ -544,26 +417,6 @@ private slots:
         bench.tool->stopAll();
         bench.tool->releaseOrders();
         QCOMPARE(bench.plugin.journal(), QStringList({"working quick"_s, "working shot"_s, "working one"_s}));
-        QVERIFY(!bench.tool->hasOrders());
-    }
-
-    // A listener whose last instruction is under way when it ends is over when that is answered.
-    void releaseKeepsWhatIsStillAnswered()
-    {
-        auto script = posting("one"_s, {}, "halt"_s);
-        script.onFinish = [](ScriptedCommand& self) {
-            self.post(device, "lock"_s);
-            return self.finish(true);
-        };
-        Bench bench({script});
-        bench.order("one");
-        bench.tool->stop("halt"_s);
-        bench.forget();
-        bench.tool->releaseOrders();
-        QVERIFY(bench.tool->hasOrders());
-        bench.clock.step();
-        QCOMPARE(bench.log.text(), "5 reply 1 1 {\"n\":0}\n5 result 1 n 0"_s);
-        bench.tool->releaseOrders();
         QVERIFY(!bench.tool->hasOrders());
     }
 

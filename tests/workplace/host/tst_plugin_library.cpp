@@ -124,14 +124,6 @@ private slots:
         QCOMPARE(complaintAbout(path), path + ": "_s + message);
     }
 
-    void pipeDoesNotBlock()
-    {
-        ScratchFolder const folder;
-        QString const pipe = folder.filePath("pipe.so"_s);
-        QCOMPARE(QProcess::execute("mkfifo"_s, {pipe}), 0);
-        QCOMPARE(complaintAbout(pipe), pipe + ": neither a file nor a folder"_s);
-    }
-
     void notAPlugin_data()
     {
         QTest::addColumn<QByteArray>("content");

@@ -150,15 +150,6 @@ private slots:
         QCOMPARE(station.saved(), savedRecords);
     }
 
-    void refusedEdit()
-    {
-        Station station;
-        station.end({{"serialNumber"_s, 42}});
-        QCOMPARE(station.application->problem(),
-                 "maintenance of \"left bench\": \"serialNumber\" must be a text, not 42 (int)"_s);
-        QCOMPARE(station.saved(), emptyRecords);
-    }
-
     void failedSave()
     {
         Station station;
