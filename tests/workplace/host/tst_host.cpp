@@ -1,86 +1,20 @@
-#include "event_log.h"
 #include "literals.h"
-#include "scripted_endpoint.h"
-#include "scripted_plugin.h"
+#include "scripted_station.h"
 
 #include "host/log_tap.h"
 #include "host/order.h"
 #include "host/run_event.h"
-#include "host/tool.h"
-#include "host/workstation.h"
 
 #include <utilities/utilities.h>
-#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
 
-#include <optional>
 #include <stdexcept>
 
 namespace
 {
 
 QString const device = "device"_s;
-
-/// A command that publishes the "n" of each reply; one with a stop name listens.
-CommandScript command(QString const& name, CommandScript::Execute execute, QString const& stopName = {})
-{
-    CommandScript script;
-    script.name = name;
-    script.stopName = stopName;
-    script.parameters = {{"p"_s, "int"_s, QString(), 0}};
-    script.results = {{"n"_s, "int"_s, QString(), -1}};
-    script.execute = std::move(execute);
-    script.onReply = [](ScriptedCommand& self, QVariantMap const& reply) {
-        return self.publish("n"_s, reply.value("n"_s));
-    };
-    return script;
-}
-
-/// The same, which posts these instructions to "device".
-CommandScript posting(QString const& name, QStringList const& instructions, QString const& stopName = {})
-{
-    return command(
-        name,
-        [instructions](ScriptedCommand& self) {
-            for (auto const& instruction : instructions)
-                self.post(device, instruction);
-            return true;
-        },
-        stopName);
-}
-
-/// A workstation with one tool whose commands are scripted, and an endpoint "device".
-struct Bench
-{
-    explicit Bench(QList<CommandScript> scripts, QList<qint64> const& replyTimes = {5})
-        : endpoint(clock, replyTimes)
-        , plugin(std::move(scripts))
-    {
-        workstation.connectEndpoint(device, endpoint);
-        tool.emplace(plugin, QUuid(), workstation);
-    }
-
-    Order& order(char const* name, QVariantMap const& parameters = {})
-    {
-        return tool->order(QString::fromLatin1(name), parameters);
-    }
-    void runAll()
-    {
-        while (clock.step()) {
-        }
-    }
-    /// What happens from now on is what the log has.
-    void forget() { log.lines.clear(); }
-
-    ZrtClock clock{ZrtClock::Pace::Simulated};
-    RunEvents events{clock};
-    EventLog log{events};
-    Workstation workstation{clock, events};
-    ScriptedEndpoint endpoint;
-    ScriptedPlugin plugin;
-    std::optional<Tool> tool;
-};
 
 /// A plugin whose instances are a plugin interface and nothing more.
 class BarePlugin : public ScriptedPlugin
@@ -135,16 +69,16 @@ class TestHost : public QObject
 private slots:
     void carriesInstructionAndReply()
     {
-        Bench bench({command("go"_s, [](ScriptedCommand& self) {
+        ScriptedStation station({command("go"_s, [](ScriptedCommand& self) {
             self.post(device, "first"_s, {{"a"_s, self.parameter("p"_s)}}, 77);
             return true;
         })});
-        Order const& order = bench.order("go", {{"p"_s, 7}});
+        Order const& order = station.order("go"_s, {{"p"_s, 7}});
         QCOMPARE(order.results(), QVariantMap({{"n"_s, -1}}));
-        bench.runAll();
-        QCOMPARE(bench.endpoint.got, QStringList{R"(1 first {"a":7})"_s});
+        station.runAll();
+        QCOMPARE(station.endpoint.got, QStringList{R"(1 first {"a":7})"_s});
         QCOMPARE(order.results(), QVariantMap({{"n"_s, 0}}));
-        QCOMPARE(bench.log.text(), R"(0 order 1 go {"p":7}
+        QCOMPARE(station.log.text(), R"(0 order 1 go {"p":7}
 0 instruction 1 1 device first {"a":7} 77
 5 reply 1 1 {"n":0}
 5 result 1 n 0
@@ -153,33 +87,33 @@ private slots:
 
     void routesToTheNamedEndpoint()
     {
-        Bench bench({command("both"_s, [](ScriptedCommand& self) {
+        ScriptedStation station({command("both"_s, [](ScriptedCommand& self) {
             self.post("left"_s, "l"_s);
             self.post("right"_s, "r"_s);
             return true;
         })});
-        ScriptedEndpoint right(bench.clock);
-        bench.workstation.connectEndpoint("left"_s, right); // is replaced
-        bench.workstation.connectEndpoint("left"_s, bench.endpoint);
-        bench.workstation.connectEndpoint("right"_s, right);
-        bench.order("both");
-        bench.runAll();
-        QCOMPARE(bench.endpoint.got, QStringList{"1 l {}"_s});
+        ScriptedEndpoint right(station.clock);
+        station.workstation.connectEndpoint("left"_s, right); // is replaced
+        station.workstation.connectEndpoint("left"_s, station.endpoint);
+        station.workstation.connectEndpoint("right"_s, right);
+        station.order("both"_s);
+        station.runAll();
+        QCOMPARE(station.endpoint.got, QStringList{"1 l {}"_s});
         QCOMPARE(right.got, QStringList{"2 r {}"_s});
-        QCOMPARE(bench.log.of("finished"), QStringList{"5 finished 1 both true"_s});
+        QCOMPARE(station.log.of("finished"), QStringList{"5 finished 1 both true"_s});
     }
 
     void idsAreNotUsedTwice()
     {
-        Bench bench({posting("go"_s, {"a"_s, "b"_s})});
-        Tool other(bench.plugin, QUuid(), bench.workstation);
-        bench.order("go");
+        ScriptedStation station({posting("go"_s, {"a"_s, "b"_s})});
+        Tool other(station.plugin, QUuid(), station.workstation);
+        station.order("go"_s);
         other.order("go"_s, {});
-        bench.runAll();
-        bench.order("go");
-        QCOMPARE(bench.log.of("order"),
+        station.runAll();
+        station.order("go"_s);
+        QCOMPARE(station.log.of("order"),
                  QStringList({"0 order 1 go {}"_s, "0 order 2 go {}"_s, "4000 order 3 go {}"_s}));
-        QCOMPARE(bench.endpoint.got,
+        QCOMPARE(station.endpoint.got,
                  QStringList({"1 a {}"_s, "2 b {}"_s, "3 a {}"_s, "4 b {}"_s, "5 a {}"_s, "6 b {}"_s}));
     }
 
@@ -197,16 +131,16 @@ private slots:
     void noEndpoint()
     {
         QFETCH(QString, target);
-        Bench bench({command("go"_s, [&](ScriptedCommand& self) {
+        ScriptedStation station({command("go"_s, [&](ScriptedCommand& self) {
             self.post(target, "first"_s);
             self.post(device, "second"_s);
             return true;
         })});
-        bench.workstation.connectEndpoint("gone"_s, bench.endpoint);
-        bench.workstation.disconnectEndpoint("gone"_s);
-        bench.order("go");
-        bench.runAll();
-        QCOMPARE(bench.log.text(), R"(0 order 1 go {}
+        station.workstation.connectEndpoint("gone"_s, station.endpoint);
+        station.workstation.disconnectEndpoint("gone"_s);
+        station.order("go"_s);
+        station.runAll();
+        QCOMPARE(station.log.text(), R"(0 order 1 go {}
 0 instruction 1 1 %1 first {} 4000
 0 notDelivered 1 1 first endpoint "%1" is gone false
 0 instruction 1 2 device second {} 4000
@@ -214,52 +148,52 @@ private slots:
 0 finished 1 go false "first": endpoint "%1" is gone
 5 reply 1 2 {"n":0}
 5 dropped 1 2)"_s.arg(target));
-        QCOMPARE(bench.workstation.droppedReplies(), quint64{1});
+        QCOMPARE(station.workstation.droppedReplies(), quint64{1});
     }
 
     void endpointThatIsNotConnected()
     {
-        Bench bench({posting("go"_s, {"a"_s})});
-        bench.endpoint.connected = false;
-        Order const& order = bench.order("go");
-        bench.runAll();
+        ScriptedStation station({posting("go"_s, {"a"_s})});
+        station.endpoint.connected = false;
+        Order const& order = station.order("go"_s);
+        station.runAll();
         QCOMPARE(order.state(), Order::State::Failed);
         QCOMPARE(order.message(), "\"a\": endpoint \"device\" is gone"_s);
-        QCOMPARE(bench.endpoint.got, QStringList());
-        bench.endpoint.connected = true;
-        Order const& again = bench.order("go");
-        bench.runAll();
+        QCOMPARE(station.endpoint.got, QStringList());
+        station.endpoint.connected = true;
+        Order const& again = station.order("go"_s);
+        station.runAll();
         QCOMPARE(again.state(), Order::State::Succeeded);
     }
 
     void listenerGoesOnWithoutAnEndpoint()
     {
-        Bench bench({posting("listen"_s, {"a"_s}, "halt"_s)});
-        bench.endpoint.connected = false;
-        Order const& order = bench.order("listen");
-        bench.runAll();
+        ScriptedStation station({posting("listen"_s, {"a"_s}, "halt"_s)});
+        station.endpoint.connected = false;
+        Order const& order = station.order("listen"_s);
+        station.runAll();
         QCOMPARE(order.state(), Order::State::Running);
-        bench.tool->stop("halt"_s);
+        station.tool->stop("halt"_s);
         QVERIFY(order.isOver());
-        QCOMPARE(bench.log.of("notDelivered"),
+        QCOMPARE(station.log.of("notDelivered"),
                  QStringList{"0 notDelivered 1 1 a endpoint \"device\" is gone true"_s});
     }
 
     // Whether the command has heard of it or not.
     void undeliveredIsNotWithdrawn()
     {
-        Bench bench({posting("listen"_s, {"a"_s}, "halt"_s)});
-        bench.endpoint.connected = false;
-        bench.order("listen");
-        bench.tool->stop("halt"_s);
-        bench.order("listen");
-        bench.runAll();
-        bench.tool->stop("halt"_s);
-        bench.endpoint.connected = true;
-        bench.order("listen");
-        bench.tool->stop("halt"_s);
-        QCOMPARE(bench.log.of("withdrawn"), QStringList{"0 withdrawn 3 3"_s});
-        QCOMPARE(bench.endpoint.got, QStringList({"3 a {}"_s, "withdrawn 3"_s}));
+        ScriptedStation station({posting("listen"_s, {"a"_s}, "halt"_s)});
+        station.endpoint.connected = false;
+        station.order("listen"_s);
+        station.tool->stop("halt"_s);
+        station.order("listen"_s);
+        station.runAll();
+        station.tool->stop("halt"_s);
+        station.endpoint.connected = true;
+        station.order("listen"_s);
+        station.tool->stop("halt"_s);
+        QCOMPARE(station.log.of("withdrawn"), QStringList{"0 withdrawn 3 3"_s});
+        QCOMPARE(station.endpoint.got, QStringList({"3 a {}"_s, "withdrawn 3"_s}));
     }
 
     void replyTimes_data()
@@ -284,26 +218,26 @@ private slots:
         QFETCH(int, allowance);
         QFETCH(QString, finished);
         bool const isInTime = replyTime <= allowance;
-        Bench bench({command("go"_s,
-                             [&](ScriptedCommand& self) {
-                                 self.post(device, "first"_s, {}, allowance);
-                                 return true;
-                             })},
-                    {replyTime});
-        bench.order("go");
-        bench.runAll();
-        QCOMPARE(bench.log.of("finished"), QStringList{finished});
-        QCOMPARE(bench.log.of("result").size(), isInTime ? 1 : 0);
-        QCOMPARE(bench.log.of("dropped").size(), isInTime ? 0 : 1);
+        ScriptedStation station({command("go"_s,
+                                         [&](ScriptedCommand& self) {
+                                             self.post(device, "first"_s, {}, allowance);
+                                             return true;
+                                         })},
+                                {replyTime});
+        station.order("go"_s);
+        station.runAll();
+        QCOMPARE(station.log.of("finished"), QStringList{finished});
+        QCOMPARE(station.log.of("result").size(), isInTime ? 1 : 0);
+        QCOMPARE(station.log.of("dropped").size(), isInTime ? 0 : 1);
     }
 
     // Each right behind the reply that it is about.
     void duplicatesAreDropped()
     {
-        Bench bench({posting("go"_s, {"a"_s, "b"_s})}, {5, 8});
-        bench.order("go");
-        bench.runAll();
-        QCOMPARE(bench.log.text(), R"(0 order 1 go {}
+        ScriptedStation station({posting("go"_s, {"a"_s, "b"_s})}, {5, 8});
+        station.order("go"_s);
+        station.runAll();
+        QCOMPARE(station.log.text(), R"(0 order 1 go {}
 0 instruction 1 1 device a {} 4000
 0 instruction 1 2 device b {} 4000
 5 reply 1 1 {"n":0}
@@ -324,33 +258,33 @@ private slots:
             self.post(device, "a"_s);
             return false;
         });
-        Bench bench({script});
-        bench.order("go");
-        bench.runAll();
-        QCOMPARE(bench.log.of("finished"),
+        ScriptedStation station({script});
+        station.order("go"_s);
+        station.runAll();
+        QCOMPARE(station.log.of("finished"),
                  QStringList{"0 finished 1 go false the command refused to start"_s});
-        bench.tool->releaseOrders();
-        QVERIFY(!bench.tool->hasOrders());
+        station.tool->releaseOrders();
+        QVERIFY(!station.tool->hasOrders());
     }
 
     void unknownCommand()
     {
-        Bench bench({posting("go"_s, {})});
+        ScriptedStation station({posting("go"_s, {})});
         try {
-            bench.order("gone");
+            station.order("gone"_s);
             QFAIL("no exception");
         } catch (std::invalid_argument const& error) {
             QCOMPARE(error.what(), "the plugin has no command \"gone\"");
         }
-        QVERIFY(!bench.tool->hasOrders());
-        QCOMPARE(bench.log.text(), QString());
+        QVERIFY(!station.tool->hasOrders());
+        QCOMPARE(station.log.text(), QString());
     }
 
     void instanceThatIsNoPlugin()
     {
-        Bench bench({});
+        ScriptedStation station({});
         try {
-            Tool const tool(BarePlugin(), QUuid(), bench.workstation);
+            Tool const tool(BarePlugin(), QUuid(), station.workstation);
             QFAIL("no exception");
         } catch (std::runtime_error const& error) {
             QCOMPARE(error.what(), "the plugin's instances are no plugin objects");
@@ -360,27 +294,27 @@ private slots:
 
     void instanceHasItsIdentity()
     {
-        Bench bench({posting("go"_s, {}), posting("come"_s, {})});
+        ScriptedStation station({posting("go"_s, {}), posting("come"_s, {})});
         QUuid const id = QUuid::createUuid();
-        Tool const tool(bench.plugin, id, bench.workstation);
+        Tool const tool(station.plugin, id, station.workstation);
         QCOMPARE(tool.plugin().objectUuid(), id);
         QCOMPARE(tool.plugin().commandNames(), QStringList({"go"_s, "come"_s}));
-        QVERIFY(&tool.plugin() != &bench.plugin);
+        QVERIFY(&tool.plugin() != &station.plugin);
     }
 
     void stopEndsAllOfThatName()
     {
-        Bench bench({posting("one"_s, {"a"_s}, "halt"_s), posting("two"_s, {}, "halt"_s),
-                     posting("other"_s, {}, "end"_s), posting("shot"_s, {"b"_s})});
-        for (char const* const name : {"one", "two", "two", "other", "shot"})
-            bench.order(name);
-        bench.forget();
-        QCOMPARE(bench.tool->stop("halt"_s), 3);
-        QCOMPARE(bench.tool->stop("halt"_s), 0);
-        QCOMPARE(bench.tool->stop("other"_s), 0); // the command, not what stops it
-        QCOMPARE(bench.tool->stop(QString()), 0); // what nothing stops has no stop name, not an empty one
-        QCOMPARE(bench.tool->stop("end"_s), 1);
-        QCOMPARE(bench.log.text(), R"(0 stop halt 3
+        ScriptedStation station({posting("one"_s, {"a"_s}, "halt"_s), posting("two"_s, {}, "halt"_s),
+                                 posting("other"_s, {}, "end"_s), posting("shot"_s, {"b"_s})});
+        for (auto const& name : {"one"_s, "two"_s, "two"_s, "other"_s, "shot"_s})
+            station.order(name);
+        station.log.lines.clear();
+        QCOMPARE(station.tool->stop("halt"_s), 3);
+        QCOMPARE(station.tool->stop("halt"_s), 0);
+        QCOMPARE(station.tool->stop("other"_s), 0); // the command, not what stops it
+        QCOMPARE(station.tool->stop(QString()), 0); // what nothing stops has no stop name, not an empty one
+        QCOMPARE(station.tool->stop("end"_s), 1);
+        QCOMPARE(station.log.text(), R"(0 stop halt 3
 0 withdrawn 1 1
 0 finished 1 one true
 0 finished 2 two true
@@ -394,39 +328,41 @@ private slots:
 
     void stopAll()
     {
-        Bench bench(
+        ScriptedStation station(
             {posting("one"_s, {}, "halt"_s), posting("two"_s, {}, "end"_s), posting("shot"_s, {"b"_s})});
-        for (char const* const name : {"one", "two", "shot"})
-            bench.order(name);
-        bench.forget();
-        bench.tool->stopAll();
-        bench.tool->stopAll(); // with nothing to stop there is nothing to tell
-        QCOMPARE(bench.log.text(), "0 stopAll 2\n0 finished 1 one true\n0 finished 2 two true"_s);
+        for (auto const& name : {"one"_s, "two"_s, "shot"_s})
+            station.order(name);
+        station.log.lines.clear();
+        station.tool->stopAll();
+        station.tool->stopAll(); // with nothing to stop there is nothing to tell
+        QCOMPARE(station.log.text(), "0 stopAll 2\n0 finished 1 one true\n0 finished 2 two true"_s);
     }
 
     void releaseKeepsWhatRuns()
     {
-        Bench bench({posting("quick"_s, {}), posting("one"_s, {}, "halt"_s), posting("shot"_s, {"b"_s})});
-        for (char const* const name : {"one", "quick", "shot"})
-            bench.order(name);
-        bench.tool->releaseOrders();
-        QCOMPARE(bench.plugin.journal(), QStringList{"working quick"_s});
-        bench.runAll();
-        bench.tool->releaseOrders();
-        QVERIFY(bench.tool->hasOrders());
-        bench.tool->stopAll();
-        bench.tool->releaseOrders();
-        QCOMPARE(bench.plugin.journal(), QStringList({"working quick"_s, "working shot"_s, "working one"_s}));
-        QVERIFY(!bench.tool->hasOrders());
+        ScriptedStation station(
+            {posting("quick"_s, {}), posting("one"_s, {}, "halt"_s), posting("shot"_s, {"b"_s})});
+        for (auto const& name : {"one"_s, "quick"_s, "shot"_s})
+            station.order(name);
+        station.tool->releaseOrders();
+        QCOMPARE(station.plugin.journal(), QStringList{"working quick"_s});
+        station.runAll();
+        station.tool->releaseOrders();
+        QVERIFY(station.tool->hasOrders());
+        station.tool->stopAll();
+        station.tool->releaseOrders();
+        QCOMPARE(station.plugin.journal(),
+                 QStringList({"working quick"_s, "working shot"_s, "working one"_s}));
+        QVERIFY(!station.tool->hasOrders());
     }
 
     void commandsGoBeforeTheirInstance()
     {
-        Bench bench({posting("one"_s, {}, "halt"_s), posting("shot"_s, {"b"_s})});
-        bench.order("one");
-        bench.order("shot");
-        bench.tool.reset();
-        QStringList gone = bench.plugin.journal();
+        ScriptedStation station({posting("one"_s, {}, "halt"_s), posting("shot"_s, {"b"_s})});
+        station.order("one"_s);
+        station.order("shot"_s);
+        station.tool.reset();
+        QStringList gone = station.plugin.journal();
         std::sort(gone.begin(), gone.begin() + 2);
         QCOMPARE(gone, QStringList({"working one"_s, "working shot"_s, "instance"_s, "prototype one"_s,
                                     "prototype shot"_s})); // prototypes are children of the instance
@@ -434,23 +370,23 @@ private slots:
 
     void toolGoesWithRepliesOnTheirWay()
     {
-        Bench bench({posting("shot"_s, {"a"_s, "b"_s}), posting("one"_s, {"c"_s}, "halt"_s),
-                     command("lost"_s, [](ScriptedCommand& self) {
-                         self.post("nowhere"_s, "d"_s);
-                         return true;
-                     })});
-        for (char const* const name : {"shot", "one", "lost"})
-            bench.order(name);
-        bench.tool.reset();
-        bench.forget();
-        bench.runAll();
-        QCOMPARE(bench.log.text(), R"(5 reply 1 1 {"n":0}
+        ScriptedStation station({posting("shot"_s, {"a"_s, "b"_s}), posting("one"_s, {"c"_s}, "halt"_s),
+                                 command("lost"_s, [](ScriptedCommand& self) {
+                                     self.post("nowhere"_s, "d"_s);
+                                     return true;
+                                 })});
+        for (auto const& name : {"shot"_s, "one"_s, "lost"_s})
+            station.order(name);
+        station.tool.reset();
+        station.log.lines.clear();
+        station.runAll();
+        QCOMPARE(station.log.text(), R"(5 reply 1 1 {"n":0}
 5 dropped 1 1
 5 reply 1 2 {"n":0}
 5 dropped 1 2
 5 reply 2 3 {"n":0}
 5 dropped 2 3)"_s);
-        QCOMPARE(bench.clock.now(), qint64{4000}); // the time allowances have passed as well
+        QCOMPARE(station.clock.now(), qint64{4000}); // the time allowances have passed as well
     }
 
     void logTapPublishesLines()
@@ -462,19 +398,19 @@ private slots:
             *s_printed += text;
         };
         QtMessageHandler const former = qInstallMessageHandler(print);
-        Bench bench({});
+        ScriptedStation station({});
         {
-            LogTap const tap(bench.events);
+            LogTap const tap(station.events);
             QMessageLogger const logger("file", 1, "function");
             logger.debug("a");
             logger.info("b");
-            bench.clock.after(5, [&logger] { logger.warning("c"); });
-            bench.runAll();
+            station.clock.after(5, [&logger] { logger.warning("c"); });
+            station.runAll();
             logger.critical("d");
         }
         qWarning("for the former handler");
         QVERIFY(qInstallMessageHandler(former) == print);
-        QCOMPARE(bench.log.text(), "0 log debug a\n0 log info b\n5 log warning c\n5 log critical d"_s);
+        QCOMPARE(station.log.text(), "0 log debug a\n0 log info b\n5 log warning c\n5 log critical d"_s);
         QCOMPARE(printed, QStringList{"for the former handler"_s});
     }
 
@@ -496,20 +432,20 @@ private slots:
     {
         QFETCH(QString, text);
         QFETCH(QString, shown);
-        Bench bench({});
-        LogTap const tap(bench.events);
+        ScriptedStation station({});
+        LogTap const tap(station.events);
         QMessageLogger().critical().noquote() << text;
-        QCOMPARE(bench.log.text(), "0 log critical "_s + shown);
+        QCOMPARE(station.log.text(), "0 log critical "_s + shown);
     }
 
     void logTapDatesLines()
     {
         QString const today = QDate::currentDate().toString(Qt::ISODate);
-        Bench bench({});
-        bench.clock.after(250, [] {});
-        bench.runAll();
+        ScriptedStation station({});
+        station.clock.after(250, [] {});
+        station.runAll();
         {
-            LogTap const tap(bench.events);
+            LogTap const tap(station.events);
             QCOMPARE(getDate(), "2000-01-01 00:00:00.250"_s);
         }
         QVERIFY2(getDate() > today, qPrintable(getDate()));

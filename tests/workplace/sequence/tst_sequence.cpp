@@ -1,13 +1,8 @@
 #include "complaint.h"
-#include "event_log.h"
 #include "literals.h"
 #include "scratch_folder.h"
-#include "scripted_endpoint.h"
-#include "scripted_plugin.h"
+#include "scripted_station.h"
 
-#include "host/run_event.h"
-#include "host/tool.h"
-#include "host/workstation.h"
 #include "sequence/sequence.h"
 #include "sequence/sequence_runner.h"
 
@@ -19,23 +14,17 @@
 namespace
 {
 
-/// A command that publishes its parameter "v" as "given", and "n" of the reply; one with a stop name listens.
-CommandScript command(char const* name, char const* stopName = "", char const* target = "device")
+/// Publishes its parameter "v" as "given", then "n" of the reply; one with a stop name listens.
+CommandScript publishing(char const* name, char const* stopName = "", char const* target = "device")
 {
-    CommandScript script;
-    script.name = QString::fromLatin1(name);
-    script.stopName = QString::fromLatin1(stopName);
-    for (auto const& [key, tag] : {std::pair("u", "ui16"), std::pair("i", "int"), std::pair("b", "bool"),
-                                   std::pair("s", "strg"), std::pair("m", "varM"), std::pair("v", "vart")})
-        script.parameters.append({QString::fromLatin1(key), QString::fromLatin1(tag), {}, {}});
-    script.results = {{"n"_s, "int"_s, {}, -1}, {"given"_s, "vart"_s, {}, {}}};
-    script.execute = [target](ScriptedCommand& self) {
+    auto const post = [target](ScriptedCommand& self) {
         self.post(QString::fromLatin1(target), "go"_s);
         return self.publish("given"_s, self.parameter("v"_s));
     };
-    script.onReply = [](ScriptedCommand& self, QVariantMap const& reply) {
-        return self.publish("n"_s, reply.value("n"_s));
-    };
+    CommandScript script = command(QString::fromLatin1(name), post, QString::fromLatin1(stopName));
+    script.parameters = {{"u"_s, "ui16"_s, {}, {}}, {"i"_s, "int"_s, {}, {}},  {"b"_s, "bool"_s, {}, {}},
+                         {"s"_s, "strg"_s, {}, {}}, {"m"_s, "varM"_s, {}, {}}, {"v"_s, "vart"_s, {}, {}}};
+    script.results.append({"given"_s, "vart"_s, {}, {}});
     return script;
 }
 
@@ -49,23 +38,23 @@ CommandScript commandThatPostsNothing(char const* name)
 /// The catalogue that the sequences are for.
 QList<CommandScript> catalogue()
 {
-    CommandScript locksAtTheEnd = command("locksAtTheEnd", "unlock");
+    CommandScript locksAtTheEnd = publishing("locksAtTheEnd", "unlock");
     locksAtTheEnd.onFinish = [](ScriptedCommand& self) {
         self.post("device"_s, "lock"_s);
         return self.finish(true);
     };
-    CommandScript refuses = command("refuses", "never");
+    CommandScript refuses = publishing("refuses", "never");
     refuses.execute = [](ScriptedCommand&) { return false; };
     CommandScript stuck = commandThatPostsNothing("stuck");
     stuck.skipsBase = true;
     CommandScript file = commandThatPostsNothing("file");
     file.parameters = {{"filePath"_s, "strg"_s, {}, {}}};
-    return {command("shot"),
-            command("listenA", "halt"),
-            command("listenB", "halt"),
+    return {publishing("shot"),
+            publishing("listenA", "halt"),
+            publishing("listenB", "halt"),
             locksAtTheEnd,
             commandThatPostsNothing("silent"),
-            command("lost", "", "nowhere"),
+            publishing("lost", "", "nowhere"),
             refuses,
             stuck,
             file};
@@ -74,24 +63,23 @@ QList<CommandScript> catalogue()
 char const* const c_knownOrders =
     "shot, listenA, listenB, locksAtTheEnd, silent, lost, refuses, stuck, file, halt, unlock, never";
 
-/// A workstation with one tool that has the catalogue, and a sequence that runs on it.
-struct Bench
+/// A station with the catalogue, and a sequence that runs on it.
+struct Bench : ScriptedStation
 {
-    explicit Bench(QList<qint64> const& replyTimes = {5}) : endpoint(clock, replyTimes)
+    explicit Bench(QList<qint64> const& replyTimes = {5}) : ScriptedStation(catalogue(), replyTimes)
     {
         setup.state.presets[setup.state.program].maxTime = 100; // no screw is tight then
-        workstation.connectEndpoint("device"_s, endpoint);
     }
 
     Sequence read(QByteArray const& content) const
     {
-        return readSequence(folder.write("in.json"_s, content), tool.plugin());
+        return readSequence(folder.write("in.json"_s, content), tool->plugin());
     }
     bool run(QByteArray const& steps, QByteArray const& record = "{}")
     {
         Sequence const sequence = read("{\"tool\": " + record + ", \"steps\": [" + steps + "]}");
         auto const controller = ZrtSimulatedController::create(setup, clock);
-        return SequenceRunner(tool, *controller, workstation, clock).run(sequence);
+        return SequenceRunner(*tool, *controller, workstation, clock).run(sequence);
     }
     /// What the sequence did, without what commands and the controller say to each other.
     QString happened() const
@@ -105,14 +93,7 @@ struct Bench
     }
 
     ScratchFolder folder;
-    ZrtClock clock{ZrtClock::Pace::Simulated};
-    RunEvents events{clock};
-    EventLog log{events};
-    Workstation workstation{clock, events};
-    ScriptedEndpoint endpoint;
     ZrtSetup setup;
-    ScriptedPlugin plugin{catalogue()};
-    Tool tool{plugin, QUuid(), workstation};
 };
 
 } // namespace
@@ -246,7 +227,7 @@ private slots:
         // The sequence itself may be named by a relative path.
         QString const before = QDir::currentPath();
         QVERIFY(QDir::setCurrent(bench.folder.path()));
-        QString const relative = readSequence("in.json"_s, bench.tool.plugin()).controllerFile;
+        QString const relative = readSequence("in.json"_s, bench.tool->plugin()).controllerFile;
         QVERIFY(QDir::setCurrent(before));
         QCOMPARE(relative, inFolder("."_s));
     }
@@ -347,7 +328,7 @@ private slots:
         QCOMPARE(bench.happened(), happened);
         QString const failed = happened.section(QLatin1Char(' '), -3, -3);
         QCOMPARE(succeeds, failed == "0"_s);
-        QVERIFY(!bench.tool.hasOrders());
+        QVERIFY(!bench.tool->hasOrders());
     }
 
     // The person tells and goes on.
@@ -446,7 +427,7 @@ private slots:
         Bench silent(QList<qint64>{});
         QVERIFY(silent.run(R"({"order": "locksAtTheEnd"}, {"wait": 20})"));
         QCOMPARE(silent.log.lines.last(), "4020 end 2 0 0 0"_s);
-        QVERIFY(!silent.tool.hasOrders());
+        QVERIFY(!silent.tool->hasOrders());
     }
 
     void ordersAreReleased()

@@ -1,19 +1,12 @@
 #include "complaint.h"
-#include "event_log.h"
 #include "literals.h"
 #include "scratch_folder.h"
-#include "scripted_endpoint.h"
-#include "scripted_plugin.h"
+#include "scripted_station.h"
 
 #include "host/log_tap.h"
-#include "host/order.h"
-#include "host/tool.h"
-#include "host/workstation.h"
 #include "trace/event_json.h"
 #include "trace/replay.h"
 #include "trace/trace_file.h"
-
-#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
 
@@ -21,127 +14,87 @@ namespace
 {
 
 QString const c_device = "device"_s;
-QDateTime const c_start(QDate(2026, 3, 9), QTime(7, 5), Qt::UTC);
-
-/// A command that posts these instructions and publishes "n" of each reply.
-CommandScript posting(char const* name, QList<DInstruction> const& instructions)
-{
-    CommandScript script;
-    script.name = QString::fromLatin1(name);
-    script.parameters = {{"count"_s, "ui16"_s, {}, 0}};
-    script.results = {{"n"_s, "int"_s, {}, -1}};
-    script.execute = [instructions](ScriptedCommand& command) {
-        for (auto const& one : instructions)
-            command.post(one.target, one.name, one.arguments, one.timeAllowance);
-        return true;
-    };
-    script.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
-        return command.publish("n"_s, reply.value("n"_s));
-    };
-    return script;
-}
-
-DInstruction instruction(char const* name, QVariantMap const& arguments = {}, int timeAllowance = 4000)
-{
-    return {c_device, QString::fromLatin1(name), arguments, timeAllowance};
-}
 
 CommandScript shot()
 {
-    CommandScript script = posting("shot", {});
-    script.execute = [](ScriptedCommand& command) {
-        command.post(c_device, "go"_s, {{"c"_s, command.parameter("count"_s)}});
+    return command("shot"_s, [](ScriptedCommand& self) {
+        self.post(c_device, "go"_s, {{"c"_s, self.parameter("p"_s)}});
         return true;
-    };
-    return script;
+    });
 }
 
-CommandScript pair()
+/// A pair whose first instruction is another.
+CommandScript pairWith(QVariantMap const& arguments, int timeAllowance)
 {
-    return posting("pair", {instruction("first"), instruction("second")});
+    return command("pair"_s, [arguments, timeAllowance](ScriptedCommand& self) {
+        self.post(c_device, "first"_s, arguments, timeAllowance);
+        self.post(c_device, "second"_s);
+        return true;
+    });
 }
 
 /// Listens. Locks when it ends, and tells it.
-CommandScript keeper(char const* name = "keep")
+CommandScript keeper(QString const& name = "keep"_s)
 {
-    CommandScript script = posting(name, {instruction("go")});
-    script.stopName = "halt"_s;
-    script.onFinish = [](ScriptedCommand& command) {
+    CommandScript script = posting(name, {"go"_s}, "halt"_s);
+    script.onFinish = [](ScriptedCommand& self) {
         qCritical("locks");
-        command.post(c_device, "lock"_s);
-        return command.finish(true);
+        self.post(c_device, "lock"_s);
+        return self.finish(true);
     };
     return script;
 }
 
 QList<CommandScript> commands()
 {
-    CommandScript listener = posting("listen", {instruction("go")});
-    listener.stopName = "halt"_s;
-    return {shot(), pair(), posting("twice", {instruction("go"), instruction("go")}), listener, keeper()};
+    return {shot(), posting("pair"_s, {"first"_s, "second"_s}), posting("twice"_s, {"go"_s, "go"_s}),
+            posting("listen"_s, {"go"_s}, "halt"_s), keeper()};
 }
 
 /// The commands, one of them changed.
 QList<CommandScript> commandsWith(CommandScript const& changed)
 {
     auto all = commands();
-    for (auto& command : all) {
-        if (command.name == changed.name)
-            command = changed;
+    for (auto& one : all) {
+        if (one.name == changed.name)
+            one = changed;
     }
     return all;
 }
 
-/// A workstation with a scripted tool.
-struct Bench
-{
-    explicit Bench(QList<CommandScript> scripts)
-        : clock(c_start)
-        , plugin(std::move(scripts))
-        , tool(plugin, QUuid(), workstation)
-    {}
-
-    ZrtClock clock;
-    RunEvents events{clock};
-    Workstation workstation{clock, events};
-    ScriptedEndpoint endpoint{clock};
-    ScriptedPlugin plugin;
-    Tool tool;
-};
-
 /// Does one thing after the other: "order shot; until 10".
-void perform(Bench& bench, char const* actions)
+void perform(ScriptedStation& station, char const* actions)
 {
     auto const all = QString::fromLatin1(actions).split("; "_s);
     for (auto const& action : all) {
         QString const verb = action.section(QLatin1Char(' '), 0, 0);
         QString const rest = action.section(QLatin1Char(' '), 1);
         if (verb == "order"_s) {
-            bench.tool.order(rest, {{"count"_s, 7U}});
+            station.order(rest, {{"p"_s, 7U}});
         } else if (verb == "stop"_s) {
-            bench.tool.stop("halt"_s);
+            station.tool->stop("halt"_s);
         } else if (verb == "stopAll"_s) {
-            bench.tool.stopAll();
+            station.tool->stopAll();
         } else if (verb == "release"_s) {
-            bench.tool.releaseOrders();
+            station.tool->releaseOrders();
         } else if (verb == "until"_s) { // what is due at that time has not happened yet
-            while (bench.clock.nextDue().value_or(rest.toInt()) < rest.toInt())
-                bench.clock.step();
-            bench.clock.moveTo(rest.toInt());
+            while (station.clock.nextDue().value_or(rest.toInt()) < rest.toInt())
+                station.clock.step();
+            station.clock.moveTo(rest.toInt());
         } else if (verb == "step"_s) {
-            bench.clock.step();
+            station.clock.step();
         } else if (verb == "replies"_s) { // come so long after each instruction
-            bench.endpoint.replyTimes.clear();
+            station.endpoint.replyTimes.clear();
             for (auto const& time : rest.split(QLatin1Char(' '), Qt::SkipEmptyParts))
-                bench.endpoint.replyTimes += time.toInt();
+                station.endpoint.replyTimes += time.toInt();
         } else if (verb == "unplug"_s) {
-            bench.endpoint.connected = false;
+            station.endpoint.connected = false;
         } else if (verb == "warn"_s) {
             qWarning("%s", qPrintable(rest));
         } else if (verb == "people"_s) { // what they and the sequence do is nothing to a replay
-            bench.events.publish(PersonActed{"pulls the trigger"_s, {}});
-            bench.events.publish(WaitFailed{"too late"_s});
-            bench.events.publish(ExpectationMissed{1, "n"_s, 1, 2});
+            station.events.publish(PersonActed{"pulls the trigger"_s, {}});
+            station.events.publish(WaitFailed{"too late"_s});
+            station.events.publish(ExpectationMissed{1, "n"_s, 1, 2});
         } else {
             qFatal("cannot do \"%s\"", qPrintable(action));
         }
@@ -154,23 +107,22 @@ class Recording
 public:
     Recording(QList<CommandScript> const& scripts, char const* actions)
     {
-        Bench bench(scripts);
+        ScriptedStation station(scripts);
         TraceFile trace(m_fileName);
-        bench.events.listen([&trace](qint64 time, RunEvent const& event) { trace.write(time, event); });
-        bench.workstation.connectEndpoint(c_device, bench.endpoint);
-        LogTap const tap(bench.events);
-        bench.events.publish(RunStarted{"Scripted"_s, "0"_s, {}, bench.clock.date()});
-        perform(bench, actions);
-        bench.events.publish(RunFinished{0, 0, 0, 0});
+        station.events.listen([&trace](qint64 time, RunEvent const& event) { trace.write(time, event); });
+        LogTap const tap(station.events);
+        station.events.publish(RunStarted{"Scripted"_s, "0"_s, {}, station.clock.date()});
+        perform(station, actions);
+        station.events.publish(RunFinished{0, 0, 0, 0});
         trace.close();
     }
 
     /// The steps that differ, "LINE: recorded | replayed" or "LINE: problem"; then how many steps there were.
     QStringList replay(QList<CommandScript> const& scripts) const
     {
-        Bench bench(scripts);
-        LogTap const tap(bench.events);
-        Replay replay(bench.tool, bench.workstation, bench.clock, bench.events, {c_device});
+        ScriptedStation station(scripts);
+        LogTap const tap(station.events);
+        Replay replay(*station.tool, station.workstation, station.clock, station.events, {c_device});
         TraceReader trace(m_fileName);
         QStringList told;
         int steps = 0;
@@ -180,7 +132,8 @@ public:
                                        step->problem.isEmpty() ? difference(*step) : step->problem);
             qWarning("between two steps, which is nobody's affair");
         }
-        return told << "%1 steps"_s.arg(steps) + (bench.tool.hasOrders() ? ", orders are left"_s : QString());
+        return told << "%1 steps"_s.arg(steps)
+                           + (station.tool->hasOrders() ? ", orders are left"_s : QString());
     }
 
     /// Takes events of a kind out of the trace.
@@ -278,30 +231,28 @@ private slots:
             QTest::newRow(name) << commandsWith(changed)
                                 << differences + QStringList{QString::fromLatin1(end)};
         };
-        DInstruction const first = instruction("first");
-        DInstruction const second = instruction("second");
-        row("argument", posting("pair", {instruction("first", {{"a"_s, 1}}), second}),
+        row("argument", pairWith({{"a"_s, 1}}, 4000),
             {R"(2: 0 instruction 1 1 device first {} 4000 | 0 instruction 1 1 device first {"a":1} 4000)"_s});
-        row("time allowance", posting("pair", {instruction("first", {}, 3000), second}),
+        row("time allowance", pairWith({}, 3000),
             {"2: 0 instruction 1 1 device first {} 4000 | 0 instruction 1 1 device first {} 3000"_s});
-        row("the same in another order", posting("pair", {second, first}), {"2:  | "_s});
+        row("the same in another order", posting("pair"_s, {"second"_s, "first"_s}), {"2:  | "_s});
         // What is missing or too much is told once, and does not shift what follows.
-        row("not sent", posting("pair", {second}),
+        row("not sent", posting("pair"_s, {"second"_s}),
             {"2: 0 instruction 1 1 device first {} 4000 | "_s,
              "5: nobody waits for this reply: the instruction was not sent"_s});
-        row("sent too much", posting("pair", {instruction("more"), first, second}),
+        row("sent too much", posting("pair"_s, {"more"_s, "first"_s, "second"_s}),
             {"2:  | 0 instruction 1 0 device more {} 4000"_s, "7: 5 finished 1 pair true | "_s,
              "12:  | 4000 withdrawn 1 0, 4000 finished 1 pair false no reply to \"more\" within 4000 ms"_s});
-        CommandScript changed = pair();
-        changed.onReply = [](ScriptedCommand& command, QVariantMap const& /*reply*/) {
-            return command.publish("n"_s, 0U);
+        CommandScript changed = pairWith({}, 4000);
+        changed.onReply = [](ScriptedCommand& self, QVariantMap const& /*reply*/) {
+            return self.publish("n"_s, 0U);
         };
         row("type of a result", changed,
             {R"(5: 5 result 1 n 0 | 5 result 1 n {"@type":"uint","@value":0})"_s,
              R"(7: 5 result 1 n 0 | 5 result 1 n {"@type":"uint","@value":0})"_s});
-        changed.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
+        changed.onReply = [](ScriptedCommand& self, QVariantMap const& reply) {
             qWarning("odd");
-            command.publish("n"_s, reply.value("n"_s));
+            self.publish("n"_s, reply.value("n"_s));
             return false;
         };
         row("refused and logged", changed,
@@ -309,20 +260,20 @@ private slots:
              "7: 5 finished 1 pair true | "
              "5 log warning odd, 5 finished 1 pair false the reply to \"first\" was not accepted"_s});
         auto const toWithdraw = QSharedPointer<quint64>::create();
-        changed.execute = [toWithdraw](ScriptedCommand& command) {
-            command.post(c_device, "first"_s);
-            *toWithdraw = command.post(c_device, "second"_s);
+        changed.execute = [toWithdraw](ScriptedCommand& self) {
+            self.post(c_device, "first"_s);
+            *toWithdraw = self.post(c_device, "second"_s);
             return true;
         };
-        changed.onReply = [toWithdraw](ScriptedCommand& command, QVariantMap const& reply) {
-            command.withdraw(*toWithdraw);
-            return command.publish("n"_s, reply.value("n"_s));
+        changed.onReply = [toWithdraw](ScriptedCommand& self, QVariantMap const& reply) {
+            self.withdraw(*toWithdraw);
+            return self.publish("n"_s, reply.value("n"_s));
         };
         row("withdrawn", changed,
             {"5:  | 5 withdrawn 1 2, 5 finished 1 pair true"_s,
              "7: 5 result 1 n 0, 5 finished 1 pair true | 5 dropped 1 2"_s});
         changed = keeper();
-        changed.onFinish = [](ScriptedCommand& command) { return command.finish(true); };
+        changed.onFinish = [](ScriptedCommand& self) { return self.finish(true); };
         row("log line and last instruction", changed,
             {"12: 8 log critical locks, 8 instruction 2 4 device lock {} 4000, 4008 withdrawn 2 4 | "_s});
         changed = keeper();
@@ -345,10 +296,10 @@ private slots:
     // Two orders that end together post the same instruction; the first does not any more.
     void instructionsOfSeveralOrders()
     {
-        Recording const recording({keeper(), keeper("keep_too")}, "order keep; order keep_too; stopAll");
+        Recording const recording({keeper(), keeper("keep_too"_s)}, "order keep; order keep_too; stopAll");
         CommandScript changed = keeper();
-        changed.onFinish = [](ScriptedCommand& command) { return command.finish(true); };
-        QCOMPARE(recording.replay({changed, keeper("keep_too")}),
+        changed.onFinish = [](ScriptedCommand& self) { return self.finish(true); };
+        QCOMPARE(recording.replay({changed, keeper("keep_too"_s)}),
                  QStringList({"6: 0 instruction 1 3 device lock {} 4000, 0 log critical locks | "_s,
                               "4 steps, orders are left"_s}));
     }
@@ -373,9 +324,9 @@ private slots:
     void debugLinesDoNotCount()
     {
         CommandScript chatty = shot();
-        chatty.execute = [](ScriptedCommand& command) {
+        chatty.execute = [](ScriptedCommand& self) {
             qDebug("about to post");
-            return shot().execute(command);
+            return shot().execute(self);
         };
         QCOMPARE(Recording({chatty}, "order shot; until 10").replay({shot()}), QStringList{"3 steps"_s});
         QCOMPARE(Recording({shot()}, "order shot; until 10").replay({chatty}), QStringList{"3 steps"_s});
@@ -412,7 +363,7 @@ private slots:
             return line(OrderStarted{id, QString::fromLatin1(command), {}});
         };
         auto const posted = [&line](quint64 id, quint64 orderId) {
-            return line(InstructionPosted{orderId, id, instruction("go")});
+            return line(InstructionPosted{orderId, id, {c_device, "go"_s, {}, 4000}});
         };
         auto const reply = [&line](quint64 id, quint64 orderId) {
             return line(ReplyArrived{orderId, id, {}});
@@ -441,12 +392,13 @@ private slots:
         QFETCH(QByteArrayList, lines);
         QFETCH(QString, complaint);
         ScratchFolder const folder;
-        lines.prepend(toLine(toJson(0, RunStarted{"P"_s, "1"_s, {}, c_start})));
+        lines.prepend(
+            toLine(toJson(0, RunStarted{"P"_s, "1"_s, {}, QDateTime(QDate(2026, 3, 9), QTime(7, 5))})));
         lines += toLine(toJson(0, RunFinished{0, 0, 0, 0}));
         QString const fileName = folder.write("trace"_s, lines.join());
-        Bench bench(commands());
+        ScriptedStation station(commands());
         TraceSummary told;
-        QString const heard = complaintOf([&] { told = checkTrace(fileName, bench.tool); });
+        QString const heard = complaintOf([&] { told = checkTrace(fileName, *station.tool); });
         QCOMPARE(heard, complaint.isEmpty() ? "no complaint"_s : fileName + complaint);
         if (complaint.isEmpty()) {
             QCOMPARE(told.begin.plugin, "P"_s);
