@@ -471,25 +471,6 @@ private slots:
         QCOMPARE(place.content(), after);
     }
 
-    void twoOnOneFile()
-    {
-        Place const place(R"({"tools": {"a": {"serialNumber": "1"}}})");
-        MaintenanceRecords one(place.file);
-        MaintenanceRecords other(place.file);
-        one.edit("a"_s, {{serialNumber, "one"_s}});
-        other.edit("a"_s, {{alertBeforeExpiration, 5}});
-        one.save();
-        other.save();
-        // Neither writes again what it has already saved.
-        other.edit("a"_s, {{serialNumber, "later"_s}});
-        one.edit("b"_s, {{alertBeforeExpiration, 6}});
-        other.save();
-        one.save();
-        MaintenanceRecords both(place.file);
-        QCOMPARE(told(*both.record("a"_s)), "\"later\" null 5"_s);
-        QCOMPARE(told(*both.record("b"_s)), "\"\" null 6"_s);
-    }
-
     // Another program has the records open by their own name, this one by a link, which is kept.
     void locked()
     {

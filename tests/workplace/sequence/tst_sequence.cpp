@@ -44,7 +44,7 @@ QList<CommandScript> catalogue()
         return self.finish(true);
     };
     CommandScript refuses = publishing("refuses", "never");
-    refuses.execute = [](ScriptedCommand&) { return false; };
+    refuses.execute = [](ScriptedCommand& self) { return self.post("device"_s, "go"_s) == 0; };
     CommandScript stuck = commandThatPostsNothing("stuck");
     stuck.skipsBase = true;
     CommandScript file = commandThatPostsNothing("file");
@@ -273,7 +273,7 @@ private slots:
             "0 order 1 listenA {}; 0 stop halt 1; 0 finished 1 listenA true; 0 order 2 listenA {}; 0 stop "
             "unlock 0; "
             "0 stopAll 1; 0 finished 2 listenA true; 0 end 3 1 1 0");
-        row("a listener that refuses to start", R"({"order": "refuses"}, {"wait": 1})",
+        row("a listener that refuses to start, though it has posted", R"({"order": "refuses"}, {"wait": 1})",
             "0 order 1 refuses {}; 0 finished 1 refuses false the command refused to start; 0 end 0 1 1 0");
         // It says that it has started, but neither posts anything nor finishes: nobody waits for ever.
         row("a command that never ends", R"({"order": "stuck"}, {"wait": 1})",

@@ -89,19 +89,6 @@ private slots:
         QCOMPARE(folder.names(), QStringList{c_name});
     }
 
-    void isRead()
-    {
-        ScratchFolder const folder;
-        TraceReader reader(folder.write(c_name, c_begin + c_event + c_end));
-        for (int line = 1; line <= 3; ++line) {
-            auto const entry = reader.next();
-            QCOMPARE(entry->line, line);
-            QCOMPARE(toLine(toJson(entry->time, entry->event)),
-                     QByteArrayList({c_begin, c_event, c_end})[line - 1]);
-        }
-        QVERIFY(!reader.next());
-    }
-
     void complaints_data()
     {
         QTest::addColumn<QByteArray>("content");
