@@ -128,7 +128,17 @@ QStringList errorsInSources()
         }
         rows += row(call.file, line, call.handler, call.text);
     }
-    rows.sort();
+    return rows;
+}
+
+/// The lines of information of the sources, as rows.
+QStringList informationInSources()
+{
+    QStringList rows;
+    for (auto const& [file, code] : sources()) {
+        for (auto const& match : matches(c_infoCall, code))
+            rows += row(file, {}, functionAt(code, match.capturedStart()), message(match.captured(1)));
+    }
     return rows;
 }
 
@@ -139,7 +149,6 @@ QStringList found(char const* text)
         for (auto const& match : matches(text, code))
             rows += file + " | "_s + match.capturedTexts().mid(1).join(" | "_s);
     }
-    rows.sort();
     return rows;
 }
 
@@ -157,16 +166,6 @@ QStringList foundIn(QByteArray const& log, int size)
                     .arg(line.number)
                     .arg(line.message)
                     .arg(line.meanings.size());
-    rows.sort();
-    return rows;
-}
-
-/// The rows that @p rowsOf makes of each source file in the table.
-template <class RowsOf> QStringList table(RowsOf const& rowsOf)
-{
-    QStringList rows;
-    for (auto const& source : logSources())
-        rows += rowsOf(source, QString::fromUtf8(source.file));
     rows.sort();
     return rows;
 }
@@ -191,44 +190,20 @@ class TestLogLines : public QObject
     Q_OBJECT
 
 private slots:
-    void errors()
+    void errorsInformationAndTraces()
     {
-        compare(table([](LogSource const& source, QString const& file) {
-                    QStringList rows;
-                    for (auto const& error : source.errors)
-                        rows += row(file, QString::number(error.line), QString::fromUtf8(error.handler),
-                                    QString::fromUtf8(error.message));
-                    return rows;
-                }),
-                errorsInSources());
-    }
-
-    void informationLines()
-    {
-        QStringList code;
-        for (auto const& [file, text] : sources()) {
-            for (auto const& match : matches(c_infoCall, text))
-                code += row(file, {}, functionAt(text, match.capturedStart()), message(match.captured(1)));
+        QStringList table;
+        for (auto const& source : logSources()) {
+            QString const file = QString::fromUtf8(source.file);
+            for (auto const& error : source.errors)
+                table += row(file, QString::number(error.line), QString::fromUtf8(error.handler),
+                             QString::fromUtf8(error.message));
+            for (auto const& info : source.infos)
+                table += row(file, {}, QString::fromUtf8(info.handler), QString::fromUtf8(info.message));
+            for (auto const* trace : source.traces)
+                table += file + " | "_s + QString::fromUtf8(trace);
         }
-        compare(table([](LogSource const& source, QString const& file) {
-                    QStringList rows;
-                    for (auto const& info : source.infos)
-                        rows +=
-                            row(file, {}, QString::fromUtf8(info.handler), QString::fromUtf8(info.message));
-                    return rows;
-                }),
-                code);
-    }
-
-    void traces()
-    {
-        compare(table([](LogSource const& source, QString const& file) {
-                    QStringList rows;
-                    for (auto const* trace : source.traces)
-                        rows += file + " | "_s + QString::fromUtf8(trace);
-                    return rows;
-                }),
-                found(c_traceCall));
+        compare(table, errorsInSources() + informationInSources() + found(c_traceCall));
     }
 
     void errorCodes()
