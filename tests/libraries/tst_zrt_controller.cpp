@@ -1,209 +1,243 @@
+#include "controller_bench.h"
+#include "variants.h"
 
-#include "literals.h"
-
+#include <zrt_controller/tightening.h>
 #include <zrt_controller/zrt_controller.h>
-#include <zrt_controller/zrt_simulated_controller.h>
 
 #include <QtTest>
+
+#include <functional>
+#include <limits>
 
 namespace
 {
 
-/// All that a state is made of, to compare it as a whole.
-QVariantMap contentOf(ZrtState const& state)
+using Change = std::function<void(ZrtState&)>;
+
+ZrtState const c_fresh;
+
+/// A state of which every value differs from that of a fresh one.
+ZrtState usedState()
 {
-    return {{"model"_s, state.model},
-            {"serialNumber"_s, state.serialNumber},
-            {"firmware"_s, state.firmware},
-            {"lock"_s, state.lock},
-            {"isScreenLocked"_s, state.isScreenLocked}};
+    ZrtState state;
+    state.model = "M"_s;
+    state.serialNumber = "S"_s;
+    state.firmware = "F"_s;
+    state.lock = ZrtState::LooseningLocked;
+    state.isScreenLocked = true;
+    state.presets[15].torque = 150;
+    state.program = 15;
+    state.isTriggerMode = true;
+    state.isReverse = true;
+    state.eventCount = 42;
+    return state;
 }
 
-/// A map's keys, types and values in one text.
-QString exactly(QVariantMap const& map)
-{
-    QStringList entries;
-    for (auto it = map.cbegin(); it != map.cend(); ++it)
-        entries += "%1: %2 %3"_s.arg(it.key(), QString::fromLatin1(it->typeName()), it->toString());
-    return entries.join(", "_s);
-}
-
-QString const lockKey = "lock"_s;
+void unchanged(ZrtState& /*state*/) {}
 
 } // namespace
 
-/// The simulated controller, and the way to it.
+Q_DECLARE_METATYPE(Change)
+Q_DECLARE_METATYPE(ZrtState)
+
+/// The controller alone, without time: what an instruction answers and changes, and what the tool does.
 class TestZrtController : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void getInfo()
+    void wholeNumbers()
     {
-        ZrtState state;
-        state.model = "M"_s;
-        state.serialNumber = "S"_s;
-        state.firmware = "F"_s;
-        state.lock = 2;
-        ZrtController controller(state);
-        QCOMPARE(exactly(controller.execute("getInfo"_s, {})),
-                 "firmware: QString F, model: QString M, serialNumber: QString S"_s);
-        QCOMPARE(contentOf(controller.state()), contentOf(state));
-        QCOMPARE(exactly(ZrtController(ZrtState()).execute("getInfo"_s, {})),
-                 "firmware: QString 1.0.0, model: QString ZRT, serialNumber: QString ZRT-SIM-0001"_s);
-    }
-
-    void setLock_data()
-    {
-        QTest::addColumn<int>("former");
-        QTest::addColumn<int>("lock");
-        QTest::addColumn<QString>("reply");
-        char const* const replies[] = {
-            "fasteningLocked: bool false, lockStatus: int 0, looseningLocked: bool false",
-            "fasteningLocked: bool true, lockStatus: int 1, looseningLocked: bool true",
-            "fasteningLocked: bool false, lockStatus: int 2, looseningLocked: bool true",
+        auto const read = [](QVariant const& value) {
+            return wholeNumber({{"n"_s, value}}, "n"_s).value_or(-1);
         };
-        for (int former = 0; former <= 2; ++former) {
-            for (int lock = 0; lock <= 2; ++lock)
-                QTest::addRow("%d to %d", former, lock)
-                    << former << lock << QString::fromLatin1(replies[lock]);
+        constexpr int highest = std::numeric_limits<int>::max();
+        for (QVariant const& good :
+             {QVariant(15), QVariant(15U), QVariant(15LL), QVariant(15ULL), QVariant::fromValue(15L),
+              QVariant::fromValue(15UL), QVariant::fromValue<short>(15), QVariant::fromValue<ushort>(15)})
+            QCOMPARE(read(good), 15);
+        QCOMPARE(read(0), 0);
+        QCOMPARE(read(qlonglong{highest}), highest);
+        QCOMPARE(read(qulonglong{highest}), highest);
+        for (QVariant const& bad :
+             {QVariant(qlonglong{highest} + 1), QVariant(qulonglong{highest} + 1), QVariant((1LL << 32) + 15),
+              QVariant(-1), QVariant("15"_s), QVariant(15.0), QVariant(QVariantList{15})})
+            QCOMPARE(read(bad), -1);
+        auto const values = everyKindOfValue();
+        for (auto const& [name, value] : values) {
+            if (name != "uint" && name != "null int")
+                QVERIFY2(read(value) == -1, name.constData());
         }
+        QVERIFY(!wholeNumber({{"N"_s, 15}}, "n"_s));
     }
 
-    void setLock()
+    void instructions_data()
     {
-        QFETCH(int, former);
-        QFETCH(int, lock);
-        QFETCH(QString, reply);
-        ZrtState state;
-        state.lock = former;
-        ZrtController controller(state);
-        QCOMPARE(exactly(controller.execute("setLock"_s, {{lockKey, lock}})), reply);
-        state.lock = lock;
-        QCOMPARE(contentOf(controller.state()), contentOf(state));
-    }
-
-    void setLockRefuses_data()
-    {
-        QTest::addColumn<QVariantMap>("arguments");
-        QTest::newRow("missing") << QVariantMap();
-        QTest::newRow("another key") << QVariantMap({{"Lock"_s, 1}});
-        auto const row = [](char const* name, QVariant const& lock) {
-            QTest::newRow(name) << QVariantMap({{lockKey, lock}});
-        };
-        row("below", -1);
-        row("above", 3);
-        row("far above", qulonglong{1} << 32 | 1);
-        row("unsigned beyond int", 4294967295U);
-        row("beyond int, its lower half a code", qlonglong{1} << 32 | 1);
-        row("far below", std::numeric_limits<qlonglong>::min());
-        row("null", QVariant());
-        row("true", true);
-        row("false", false);
-        row("fraction", 1.5);
-        row("less than a half", 0.25);
-        row("not a number", qQNaN());
-        row("infinite", qInf());
-        row("digit as text", "1"_s);
-        row("text", "locked"_s);
-        row("empty text", QString());
-        row("bytes", QByteArray("1"));
-        row("list", QVariantList({1}));
-        row("map", QVariantMap({{lockKey, 1}}));
-    }
-
-    void setLockRefuses()
-    {
-        QFETCH(QVariantMap, arguments);
-        ZrtState state;
-        state.lock = 2;
-        ZrtController controller(state);
-        QCOMPARE(exactly(controller.execute("setLock"_s, arguments)),
-                 "error: QString \"lock\" must be 0 (free), 1 (all locked) or 2 (loosening locked)"_s);
-        QCOMPARE(contentOf(controller.state()), contentOf(state));
-    }
-
-    void setLockScreen()
-    {
-        ZrtState state;
-        state.lock = 1;
-        ZrtController controller(state);
-        for (int i = 0; i < 2; ++i) {
-            QCOMPARE(exactly(controller.execute("setLockScreen"_s, {})), "doneOk: bool true"_s);
-            state.isScreenLocked = true;
-            QCOMPARE(contentOf(controller.state()), contentOf(state));
-        }
-    }
-
-    void unknownInstructions_data()
-    {
+        QTest::addColumn<ZrtState>("state");
         QTest::addColumn<QString>("instruction");
-        QTest::newRow("unknown") << "makeCoffee"_s;
-        QTest::newRow("empty") << QString();
-        QTest::newRow("another case") << "getinfo"_s;
-        QTest::newRow("percent") << "%1"_s;
+        QTest::addColumn<QVariantMap>("arguments");
+        QTest::addColumn<QString>("reply");
+        QTest::addColumn<Change>("change");
+        auto const rowIn = [](ZrtState const& state, char const* instruction, QVariantMap const& arguments,
+                              QString const& reply, Change const& change = unchanged) {
+            QTest::addRow("%s %s, program %d", instruction, qPrintable(exactly(arguments)), state.program)
+                << state << QString::fromLatin1(instruction) << arguments << "{%1}"_s.arg(reply) << change;
+        };
+        auto const row = [&](char const* instruction, QVariantMap const& arguments, char const* reply,
+                             Change const& change = unchanged) {
+            for (auto const& state : {c_fresh, usedState()})
+                rowIn(state, instruction, arguments, QString::fromLatin1(reply), change);
+        };
+
+        rowIn(c_fresh, "getInfo", {},
+              "firmware: QString 1.0.0, model: QString ZRT, serialNumber: QString ZRT-SIM-0001"_s);
+        rowIn(usedState(), "getInfo", {}, "firmware: QString F, model: QString M, serialNumber: QString S"_s);
+
+        row("setLock", {{"lock"_s, 0}},
+            "fasteningLocked: bool false, lockStatus: int 0, looseningLocked: bool false",
+            [](ZrtState& state) { state.lock = ZrtState::Free; });
+        row("setLock", {{"lock"_s, 1}},
+            "fasteningLocked: bool true, lockStatus: int 1, looseningLocked: bool true",
+            [](ZrtState& state) { state.lock = ZrtState::AllLocked; });
+        row("setLock", {{"lock"_s, 2}},
+            "fasteningLocked: bool false, lockStatus: int 2, looseningLocked: bool true",
+            [](ZrtState& state) { state.lock = ZrtState::LooseningLocked; });
+        for (QVariant const& lock : {QVariant(3), QVariant("1"_s), QVariant()})
+            row("setLock", {{"lock"_s, lock}},
+                "error: QString \"lock\" must be 0 (free), 1 (all locked) or 2 (loosening locked)");
+
+        row("setLockScreen", {}, "doneOk: bool true", [](ZrtState& state) { state.isScreenLocked = true; });
+
+        row("setProgram", {{"program"_s, 15}}, "doneOk: bool true, program: int 15",
+            [](ZrtState& state) { state.program = 15; });
+        char const* const noProgram = "error: QString there is no such program";
+        for (QVariant const& number : {QVariant(2), QVariant("15"_s)})
+            row("setProgram", {{"program"_s, number}}, noProgram);
+        row("setProgram", {{"preset"_s, 15}}, noProgram);
+
+        QString const preset =
+            "presetData: {freeSpeed: int 800, maxAngle: int 300, maxTime: int 5000, maxTorque: int 260, "
+            "minAngle: int 10, snugTorque: int 40, speed: int 400, targetAngle: int 90, tcamActm: int 0, "
+            "torque: int %1}"_s;
+        rowIn(usedState(), "getPresetData", {{"preset"_s, 1}}, preset.arg(200));
+        rowIn(usedState(), "getPresetData", {{"preset"_s, 15}}, preset.arg(150));
+        char const* const noPreset = "error: QString there is no such preset";
+        for (QVariant const& number : {QVariant(2), QVariant("15"_s)})
+            row("getPresetData", {{"preset"_s, number}}, noPreset);
+        row("getPresetData", {{"program"_s, 15}}, noPreset);
+
+        auto const registerRow = [&](char const* name, int fresh, int used) {
+            QString const channel = QString::fromLatin1(name);
+            QString const reply = "channel: QString %1, values: [int %2]"_s;
+            rowIn(c_fresh, "getRegister", {{"channel"_s, channel}}, reply.arg(channel).arg(fresh));
+            rowIn(usedState(), "getRegister", {{"channel"_s, channel}}, reply.arg(channel).arg(used));
+        };
+        registerRow("direction", 0, 1);
+        registerRow("eventCount", 0, 42);
+        registerRow("lock", 0, 2);
+        registerRow("program", 1, 15);
+        registerRow("triggerMode", 0, 1);
+        for (QVariant const& channel : {QVariant("Direction"_s), QVariant(0), QVariant()})
+            row("getRegister", {{"channel"_s, channel}}, "error: QString there is no such channel");
+
+        Change const triggerMode = [](ZrtState& state) { state.isTriggerMode = true; };
+        row("SetTriggerProgram", {}, "doneOk: bool true", triggerMode);
+        row("SetTriggerProgram", {{"resetMode"_s, false}}, "doneOk: bool true", triggerMode);
+        row("SetTriggerProgram", {{"resetMode"_s, true}}, "doneOk: bool true",
+            [](ZrtState& state) { state.isTriggerMode = false; });
+        for (QVariant const& mode : {QVariant("off"_s), QVariant(1), QVariant(QVariantMap())})
+            row("SetTriggerProgram", {{"resetMode"_s, mode}},
+                "error: QString \"resetMode\" must be true or false");
+
+        row("getinfo", {}, "error: QString unknown instruction \"getinfo\"");
+        row("%1", {}, "error: QString unknown instruction \"%1\"");
     }
 
-    void unknownInstructions()
+    void instructions()
     {
+        QFETCH(ZrtState, state);
         QFETCH(QString, instruction);
-        ZrtController controller((ZrtState()));
-        QCOMPARE(exactly(controller.execute(instruction, {{lockKey, 1}})),
-                 "error: QString unknown instruction \""_s + instruction + QLatin1Char('"'));
-        QCOMPARE(contentOf(controller.state()), contentOf(ZrtState()));
+        QFETCH(QVariantMap, arguments);
+        QFETCH(QString, reply);
+        QFETCH(Change, change);
+        QString const former = shown(state);
+        ZrtController controller(state);
+        QCOMPARE(exactly(controller.execute(instruction, arguments)), reply);
+        change(state);
+        QCOMPARE(shown(controller.state()), shown(state));
+        QCOMPARE(controller.takeChange(), shown(state) != former);
+        QCOMPARE(controller.takeChange(), false);
     }
 
-    void replyTimes_data()
+    void locks()
     {
-        QTest::addColumn<int>("replyTime");
-        for (int const time : {0, 1, 5, 600'000})
-            QTest::addRow("%d ms", time) << time;
-    }
-
-    void replyTimes()
-    {
-        QFETCH(int, replyTime);
-        ZrtClock clock(ZrtClock::Pace::Simulated);
-        auto const controller = ZrtSimulatedController::create({{}, {replyTime, 50}, true, {}}, clock);
-        QStringList replies;
-        quint64 id = 0;
-        auto const post = [&](char const* instruction, QVariantMap const& arguments) {
-            controller->post(
-                ++id, QString::fromLatin1(instruction), arguments,
-                [&](QVariantMap const& reply) { replies += "%1 %2"_s.arg(clock.now()).arg(exactly(reply)); });
+        auto const turns = [](ZrtState::Lock lock, bool isReverse) {
+            ZrtState state;
+            state.lock = lock;
+            state.isReverse = isReverse;
+            ZrtController controller(state);
+            bool const isTurning = controller.pullTrigger().has_value();
+            state.eventCount = isTurning ? 1 : 0;
+            return isTurning == controller.takeChange() && shown(controller.state()) == shown(state)
+                       ? QByteArray(isTurning ? "turns" : "is locked")
+                       : QByteArray("changes too much or too little");
         };
-        clock.after(10, [&] {
-            post("setLock", {{lockKey, 2}});
-            post("setLockScreen", {});
-            post("wrong", {});
-            QVERIFY(replies.isEmpty()); // not before post() is back, even if it takes no time
-        });
-        while (clock.step()) {
-        }
-        QString const time = QString::number(10 + replyTime);
-        QCOMPARE(replies,
-                 QStringList({time
-                                  + " fasteningLocked: bool false, lockStatus: int 2, looseningLocked: "
-                                    "bool true"_s,
-                              time + " doneOk: bool true"_s,
-                              time + " error: QString unknown instruction \"wrong\""_s}));
+        QCOMPARE(turns(ZrtState::Free, false), "turns");
+        QCOMPARE(turns(ZrtState::Free, true), "turns");
+        QCOMPARE(turns(ZrtState::AllLocked, false), "is locked");
+        QCOMPARE(turns(ZrtState::AllLocked, true), "is locked");
+        QCOMPARE(turns(ZrtState::LooseningLocked, false), "turns");
+        QCOMPARE(turns(ZrtState::LooseningLocked, true), "is locked");
     }
 
-    void instructionsArriveAtOnce()
+    // The screws of the set-up come in turn, then good ones. All are drawn from one generator, and tightened
+    // as the program in use says.
+    void events()
     {
-        ZrtClock clock(ZrtClock::Pace::Simulated);
-        auto const controller = ZrtSimulatedController::create({{}, {100, 50}, true, {}}, clock);
-        QList<int> statuses;
-        auto const onReply = [&](QVariantMap const& reply) {
-            statuses += reply.value("lockStatus"_s).toInt();
+        ZrtState state;
+        state.screws = {ZrtScrew::Blocked, ZrtScrew::Good, ZrtScrew::Missing};
+        state.eventCount = 41;
+        state.presets[15].torque = 150;
+        state.program = 15;
+        state.seed = 3;
+        ZrtController controller(state);
+        std::mt19937_64 random(3);
+        auto const compare = [&](TighteningResult const& result, int count, char const* status) {
+            auto const run = controller.pullTrigger();
+            QVERIFY(run.has_value());
+            QVariantMap event{{"eventCountNo"_s, count},
+                              {"program"_s, 15},
+                              {"status"_s, QString::fromLatin1(status)},
+                              {"torque"_s, result.torque},
+                              {"angle"_s, result.angle},
+                              {"speed"_s, result.speed},
+                              {"time"_s, result.time},
+                              {"direction"_s, controller.state().isReverse ? 1 : 0}};
+            if (result.error != 0)
+                event.insert("error"_s, result.error);
+            QCOMPARE(exactly(run->event), exactly(event));
+            QCOMPARE(run->duration, result.time);
+            QCOMPARE(controller.state().eventCount, count);
         };
-        controller->post(1, "setLock"_s, {{lockKey, 1}}, onReply);
-        QCOMPARE(controller->state().lock, 1);
-        controller->post(2, "setLock"_s, {{lockKey, 2}}, onReply);
-        QCOMPARE(controller->state().lock, 2);
-        while (clock.step()) {
-        }
-        QCOMPARE(statuses, QList<int>({1, 2})); // each what it was when its instruction arrived
+        ZrtPreset const preset = state.presets[15];
+        compare(tighten(preset, ZrtScrew::Blocked, random), 42, "NOK");
+        compare(tighten(preset, ZrtScrew::Good, random), 43, "OK");
+        controller.pressReverse();
+        QCOMPARE(controller.state().isReverse, true);
+        compare(loosen(preset, random), 44, "loosened"); // which takes none of the screws
+        controller.pressReverse();
+        QCOMPARE(controller.state().isReverse, false);
+        compare(tighten(preset, ZrtScrew::Missing, random), 45, "NOK");
+        compare(tighten(preset, ZrtScrew::Good, random), 46, "OK");
+    }
+
+    void noEventCountIsNegative()
+    {
+        ZrtState state;
+        state.eventCount = std::numeric_limits<int>::max();
+        ZrtController controller(state);
+        QCOMPARE(controller.pullTrigger()->event.value("eventCountNo"_s), QVariant(0));
+        QCOMPARE(controller.state().eventCount, 0);
     }
 };
 
