@@ -56,45 +56,23 @@ QByteArray shown(TighteningResult const& result)
         .toUtf8();
 }
 
-ZrtPreset torquePreset(int torque, int maxTorque, int snugTorque, int minAngle, int maxAngle, int speed,
-                       int freeSpeed)
-{
-    ZrtPreset preset;
-    preset.torque = torque;
-    preset.maxTorque = maxTorque;
-    preset.snugTorque = snugTorque;
-    preset.minAngle = minAngle;
-    preset.maxAngle = maxAngle;
-    preset.speed = speed;
-    preset.freeSpeed = freeSpeed;
-    return preset;
-}
-
-ZrtPreset anglePreset(int targetAngle, int maxAngle, int torque, int maxTorque)
-{
-    ZrtPreset preset;
-    preset.control = ZrtPreset::Angle;
-    preset.targetAngle = targetAngle;
-    preset.maxAngle = maxAngle;
-    preset.torque = torque;
-    preset.maxTorque = maxTorque;
-    return preset;
-}
+constexpr auto c_byTorque = ZrtPreset::Torque;
+constexpr auto c_byAngle = ZrtPreset::Angle;
 
 struct Named
 {
     char const* name;
-    ZrtPreset preset;
+    ZrtPreset preset; ///< torque, its maximum, snug; target angle, minimum, maximum; speed, free speed; time
 };
 
-QList<Named> const c_presets{{"usual", ZrtPreset()},
-                             {"hard", torquePreset(1200, 1500, 200, 30, 180, 200, 600)},
-                             {"fine", torquePreset(60, 90, 10, 20, 240, 150, 500)},
-                             {"slow", torquePreset(250, 320, 60, 20, 240, 50, 300)},
-                             {"fast", torquePreset(300, 420, 50, 40, 400, 900, 1500)},
-                             {"usual by angle", anglePreset(90, 300, 200, 260)},
-                             {"short by angle", anglePreset(20, 60, 250, 400)},
-                             {"far by angle", anglePreset(280, 300, 150, 220)}};
+QList<Named> const c_presets{{"usual", {}},
+                             {"hard", {c_byTorque, 1200, 1500, 200, 90, 30, 180, 200, 600}},
+                             {"fine", {c_byTorque, 60, 90, 10, 90, 20, 240, 150, 500}},
+                             {"slow", {c_byTorque, 250, 320, 60, 90, 20, 240, 50, 300}},
+                             {"fast", {c_byTorque, 300, 420, 50, 90, 40, 400, 900, 1500}},
+                             {"usual by angle", {c_byAngle, 200, 260, 40, 90, 10, 300}},
+                             {"short by angle", {c_byAngle, 250, 400, 40, 20, 10, 60}},
+                             {"far by angle", {c_byAngle, 150, 220, 40, 280, 10, 300}}};
 
 } // namespace
 
@@ -112,7 +90,7 @@ private slots:
     void good()
     {
         QFETCH(ZrtPreset, preset);
-        bool const isByAngle = preset.control == ZrtPreset::Angle;
+        bool const isByAngle = preset.control == c_byAngle;
         for (int seed = 0; seed < c_seeds; ++seed) {
             auto const result = tightened(preset, ZrtScrew::Good, seed);
             QByteArray const what = shown(result);
@@ -139,7 +117,7 @@ private slots:
         for (auto const& [name, preset] : c_presets) {
             for (auto const& screw : c_screws) {
                 int error = screw.error;
-                if (preset.control == ZrtPreset::Angle) {
+                if (preset.control == c_byAngle) {
                     // A stripped or soft screw turns as far as any other: nobody looks at the torque.
                     bool const turns = screw.value == ZrtScrew::Stripped || screw.value == ZrtScrew::Soft;
                     // The torque of a cross-threaded one is too high before the angle is there.
@@ -266,40 +244,18 @@ private slots:
     {
         QTest::addColumn<ZrtPreset>("preset");
         QTest::addColumn<QList<int>>("goodEndsWith");
-        auto const row = [](char const* name, QList<int> const& goodEndsWith, auto const& change) {
-            ZrtPreset preset;
-            change(preset);
-            QTest::newRow(name) << preset << goodEndsWith;
+        auto const row = [](Named const& named, QList<int> const& goodEndsWith) {
+            QTest::newRow(named.name) << named.preset << goodEndsWith;
         };
-        row("slowest run-down", {311}, [](auto& preset) { preset.freeSpeed = 1; });
-        row("fastest", {0}, [](auto& preset) {
-            preset.speed = 10'000;
-            preset.freeSpeed = 10'000;
-        });
-        row("no time", {311}, [](auto& preset) { preset.maxTime = 1; });
-        row("longest time", {0}, [](auto& preset) { preset.maxTime = 60'000; });
-        row("least torque", {0, 336}, [](auto& preset) {
-            preset.snugTorque = 1;
-            preset.torque = 2;
-            preset.maxTorque = 3;
-        });
-        row("steepest", {0, 332, 336, 337},
-            [](auto& preset) { preset = torquePreset(99'999, 100'000, 1, 0, 1, 10'000, 10'000); });
-        row("flattest", {300}, [](auto& preset) {
-            preset = torquePreset(2, 100'000, 1, 99'999, 100'000, 400, 800);
-            preset.maxTime = 20'000;
-        });
-        row("least angle", {0, 336, 337}, [](auto& preset) {
-            preset.control = ZrtPreset::Angle;
-            preset.minAngle = 0;
-            preset.targetAngle = 1;
-        });
-        row("most of all", {0}, [](auto& preset) {
-            preset = torquePreset(90'000, 100'000, 1, 99'999, 100'000, 10'000, 10'000);
-            preset.control = ZrtPreset::Angle;
-            preset.targetAngle = 100'000;
-            preset.maxTime = 60'000;
-        });
+        row({"slowest run-down", {c_byTorque, 200, 260, 40, 90, 10, 300, 400, 1}}, {311});
+        row({"fastest", {c_byTorque, 200, 260, 40, 90, 10, 300, 10'000, 10'000}}, {0});
+        row({"no time", {c_byTorque, 200, 260, 40, 90, 10, 300, 400, 800, 1}}, {311});
+        row({"longest time", {c_byTorque, 200, 260, 40, 90, 10, 300, 400, 800, 60'000}}, {0});
+        row({"least torque", {c_byTorque, 2, 3, 1}}, {0, 336});
+        row({"steepest", {c_byTorque, 99'999, 100'000, 1, 90, 0, 1, 10'000, 10'000}}, {0, 332, 336, 337});
+        row({"flattest", {c_byTorque, 2, 100'000, 1, 90, 99'999, 100'000, 400, 800, 20'000}}, {300});
+        row({"least angle", {c_byAngle, 200, 260, 40, 1, 0}}, {0, 336, 337});
+        row({"most", {c_byAngle, 90'000, 100'000, 1, 100'000, 99'999, 100'000, 10'000, 10'000, 60'000}}, {0});
     }
 
     // Whatever a preset allows, the values stay within it.
@@ -326,7 +282,8 @@ private slots:
     void loosening_data()
     {
         addPresets();
-        QTest::newRow("most torque and speed") << torquePreset(99'999, 100'000, 1, 0, 1, 400, 10'000);
+        QTest::newRow("most torque and speed")
+            << ZrtPreset{c_byTorque, 99'999, 100'000, 40, 90, 10, 300, 400, 10'000};
     }
 
     void loosening()
