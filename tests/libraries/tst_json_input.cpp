@@ -154,21 +154,15 @@ private slots:
             "or a "
             "literal");
         row("only blanks", " \n\n ", "3:2: not JSON: ...");
-        row("not closed", "{", "1:2: not JSON: ...");
         row("comma at the end", "{\n  \"a\": 1,\n}",
             "3:1: not JSON: syntax error while parsing object key - unexpected '}'; expected string literal");
         row("CRLF", "{\r\n\"a\": 1,\r\n}", "3:1: not JSON: ...");
         row("two values", "{} {}", "1:4: not JSON: ...");
-        row("leading zero", "{\"a\": 01}", "1:8: not JSON: ...");
-        row("plus sign", "[+1]", "1:2: not JSON: ...");
         row("NaN", "[NaN]", "1:2: not JSON: ...");
         row("comment", "[ // x\n]", "1:3: not JSON: ...");
-        row("half an escaped pair", R"(["\ud800"])", "1:9: not JSON: ...");
         row("invalid UTF-8", "[\"\xff\"]",
             "1:3: not JSON: syntax error while parsing value - invalid string: ill-formed UTF-8 byte; last "
             "read: '\"\xef\xbf\xbd'");
-        row("UTF-16", QByteArray("\xff\xfe{\0}\0", 6), "1:1: not JSON: ...");
-        row("half a byte order mark", "\xef\xbb{}", "1:3: not JSON: ...");
         row("tab in a text", "[\"\t\"]", "1:3: not JSON: ...");
         row("NUL in a text", QByteArray("[\"\0\"]", 5), "1:3: not JSON: syntax error ...");
         row("NUL behind the value", QByteArray("{}\0", 3), "1:3: not JSON: NUL byte");

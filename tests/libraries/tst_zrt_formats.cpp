@@ -65,33 +65,25 @@ private slots:
 
     void faults()
     {
-        auto const read = [this](QByteArray const& content) {
-            auto const list = readZrtSetup(file("{\"faults\": [{" + content + "}]}")).faults;
-            return list.size() == 1 ? shown(list[0]) : "not one fault"_s;
-        };
         char const* const name = "getInfo";
-        QCOMPARE(read(R"("kind": "delay", "instruction": "getInfo", "nth": 1)"),
-                 shown(fault(ZrtFault::Delay, name, 1, 100)));
-        QCOMPARE(read(R"("kind": "delay", "instruction": "getInfo", "nth": 2, "delay": 0)"),
-                 shown(fault(ZrtFault::Delay, name, 2, 0)));
-        QCOMPARE(read(R"("kind": "late", "instruction": "getInfo", "nth": 1)"),
-                 shown(fault(ZrtFault::Late, name, 1, 5000)));
-        QCOMPARE(read(R"("kind": "late", "instruction": "getInfo", "nth": 1, "delay": 4000)"),
-                 shown(fault(ZrtFault::Late, name, 1, 4000)));
-        QCOMPARE(read(R"("kind": "loss", "instruction": "setLock", "nth": 1)"),
-                 shown(fault(ZrtFault::Loss, "setLock")));
-        QCOMPARE(read(R"("kind": "duplicate", "instruction": "getInfo", "percent": 0)"),
-                 shown(fault(ZrtFault::Duplicate, name, 0)));
-        QCOMPARE(read(R"("kind": "wrongType", "instruction": "getInfo", "nth": 3, "key": "")"),
-                 shown(fault(ZrtFault::WrongType, name, 3)));
-        QCOMPARE(read(R"("kind": "refused", "instruction": "getInfo", "nth": 1)"),
-                 shown(fault(ZrtFault::Refused, name)));
-        QCOMPARE(read(R"("kind": "disconnected", "instruction": "getInfo", "nth": 1)"),
-                 shown(fault(ZrtFault::Disconnected, name)));
+        auto const compare = [&](QByteArray const& content, ZrtFault const& expected) {
+            auto const setup =
+                readZrtSetup(file(R"({"faults": [{"instruction": "getInfo", )" + content + "}]}"));
+            QCOMPARE(setup.faults.size(), 1);
+            QCOMPARE(shown(setup.faults[0]), shown(expected));
+        };
+        compare(R"("kind": "delay", "nth": 1)", fault(ZrtFault::Delay, name, 1, 100));
+        compare(R"("kind": "delay", "nth": 2, "delay": 0)", fault(ZrtFault::Delay, name, 2, 0));
+        compare(R"("kind": "late", "nth": 1)", fault(ZrtFault::Late, name, 1, 5000));
+        compare(R"("kind": "late", "nth": 1, "delay": 4000)", fault(ZrtFault::Late, name, 1, 4000));
+        compare(R"("kind": "loss", "nth": 1)", fault(ZrtFault::Loss, name));
+        compare(R"("kind": "duplicate", "percent": 0)", fault(ZrtFault::Duplicate, name, 0));
+        compare(R"("kind": "wrongType", "nth": 3, "key": "")", fault(ZrtFault::WrongType, name, 3));
+        compare(R"("kind": "refused", "nth": 1)", fault(ZrtFault::Refused, name));
+        compare(R"("kind": "disconnected", "nth": 1)", fault(ZrtFault::Disconnected, name));
         ZrtFault chance = fault(ZrtFault::MissingKey, name, 0, 0, "k");
         chance.probability = 0.25;
-        QCOMPARE(read(R"("kind": "missingKey", "instruction": "getInfo", "percent": 25, "key": "k")"),
-                 shown(chance));
+        compare(R"("kind": "missingKey", "percent": 25, "key": "k")", chance);
     }
 
     void complaints_data()
@@ -140,21 +132,10 @@ private slots:
             row("{\"faults\": [{" + values + "}]}", message);
         };
         fault(R"("instruction": "getInfo", "nth": 1)", "1: faults[0]: the key \"kind\" is missing");
-        fault(R"("kind": "Loss")", "1: faults[0].kind: unknown kind of fault, known are delay, late, ...");
-        fault(R"("kind": "loss", "instruction": "setlock", "nth": 1)",
-              "1: faults[0].instruction: unknown instruction, known are SetTriggerProgram, getInfo, ...");
-        fault(R"("kind": "loss", "often": 1)",
-              "1: faults[0]: unknown key \"often\", known are kind, instruction, nth, percent, delay, key");
         fault(R"("kind": "loss", "instruction": "getInfo")",
               "1: faults[0]: must have one of \"nth\" and \"percent\"");
         fault(R"("kind": "loss", "instruction": "getInfo", "nth": 1, "percent": 0)",
               "1: faults[0]: must have one of \"nth\" and \"percent\"");
-        fault(R"("kind": "loss", "instruction": "getInfo", "nth": 0)",
-              "1: faults[0].nth: must be a whole number from 1 to 2147483647");
-        fault(R"("kind": "loss", "instruction": "getInfo", "percent": 101)",
-              "1: faults[0].percent: must be a whole number from 0 to 100");
-        fault(R"("kind": "late", "instruction": "getInfo", "nth": 1, "delay": 3999)",
-              "1: faults[0].delay: must be a whole number from 4000 to 600000");
         for (QByteArray const kind :
              {"loss", "duplicate", "refused", "disconnected", "missingKey", "wrongType"})
             fault("\"kind\": \"" + kind + "\", \"delay\": 0",
