@@ -88,20 +88,11 @@ private slots:
         }
     }
 
-    void chanceFollowsTheSeed()
+    void chanceDoesNotDisturbCounts()
     {
-        auto const course = [](quint64 seed) {
-            ZrtFaults faults({chance(ZrtFault::Loss, 0.5), fault(ZrtFault::Refused, "a", 50)}, seed);
-            QList<QList<int>> kinds;
-            for (int i = 0; i < 200; ++i)
-                kinds += kindsOf(faults, "a");
-            return kinds;
-        };
-        QCOMPARE(course(7), course(7));
-        QVERIFY(course(7) != course(8));
-        auto const kinds = course(7);
-        for (int i = 0; i < kinds.size(); ++i) // chance does not disturb counts
-            QCOMPARE(kinds[i].contains(ZrtFault::Refused), i == 49);
+        ZrtFaults faults({chance(ZrtFault::Loss, 0.5), fault(ZrtFault::Refused, "a", 50)});
+        for (int i = 1; i <= 100; ++i)
+            QCOMPARE(kindsOf(faults, "a").contains(ZrtFault::Refused), i == 50);
     }
 };
 
