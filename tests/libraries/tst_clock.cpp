@@ -172,16 +172,16 @@ private slots:
         QFETCH(Pace, pace);
         Bench bench(pace);
         QPointer<QObject> const object = new QObject;
-        auto const queue = [&object](auto const& action) {
-            QMetaObject::invokeMethod(object, action, Qt::QueuedConnection);
+        auto const queue = [this](auto const& action) {
+            QMetaObject::invokeMethod(this, action, Qt::QueuedConnection);
         };
         bench.clock.after(4, [&] {
+            object->deleteLater();
             queue([&] {
                 bench.note("event");
                 queue([&] {
                     bench.note("next-event");
                     bench.plan(3, "planned");
-                    object->deleteLater();
                 });
             });
             bench.note("task");
