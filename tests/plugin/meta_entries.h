@@ -9,37 +9,32 @@
 #include <QString>
 #include <QStringList>
 
-/// What a meta-object has to say of a property besides its name, type and notifier, all of it.
-inline QStringList traitsOf(QMetaProperty const& property)
+/// A property as a line: "int length [read, final] notify lengthChanged()".
+inline QString lineOf(QMetaProperty const& property)
 {
-    struct Trait
-    {
-        bool isSet;
-        char const* word;
+    QStringList traits;
+    auto const add = [&traits](bool isSet, char const* word) {
+        if (isSet)
+            traits += QString::fromLatin1(word);
     };
-    Trait const traits[] = {
-        {property.isReadable(), "read"},
-        {property.isWritable(), "write"},
-        {property.isResettable(), "reset"},
-        {property.isConstant(), "constant"},
-        {property.isFinal(), "final"},
-        {property.isRequired(), "required"},
-        {property.isUser(), "user"},
-        {property.isEnumType(), "enumeration"},
-        {property.revision() != 0, "revision"},
-        {!property.isDesignable(), "not designable"},
-        {!property.isScriptable(), "not scriptable"},
-        {!property.isStored(), "not stored"},
-    };
-    QStringList words;
-    for (auto const& trait : traits) {
-        if (trait.isSet)
-            words += QString::fromLatin1(trait.word);
-    }
-    return words;
+    add(property.isReadable(), "read");
+    add(property.isWritable(), "write");
+    add(property.isResettable(), "reset");
+    add(property.isConstant(), "constant");
+    add(property.isFinal(), "final");
+    add(property.isRequired(), "required");
+    add(property.isUser(), "user");
+    add(property.isEnumType(), "enumeration");
+    add(property.revision() != 0, "revision");
+    add(!property.isDesignable(), "not designable");
+    add(!property.isScriptable(), "not scriptable");
+    add(!property.isStored(), "not stored");
+    return "%1 %2 [%3] notify %4"_s.arg(QLatin1String(property.typeName()), QLatin1String(property.name()),
+                                        traits.join(", "_s),
+                                        QString::fromLatin1(property.notifySignal().methodSignature()));
 }
 
-/// A method as a line: "public signal void renamed(QString name)". What is unusual about it stands behind.
+/// A method as a line: "public signal void renamed(QString name)".
 inline QString lineOf(QMetaMethod const& method)
 {
     static char const* const access[] = {"private", "protected", "public"};
@@ -49,29 +44,19 @@ inline QString lineOf(QMetaMethod const& method)
     QStringList parameters;
     for (int i = 0; i < types.size(); ++i)
         parameters += QString::fromLatin1(types[i] + ' ' + names[i]);
-    QString line = "%1 %2 %3 %4(%5)"_s.arg(
+    QString const line = "%1 %2 %3 %4(%5)"_s.arg(
         QLatin1String(access[method.access()]), QLatin1String(kinds[method.methodType()]),
         QLatin1String(method.typeName()), QString::fromLatin1(method.name()), parameters.join(", "_s));
-    if (method.attributes() != 0)
-        line += " attributes %1"_s.arg(method.attributes());
-    if (method.revision() != 0)
-        line += " revision %1"_s.arg(method.revision());
-    if (qstrlen(method.tag()) > 0)
-        line += " tag "_s + QString::fromLatin1(method.tag());
-    return line;
+    return method.revision() == 0 ? line : line + " revision"_s;
 }
 
 /// Everything that a class itself adds to its meta-object, a line for each entry in the order in which they
-/// stand there: properties, methods, enumerations, and what hardly any class has.
+/// stand there.
 inline QStringList ownEntries(QMetaObject const& meta)
 {
     QStringList lines;
-    for (int i = meta.propertyOffset(); i < meta.propertyCount(); ++i) {
-        QMetaProperty const property = meta.property(i);
-        lines += "%1 %2 [%3] notify %4"_s.arg(QLatin1String(property.typeName()),
-                                              QLatin1String(property.name()), traitsOf(property).join(", "_s),
-                                              QString::fromLatin1(property.notifySignal().methodSignature()));
-    }
+    for (int i = meta.propertyOffset(); i < meta.propertyCount(); ++i)
+        lines += lineOf(meta.property(i));
     for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
         lines += lineOf(meta.method(i));
     for (int i = meta.enumeratorOffset(); i < meta.enumeratorCount(); ++i) {
@@ -79,12 +64,18 @@ inline QStringList ownEntries(QMetaObject const& meta)
         QStringList keys;
         for (int k = 0; k < enumeration.keyCount(); ++k)
             keys += "%1=%2"_s.arg(QLatin1String(enumeration.key(k))).arg(enumeration.value(k));
-        lines += "%1 %2 { %3 }"_s.arg(enumeration.isFlag() ? "flags"_s : "enum"_s,
-                                      QLatin1String(enumeration.name()), keys.join(", "_s));
+        lines += "enum %1 { %2 }"_s.arg(QLatin1String(enumeration.name()), keys.join(", "_s));
     }
     for (int i = meta.classInfoOffset(); i < meta.classInfoCount(); ++i)
         lines += "class info "_s + QLatin1String(meta.classInfo(i).name());
     for (int i = 0; i < meta.constructorCount(); ++i)
         lines += lineOf(meta.constructor(i));
     return lines;
+}
+
+/// The class with its base, and its own entries.
+inline QStringList describe(QMetaObject const& meta)
+{
+    return "class %1 : %2"_s.arg(QLatin1String(meta.className()), QLatin1String(meta.superClass()->className()))
+           + ownEntries(meta);
 }

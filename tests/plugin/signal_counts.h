@@ -18,9 +18,8 @@ public:
     {
         auto const& meta = *object.metaObject();
         for (int i = from.methodOffset(); i < meta.methodCount(); ++i) {
-            QMetaMethod const method = meta.method(i);
-            if (method.methodType() == QMetaMethod::Signal)
-                m_spies.push_back(std::make_unique<QSignalSpy>(&object, method));
+            if (meta.method(i).methodType() == QMetaMethod::Signal)
+                m_spies.push_back(std::make_unique<QSignalSpy>(&object, meta.method(i)));
         }
     }
 

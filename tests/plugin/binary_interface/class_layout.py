@@ -6,8 +6,8 @@ Host and plugin call each other through virtual tables by position: a table in a
 built, without a word from compiler or linker.
 
 A class stands there with its bases, then the functions of its table that are not its first base's, each at its
-position: first those that take the place of another, then those that are added. Destructors are left out: of a QObject
-they stand at 3 and 4. So are the tables of further bases, which follow from the rest. How many bytes a class adds to
+position: first those that take the place of another, then those that are added. A destructor has two, and always takes
+the place of its base's. The tables of further bases follow from the rest and are left out. How many bytes a class adds to
 its first base is said of the plugin's classes; those of the framework are the host's business.
 """
 import re
@@ -42,7 +42,7 @@ class Layout:
     def __init__(self):
         self.bases = []
         self.size = 0
-        self.tables = []
+        self.tables = [[]]  # its own, which is also its first base's, and those of further bases
 
 
 def dump_classes(compiler, folders):
@@ -96,12 +96,13 @@ def short_name(function):
 def describe(layouts, name):
     layout = layouts[name]
     first_base = layouts[layout.bases[0]] if layout.bases else Layout()
-    inherited = sum(first_base.tables[:1], [])
+    inherited = first_base.tables[0]
     replaced = []
     added = []
-    for i, function in enumerate(sum(layout.tables[:1], [])):
-        is_destructor = "~" in function or function == "0"
-        if is_destructor or inherited[i:i + 1] == [function]:
+    for i, function in enumerate(layout.tables[0]):
+        if "~" in function or function == "0":
+            function = "destructor"
+        if inherited[i:i + 1] == [function] or (function == "destructor" and i < len(inherited)):
             continue
         if function == "__cxa_pure_virtual":
             function = f"{full_table(layouts, name)[i]} = 0"
