@@ -76,6 +76,7 @@ inline QStringList ownEntries(QMetaObject const& meta)
 /// The class with its base, and its own entries.
 inline QStringList describe(QMetaObject const& meta)
 {
-    return "class %1 : %2"_s.arg(QLatin1String(meta.className()), QLatin1String(meta.superClass()->className()))
-           + ownEntries(meta);
+    QString const head =
+        "class %1 : %2"_s.arg(QLatin1String(meta.className()), QLatin1String(meta.superClass()->className()));
+    return QStringList{head} + ownEntries(meta);
 }

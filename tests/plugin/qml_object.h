@@ -15,47 +15,39 @@
 
 #include <memory>
 
-/// An object that a document in QML declares, with the types of the plugin.
-class QmlObject
+/// Whatever was left to be deleted is, wherever the engine or an event left it.
+inline void collectGarbage(QJSEngine& engine)
 {
-public:
+    for (int i = 0; i < 5; ++i) {
+        engine.collectGarbage();
+        QCoreApplication::processEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+}
+
+/// An object that a document in QML declares, with the types of the plugin.
+struct QmlObject
+{
     /// The document finds @p subject, if there is one, under that name.
     explicit QmlObject(QByteArray const& document, QObject* subject = nullptr)
     {
         engine.rootContext()->setContextProperty("subject"_s, subject);
         QQmlComponent component(&engine);
         component.setData(document, QUrl());
-        m_object.reset(component.create());
+        object.reset(component.create());
         error = component.errorString();
     }
-
-    QObject* get() const { return m_object.get(); }
 
     /// What a function of the document answers, as text.
     QString call(char const* function) const
     {
         QVariant answer;
-        QMetaObject::invokeMethod(get(), function, Q_RETURN_ARG(QVariant, answer));
+        QMetaObject::invokeMethod(object.get(), function, Q_RETURN_ARG(QVariant, answer));
         return answer.toString();
     }
 
-    /// Whatever was left to be deleted is, wherever the engine or an event left it.
-    void collectGarbage()
-    {
-        for (int i = 0; i < 5; ++i) {
-            engine.collectGarbage();
-            QCoreApplication::processEvents();
-            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        }
-    }
-
-private:
-    PToolVeskZrt const m_plugin; // registers the types
-
-public:
+    PToolVeskZrt const plugin; // registers the types
     QQmlEngine engine;
     QString error;
-
-private:
-    std::unique_ptr<QObject> m_object;
+    std::unique_ptr<QObject> object;
 };
