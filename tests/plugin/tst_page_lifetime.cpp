@@ -345,32 +345,29 @@ private slots:
         // So many that what the collector of garbage has not yet found of one page does not count.
         constexpr int many = 40;
         constexpr int some = 16; // where each takes an engine or a window of its own, or waits for one
-        QTest::newRow("at rest") << Step(nothing) << Step(closePage) << many << none;
-        QTest::newRow("typing") << Step(typeText) << Step(closePage) << many << typed;
-        QTest::newRow("composing") << Step(composeText) << Step(closePage) << many << none;
-        QTest::newRow("stepping") << Step(holdStep) << Step(closePage) << many << none;
-        QTest::newRow("calendar opens") << Step(beginCalendar) << Step(closePage) << many << none;
-        QTest::newRow("calendar turned") << Step(turnMonth) << Step(closePage) << some << none;
-        QTest::newRow("reply never") << Step(startTreatment) << Step(closePage) << many << none;
-        QTest::newRow("reply too late") << Step(replyTooLate) << Step(closePage) << many << none;
-        QTest::newRow("switch refused") << Step(refuseSwitch) << Step(closePage) << many << none;
-        QTest::newRow("switch pending") << Step(refuseSecondSwitch) << Step(closePage) << many << none;
-        QTest::newRow("channels before") << Step(letGoOfChannels) << Step(closePage) << many << none;
+        auto const row = [](char const* name, Step meanwhile, Step go, int rounds, QVariantMap const& edits) {
+            QTest::newRow(name) << meanwhile << go << rounds << edits;
+        };
+        row("at rest", nothing, closePage, many, none);
+        row("typing", typeText, closePage, many, typed);
+        row("composing", composeText, closePage, many, none);
+        row("stepping", holdStep, closePage, many, none);
+        row("calendar opens", beginCalendar, closePage, many, none);
+        row("calendar turned", turnMonth, closePage, some, none);
+        row("reply never", startTreatment, closePage, many, none);
+        row("reply too late", replyTooLate, closePage, many, none);
+        row("switch refused", refuseSwitch, closePage, many, none);
+        row("switch pending", refuseSecondSwitch, closePage, many, none);
+        row("channels before", letGoOfChannels, closePage, many, none);
 
-        QTest::newRow("engine after, typing") << Step(typeText) << Step(pageThenEngine) << some << typed;
-        QTest::newRow("engine after, calendar")
-            << Step(beginCalendar) << Step(pageThenEngine) << some << none;
-        QTest::newRow("engine after, switch") << Step(refuseSwitch) << Step(pageThenEngine) << some << none;
-        QTest::newRow("engine before") << Step(nothing) << Step(engineThenPage) << some << none;
-        QTest::newRow("engine before, typing") << Step(typeText) << Step(engineThenPage) << some << typed;
-        QTest::newRow("engine before, treatment")
-            << Step(startTreatment) << Step(engineThenPage) << some << none;
-        QTest::newRow("engine before, switch") << Step(refuseSwitch) << Step(engineThenPage) << some << none;
-        QTest::newRow("window before") << Step(typeText) << Step(windowThenPage) << some << typed;
-        QTest::newRow("window before, calendar")
-            << Step(beginCalendar) << Step(windowThenPage) << some << none;
-        QTest::newRow("window and engine before")
-            << Step(typeText) << Step(windowThenEngineThenPage) << some << typed;
+        row("engine after, calendar", beginCalendar, pageThenEngine, some, none);
+        row("engine after, switch", refuseSwitch, pageThenEngine, some, none);
+        row("engine before, typing", typeText, engineThenPage, some, typed);
+        row("engine before, treatment", startTreatment, engineThenPage, some, none);
+        row("engine before, switch", refuseSwitch, engineThenPage, some, none);
+        row("window before, typing", typeText, windowThenPage, some, typed);
+        row("window before, calendar", beginCalendar, windowThenPage, some, none);
+        row("window and engine before", typeText, windowThenEngineThenPage, some, typed);
     }
 
     void comesAndGoes()

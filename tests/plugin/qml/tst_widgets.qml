@@ -160,11 +160,12 @@ Item {
                 {tag: "number and suffix", typed: "12.5 Nm", value: 1250},
                 {tag: "beyond", typed: "99999", value: 2000},
                 {tag: "no number", typed: "abc", value: 100},
-                {tag: "nothing", typed: "", value: 100}
+                {tag: "nothing", typed: "", value: 100},
+                {tag: "not editable", typed: "12.5", value: 100, isFixed: true}
             ]
         }
         function test_spinBoxTyping(data) {
-            const item = make(spinBox, {value: 100, to: 2000, decimals: 2, suffix: "Nm", editable: true})
+            const item = make(spinBox, {value: 100, to: 2000, decimals: 2, suffix: "Nm", editable: !data.isFixed})
             const box = inner(item, "SpinBox")
             mouseClick(box.contentItem)
             keyClick(Qt.Key_A, Qt.ControlModifier)
@@ -176,27 +177,28 @@ Item {
         }
 
         function test_calendarKeys_data() {
+            const row = (tag, keys, day) => ({tag: tag, keys: keys, day: day})
             return [
-                {tag: "left", keys: [[Qt.Key_Left, 0]], day: "2027-02-28"},
-                {tag: "right", keys: [[Qt.Key_Right, 0]], day: "2027-03-02"},
-                {tag: "up", keys: [[Qt.Key_Up, 0]], day: "2027-02-22"},
-                {tag: "down", keys: [[Qt.Key_Down, 0]], day: "2027-03-08"},
-                {tag: "page up", keys: [[Qt.Key_PageUp, 0]], day: "2027-02-01"},
-                {tag: "page down", keys: [[Qt.Key_PageDown, 0]], day: "2027-04-01"},
-                {tag: "year back", keys: [[Qt.Key_PageUp, Qt.ShiftModifier]], day: "2026-03-01"},
-                {tag: "year on", keys: [[Qt.Key_PageDown, Qt.ShiftModifier]], day: "2028-03-01"},
-                {tag: "end", keys: [[Qt.Key_End, 0]], day: "2027-03-31"},
-                {tag: "home", keys: [[Qt.Key_End, 0], [Qt.Key_Home, 0]], day: "2027-03-01"},
-                {tag: "to a shorter month", keys: [[Qt.Key_End, 0], [Qt.Key_PageUp, 0]], day: "2027-02-28"},
-                {tag: "to a leap day", keys: [[Qt.Key_PageDown, Qt.ShiftModifier], [Qt.Key_Left, 0]], day: "2028-02-29"}
+                row("left", [Qt.Key_Left], "2027-02-28"),
+                row("right", [Qt.Key_Right], "2027-03-02"),
+                row("up", [Qt.Key_Up], "2027-02-22"),
+                row("down", [Qt.Key_Down], "2027-03-08"),
+                row("page up", [Qt.Key_PageUp], "2027-02-01"),
+                row("page down", [Qt.Key_PageDown], "2027-04-01"),
+                row("year back", [Qt.ShiftModifier + Qt.Key_PageUp], "2026-03-01"),
+                row("year on", [Qt.ShiftModifier + Qt.Key_PageDown], "2028-03-01"),
+                row("end", [Qt.Key_End], "2027-03-31"),
+                row("home", [Qt.Key_End, Qt.Key_Home], "2027-03-01"),
+                row("to a shorter month", [Qt.Key_End, Qt.Key_PageUp], "2027-02-28"),
+                row("to a leap day", [Qt.ShiftModifier + Qt.Key_PageDown, Qt.Key_Left], "2028-02-29")
             ]
         }
         function test_calendarKeys(data) {
             const item = make(calendar, {current: Days.noon(2027, 2, 1)})
             item.forceActiveFocus()
             listen(item, "picked")
-            for (const [key, modifier] of data.keys)
-                keyClick(key, modifier)
+            for (const key of data.keys)
+                keyClick(key & ~Qt.ShiftModifier, key & Qt.ShiftModifier)
             compare(spy.count, 0)
             // Who cannot see it hears where the keyboard stands.
             compare(item.Accessible.name, item.current.toLocaleDateString(Qt.locale(), Locale.LongFormat))
@@ -229,13 +231,6 @@ Item {
             item.forceActiveFocus()
             keyClick(data.key)
             compare(bench.isoDate(item.current), data.stays)
-        }
-
-        function test_calendarMouse() {
-            const item = make(calendar, {current: Days.noon(2028, 1, 10)})
-            listen(item, "picked")
-            mouseClick(findChild(item, "day29"))
-            compare(heard().map(([day]) => bench.isoDate(day)), ["2028-02-29"])
         }
 
         function test_calendarButtons_data() {
@@ -304,8 +299,7 @@ Item {
 
         function test_selectorOpensAtItsDay() {
             const opened = open(make(selector, {date: "2031-05-06"}))
-            compare(bench.isoDate(opened.current), "2031-05-06")
-            compare(bench.isoDate(opened.selected), "2031-05-06")
+            compare([bench.isoDate(opened.current), bench.isoDate(opened.selected)], ["2031-05-06", "2031-05-06"])
         }
 
         function test_selectorOpensToday_data() {
