@@ -2,7 +2,6 @@
 #include "literals.h"
 #include "message_capture.h"
 #include "meta_entries.h"
-#include "qml_object.h"
 #include "signal_log.h"
 #include "variants.h"
 
@@ -243,45 +242,37 @@ private slots:
     void editNeedsRecord_data()
     {
         QTest::addColumn<Action>("lose");
-        QTest::addColumn<Action>("edit");
-        QTest::addColumn<int>("line");
 
-        using Backend = BeMaintenanceToolZrt;
-        QVector<QPair<char const*, Action>> const losses = {
-            {"never had one", [](Backend&) {}},
-            {"had null", [](Backend& backend) { backend.setElement({}); }},
-            {"was reset",
-             [](Backend& backend) {
-                 backend.setElement(makeRecord());
-                 backend.resetBackend();
-             }},
-        };
-        for (auto const& [name, lose] : losses) {
-            auto const row = [&name = name, &lose = lose](char const* edited, int line, Action const& edit) {
-                QTest::addRow("%s, %s", edited, name) << lose << edit << line;
-            };
-            row("serial number", 177, [](Backend& backend) { backend.setSerialNumber("SN-2"_s); });
-            row("days", 188, [](Backend& backend) { backend.setDaysBeforeExpiration(7); });
-            row("validity", 207, [](Backend& backend) { backend.setValidityDate({}, false); });
-        }
+        auto const row = [](char const* name, Action const& lose) { QTest::newRow(name) << lose; };
+        row("never had one", [](BeMaintenanceToolZrt&) {});
+        row("had null", [](BeMaintenanceToolZrt& backend) { backend.setElement({}); });
+        row("was reset", [](BeMaintenanceToolZrt& backend) {
+            backend.setElement(makeRecord());
+            backend.resetBackend();
+        });
     }
 
     void editNeedsRecord()
     {
         QFETCH(Action, lose);
-        QFETCH(Action, edit);
-        QFETCH(int, line);
         Bench bench;
-        lose(bench.backend);
+        auto& backend = bench.backend;
+        lose(backend);
         bench.take();
-        edit(bench.backend);
-        QString const error =
-            "be_maintenance_plugin.cpp:%1 ERROR: Failure to get element pointer"_s.arg(line);
-        QCOMPARE(bench.take(), QStringList{error});
+        auto const error = [](int line) {
+            return QStringList{
+                "be_maintenance_plugin.cpp:%1 ERROR: Failure to get element pointer"_s.arg(line)};
+        };
+        backend.setSerialNumber("SN-2"_s);
+        QCOMPARE(bench.take(), error(177));
+        backend.setDaysBeforeExpiration(7);
+        QCOMPARE(bench.take(), error(188));
+        backend.setValidityDate({}, true);
+        QCOMPARE(bench.take(), error(207));
         QCOMPARE(bench.edits(), QString());
-        // Nor is it made up for.
-        bench.backend.setElement(makeRecord());
-        QCOMPARE(shown(*bench.backend.m_element), shown(*makeRecord()));
+        // Nor is any of it made up for.
+        backend.setElement(makeRecord());
+        QCOMPARE(shown(*backend.m_element), shown(*makeRecord()));
     }
 
     void edit_data()
@@ -386,16 +377,6 @@ private slots:
         QCOMPARE(bench.edits(), "alertBeforeExpiration = int(2), serialNumber = 'SN-2'"_s);
     }
 
-    void channelAt()
-    {
-        Bench bench("a - b");
-        QCOMPARE(bench.backend.getChannelAt(0)->id(), "a"_s);
-        QCOMPARE(bench.backend.getChannelAt(2)->id(), "b"_s);
-        for (int const index : {1, -1, 3, c_least, c_most})
-            QVERIFY(bench.backend.getChannelAt(index).isNull());
-        QCOMPARE(bench.take(), c_silence);
-    }
-
     void updateAsksForAll()
     {
         Bench bench("a b c d");
@@ -421,21 +402,6 @@ private slots:
         }
         backend.updateChannelsValue();
         QCOMPARE(bench.take(), all);
-    }
-
-    void updateAsksHostThatIsQuick()
-    {
-        Bench bench("a b");
-        auto& backend = bench.backend;
-        backend.setConnected(true);
-        bench.take();
-        // A host that carries a treatment out on the spot.
-        connect(&backend, &DAbstractPluginBackend::sigTreatmentQueued, &backend,
-                [&](int id, QString const& name) { backend.treatmentReleased(id, name, true); });
-        for (int i = 0; i < 2; ++i) {
-            backend.updateChannelsValue();
-            QCOMPARE(bench.take(), (QStringList{asksToRead(0, "read a", "a"), asksToRead(1, "read b", "b")}));
-        }
     }
 
     void updateSkipsNull()
@@ -563,82 +529,55 @@ private slots:
                              "BeMaintenanceToolZrt::clickedOnChannel: channel is null at index 0"_s});
     }
 
-    void noSuchChannel_data()
-    {
-        QTest::addColumn<int>("index");
-
-        for (int const index : {-1, 1, 2, c_least, c_most})
-            QTest::addRow("%d", index) << index;
-    }
-
     void noSuchChannel()
     {
-        QFETCH(int, index);
         Bench bench("a -");
         bench.backend.setConnected(true);
         bench.take();
-        auto const error = [index](char const* line) {
-            return QStringList{
-                "be_maintenance_plugin.cpp:%1: channel is null at index %2"_s.arg(QLatin1String(line))
-                    .arg(index)};
-        };
-        bench.backend.clickedOnChannel(index);
-        Bench::turn();
-        QCOMPARE(bench.take(), error("76 BeMaintenanceToolZrt::clickedOnChannel"));
-        QCOMPARE(bench.backend.applyTreatmentReply(index, QString(), success(true)), false);
-        QCOMPARE(bench.take(), error("114 BeMaintenanceToolZrt::applyTreatmentReply"));
-    }
-
-    void replyToClick_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QVariantMap>("reply");
-
-        QTest::newRow("empty name") << ""_s << success(true);
-        QTest::newRow("without success") << QString() << QVariantMap();
-        QTest::newRow("another case") << QString() << QVariantMap{{"CMD_SUCCESS"_s, false}};
-        auto const values = everyKindOfValue();
-        for (auto const& [kind, value] : values)
-            QTest::newRow(kind) << QString() << success(value);
+        for (int const index : {-1, 1, 2, c_least, c_most}) {
+            auto const error = [index](char const* where) {
+                return QStringList{"be_maintenance_plugin.cpp:%1: channel is null at index %2"_s.arg(
+                    QLatin1String(where), QString::number(index))};
+            };
+            bench.backend.clickedOnChannel(index);
+            Bench::turn();
+            QCOMPARE(bench.take(), error("76 BeMaintenanceToolZrt::clickedOnChannel"));
+            QCOMPARE(bench.backend.applyTreatmentReply(index, QString(), success(true)), false);
+            QCOMPARE(bench.take(), error("114 BeMaintenanceToolZrt::applyTreatmentReply"));
+        }
     }
 
     void replyToClick()
     {
-        QFETCH(QString, name);
-        QFETCH(QVariantMap, reply);
         Bench bench("a b");
-        // Whether it was asked for or not.
+        QVector<QVariantMap> replies{{}, {{"CMD_SUCCESS"_s, false}}};
+        auto const values = everyKindOfValue();
+        for (auto const& [kind, value] : values)
+            replies += success(value);
+        // Whether it was asked for or not, and whatever it says.
         DAbstractPluginBackend& base = bench.backend;
-        QCOMPARE(base.applyTreatmentReply(1, name, reply), true);
-        QVERIFY(!bench.backend.getChannelAt(1)->value().isValid());
+        for (auto const& reply : qAsConst(replies)) {
+            QCOMPARE(base.applyTreatmentReply(1, QString(), reply), true);
+            QCOMPARE(base.applyTreatmentReply(1, ""_s, reply), true);
+            QVERIFY(!bench.backend.getChannelAt(1)->value().isValid());
+        }
         QCOMPARE(bench.take(), c_silence);
-    }
-
-    void otherReplyGoesToBase_data()
-    {
-        QTest::addColumn<int>("id");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("isAccepted");
-
-        QTest::newRow("pending") << 0 << "read a"_s << true;
-        QTest::newRow("pending, without a channel") << 7 << "calibrate"_s << true;
-        QTest::newRow("not pending") << 0 << "read b"_s << false;
-        QTest::newRow("other id") << 1 << "read a"_s << false;
-        QTest::newRow("blank name") << 0 << " "_s << false;
-        QTest::newRow("no such channel") << -1 << "read a"_s << false;
     }
 
     void otherReplyGoesToBase()
     {
-        QFETCH(int, id);
-        QFETCH(QString, name);
-        QFETCH(bool, isAccepted);
         Bench bench("a");
-        bench.backend.setConnected(true);
-        bench.backend.updateChannelsValue();
-        QVERIFY(bench.backend.queueTreatment(7, "calibrate"_s, {}));
+        auto& backend = bench.backend;
+        backend.setConnected(true);
+        backend.queueTreatment(0, "read a"_s, {});
+        backend.queueTreatment(7, "calibrate"_s, {});
         bench.take();
-        QCOMPARE(bench.backend.applyTreatmentReply(id, name, success(true)), isAccepted);
+        // The base takes what is pending, with a channel or without.
+        QCOMPARE(backend.applyTreatmentReply(0, "read a"_s, success(true)), true);
+        QCOMPARE(backend.applyTreatmentReply(7, "calibrate"_s, success(true)), true);
+        QCOMPARE(backend.applyTreatmentReply(0, "read b"_s, success(true)), false);
+        QCOMPARE(backend.applyTreatmentReply(1, "read a"_s, success(true)), false);
+        QCOMPARE(backend.applyTreatmentReply(0, " "_s, success(true)), false);
         QCOMPARE(bench.take(), c_silence);
     }
 
@@ -698,34 +637,6 @@ private slots:
         // Without a record there is nothing more to let go of.
         backend.resetBackend();
         QCOMPARE(steps, expected);
-    }
-
-    void modelOutlivesScripts()
-    {
-        QmlObject page(R"(
-            import QtQml 2.15
-            import PlgLibToolZrt 1.0
-            QtObject {
-                property BeMaintenanceToolZrt be: BeMaintenanceToolZrt {}
-                function ids() {
-                    var model = be.statusChannelsModel
-                    var list = []
-                    for (var i = 0; i < model.length; ++i)
-                        list.push(model.item(i).id)
-                    return list.join()
-                }
-            })");
-        QVERIFY2(page.object, qPrintable(page.error));
-        auto* const backend = page.object->property("be").value<BeMaintenanceToolZrt*>();
-        QVERIFY(backend);
-        QCOMPARE(page.call("ids"), QString());
-        for (auto const* ids : {"a", "a,b"}) {
-            backend->statusChannelsModel()->append(
-                DZrtToolChannel::create({{"id"_s, QString::fromLatin1(ids).right(1)}}));
-            QCOMPARE(page.call("ids"), QString::fromLatin1(ids));
-            collectGarbage(page.engine);
-            QCOMPARE(page.call("ids"), QString::fromLatin1(ids));
-        }
     }
 };
 
