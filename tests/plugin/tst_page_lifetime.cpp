@@ -50,14 +50,6 @@ public:
     QList<QVariantList> calls;
 };
 
-/// A channel that tells how many listen to it.
-class OpenChannel : public DZrtToolChannel
-{
-public:
-    using DZrtToolChannel::DZrtToolChannel;
-    using QObject::receivers;
-};
-
 // Everything that is posted, what is to be deleted included.
 void settle()
 {
@@ -104,25 +96,23 @@ public:
         backend = root->findChild<BeMaintenanceToolZrt*>();
         window->grabWindow(); // everything finds its place
 
-        held.reset(new OpenChannel);
-        held->setId("held"_s);
-        held->setReadCommand("readHeld"_s);
-        auto const lamp = DZrtToolChannel::create({{"id"_s, "lamp"_s}});
-        lamp->setReadCommand("readLamp"_s);
-        listed = lamp.data();
-        backend->statusChannelsModel()->append(held);
-        backend->statusChannelsModel()->append(lamp);
-        script("shelf.held = be.statusChannelsModel.item(0)");
-        script("shelf.listed = be.statusChannelsModel.item(1)");
-        script("shelf.model = be.statusChannelsModel");
-    }
-
-    void script(char const* text) const
-    {
-        QQmlExpression expression(qmlContext(root), root, QString::fromLatin1(text));
+        held = appendChannel("held"_s);
+        listed = appendChannel("listed"_s).data();
+        QQmlExpression expression(qmlContext(root), root,
+                                  "shelf.model = be.statusChannelsModel;"
+                                  "shelf.held = shelf.model.item(0);"
+                                  "shelf.listed = shelf.model.item(1)"_s);
         expression.evaluate();
         if (expression.hasError())
             qFatal("%s", qPrintable(expression.error().toString()));
+    }
+
+    QSharedPointer<DZrtToolChannel> appendChannel(QString const& id) const
+    {
+        auto const channel = DZrtToolChannel::create({{"id"_s, id}});
+        channel->setReadCommand("read "_s + id);
+        backend->statusChannelsModel()->append(channel);
+        return channel;
     }
 
     /// The first item of a kind in a part of the page.
@@ -155,9 +145,8 @@ public:
     std::unique_ptr<QQuickWindow>& window;
     QPointer<QQuickItem> root;
     QPointer<BeMaintenanceToolZrt> backend;
-    QSharedPointer<OpenChannel> held;
+    QSharedPointer<DZrtToolChannel> held;
     QPointer<DZrtToolChannel> listed;
-    int lateReplies = 0;
 
 private:
     static QQuickItem* named(QQuickItem const& item, QString const& name)
@@ -218,25 +207,17 @@ void turnMonth(Page& page)
     QCOMPARE(page.calendar()->property("shownMonth").toInt(), 3);
 }
 
+// A switch is taken once, and refused while that is pending.
 void startTreatment(Page& page)
 {
     page.backend->setConnected(true);
     QVERIFY(QMetaObject::invokeMethod(page.root, "updateData"));
     page.backend->clickedOnChannel(1);
     QVERIFY(page.backend->hasPendingTreatments());
-}
-
-void replyTooLate(Page& page)
-{
-    startTreatment(page);
-    // A host that calls the backend back from the event loop.
-    QMetaObject::invokeMethod(
-        page.backend,
-        [&page] {
-            ++page.lateReplies;
-            page.backend->applyTreatmentReply(1, {}, {{"cmd_success"_s, true}});
-        },
-        Qt::QueuedConnection);
+    QSignalSpy const retries(page.backend, &BeMaintenanceToolZrt::delayingClickedOnChannel);
+    page.backend->clickedOnChannel(1);
+    QCoreApplication::sendPostedEvents(page.backend);
+    QCOMPARE(retries.count(), 2);
 }
 
 void refuseSwitch(Page& page)
@@ -249,19 +230,9 @@ void refuseSwitch(Page& page)
     QCOMPARE(retries.count(), 8);
 }
 
-// Taken once; refused while that is pending.
-void refuseSecondSwitch(Page& page)
-{
-    startTreatment(page);
-    QSignalSpy const retries(page.backend, &BeMaintenanceToolZrt::delayingClickedOnChannel);
-    page.backend->clickedOnChannel(1);
-    QCoreApplication::sendPostedEvents(page.backend);
-    QCOMPARE(retries.count(), 2);
-}
-
 void letGoOfChannels(Page& page)
 {
-    page.held.reset(new OpenChannel);
+    page.held.reset(new DZrtToolChannel);
     page.backend->statusChannelsModel()->clear();
     QVERIFY(page.listed.isNull());
 }
@@ -286,7 +257,7 @@ void engineThenPage(Page& page)
     page.backend->setSerialNumber("after"_s);
     page.backend->setConnected(!page.backend->isConnected());
     page.backend->updateChannelsValue();
-    page.backend->applyTreatmentReply(0, "readHeld"_s, {});
+    page.backend->applyTreatmentReply(0, "read held"_s, {});
     settle();
     delete page.root.data();
 }
@@ -354,10 +325,8 @@ private slots:
         row("stepping", holdStep, closePage, many, none);
         row("calendar opens", beginCalendar, closePage, many, none);
         row("calendar turned", turnMonth, closePage, some, none);
-        row("reply never", startTreatment, closePage, many, none);
-        row("reply too late", replyTooLate, closePage, many, none);
+        row("treatment pending", startTreatment, closePage, many, none);
         row("switch refused", refuseSwitch, closePage, many, none);
-        row("switch pending", refuseSecondSwitch, closePage, many, none);
         row("channels before", letGoOfChannels, closePage, many, none);
 
         row("engine after, calendar", beginCalendar, pageThenEngine, some, none);
@@ -428,9 +397,7 @@ private:
             QVERIFY(page.root.isNull());
             QVERIFY(page.backend.isNull());
             QVERIFY(page.listed.isNull());
-            QCOMPARE(page.lateReplies, 0);
             // Nobody listens to what the test still holds.
-            QCOMPARE(page.held->receivers(SIGNAL(idChanged())), 0);
             page.held->setId("after"_s);
             QCOMPARE(page.application.calls, (QList<QVariantList>{{"updatePluginParameters"_s, c_id, edits},
                                                                   {"saveMaintenanceToFile"_s}}));
