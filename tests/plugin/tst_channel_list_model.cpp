@@ -398,17 +398,6 @@ private slots:
         QVERIFY(isIndexRight(model));
     }
 
-    void goesBeforeItsChannels()
-    {
-        auto model = std::make_unique<OLM_DZrtToolChannel>();
-        fill(*model, "a b"_s);
-        auto const held = model->at(0);
-        QPointer<DZrtToolChannel> const released = model->at(1).data();
-        model.reset();
-        QVERIFY(released.isNull());
-        QCOMPARE(held->id(), "a"_s);
-    }
-
     void blockedSignals()
     {
         // Nobody hears of the changes, but the index knows of them.

@@ -7,7 +7,6 @@
 #include <d_zrt_tool_channel.h>
 
 #include <QPointer>
-#include <QWeakPointer>
 #include <QtTest>
 
 #include <memory>
@@ -267,19 +266,6 @@ private slots:
         QCOMPARE(channel->name(), "Lamp"_s);
         QVERIFY(!channel->value().isValid());
         QCOMPARE(channel->type(), DZrtToolChannel::CeCtUnknown);
-    }
-
-    void belongsToItsHolders()
-    {
-        auto channel = DZrtToolChannel::create({});
-        QVERIFY(!channel->parent());
-        QWeakPointer<QObject> const weak = channel;
-        auto second = channel;
-        channel.reset();
-        QVERIFY(!weak.isNull());
-        second.reset();
-        // At once, without an event loop.
-        QVERIFY(weak.isNull());
     }
 
     void isQmlType()

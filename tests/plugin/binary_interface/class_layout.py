@@ -114,7 +114,7 @@ def describe(layouts, name):
         lines.append(f"own bytes: {layout.size - first_base.size}")
     if replaced:
         lines.append(f"in place of others: {', '.join(replaced)}")
-    return "\n    ".join(lines + added) + "\n"
+    return "\n    ".join(lines + added)
 
 
 def describe_all(compiler, *folders):
@@ -122,7 +122,7 @@ def describe_all(compiler, *folders):
     commands = [name for name in layouts if re.fullmatch(r"DCmd\w+", name)]
     if not commands:
         sys.exit("The compiler's dump says nothing about any command class.")
-    return "\n".join(describe(layouts, name) for name in FRAMEWORK + PLUGIN + commands)
+    return "".join(f"{describe(layouts, name)}\n" for name in FRAMEWORK + PLUGIN + commands)
 
 
 baseline.check(describe_all)

@@ -1,8 +1,6 @@
 import QtQuick 2.15
 import QtQuick.Window 2.15
 import QtTest 1.15
-import "qrc:/applications/AppWorkplace/gui/panels"
-import "qrc:/applications/AppWorkplace/gui/widgets"
 import "qrc:/applications/AppWorkplace/gui/widgets/days.js" as Days
 
 // The components that the workplace lends to maintenance pages, one by one.
@@ -85,7 +83,8 @@ Item {
 
         // A number that is copied from the screen must not be the end of a longer one.
         function test_textFieldShowsBeginning() {
-            const item = make("UiTextField", {width: 200, text: "0123456789".repeat(10), horizontalAlignment: Text.AlignHCenter})
+            const text = "0123456789".repeat(10)
+            const item = make("UiTextField", {width: 200, text: text, horizontalAlignment: Text.AlignHCenter})
             const field = inner(item, "TextField")
             compare(field.cursorPosition, 0)
             verify(field.positionToRectangle(0).x >= 0)
@@ -99,8 +98,8 @@ Item {
         }
 
         function test_textFieldAlignment() {
-            const item = make("UiTextField", {horizontalAlignment: Text.AlignRight, verticalAlignment: Text.AlignBottom})
-            const field = inner(item, "TextField")
+            const alignment = {horizontalAlignment: Text.AlignRight, verticalAlignment: Text.AlignBottom}
+            const field = inner(make("UiTextField", alignment), "TextField")
             compare(field.horizontalAlignment, Text.AlignRight)
             compare(field.verticalAlignment, Text.AlignBottom)
         }
@@ -242,10 +241,14 @@ Item {
             verify(!findChild(item, "day" + (days + 1)))
         }
 
+        function inWords(...day) {
+            return Days.noon(...day).toLocaleDateString(Qt.locale(), Locale.LongFormat)
+        }
+
         function test_selectorText_data() {
             return [
                 {tag: "permanent", date: "", text: "permanent"},
-                {tag: "a day", date: "2027-03-01", text: Days.noon(2027, 2, 1).toLocaleDateString(Qt.locale(), Locale.LongFormat)},
+                {tag: "a day", date: "2027-03-01", text: inWords(2027, 2, 1)},
                 {tag: "no such day", date: "2027-02-29", text: "2027-02-29"},
                 {tag: "no such month", date: "2027-13-01", text: "2027-13-01"},
                 {tag: "another way to write it", date: "01.03.2027", text: "01.03.2027"},
@@ -340,7 +343,7 @@ Item {
 
         function test_panelShowsContent() {
             const item = make("BasePanelMaintenance", {spacing: 10})
-            const inside = Qt.createQmlObject("import QtQuick 2.15; Item { implicitHeight: 100; implicitWidth: 200 }", item)
+            const inside = Qt.createQmlObject("import QtQuick 2.15\nItem { implicitHeight: 100 }", item)
             item.contentItem = inside
             compare(inside.parent, item)
             tryCompare(inside, "width", 400)
