@@ -6,9 +6,9 @@ Host and plugin call each other through virtual tables by position: a table in a
 built, without a word from compiler or linker.
 
 A class stands there with its bases, then the functions of its table that are not its first base's, each at its
-position: first those that take the place of another, then those that are added. A destructor has two, and always takes
-the place of its base's. The tables of further bases follow from the rest and are left out. How many bytes a class adds to
-its first base is said of the plugin's classes; those of the framework are the host's business.
+position: first those that take the place of another, then those that are added. A destructor has two positions, and
+always takes the place of its base's. The tables of further bases follow from the rest and are left out. How many bytes
+a class adds to its first base is said of the plugin's classes; those of the framework are the host's business.
 """
 import re
 import subprocess

@@ -249,7 +249,7 @@ Item {
         }
 
         function test_serialNumbers() {
-            for (const text of ["a\u0000b\u0007\tc\nd \u{1f529}", ""]) {
+            for (const text of [" a\u0000b\u0007\tc\nd \u{1f529} ", ""]) {
                 serialNumber().sigTextChanged(text)
                 compare(bench.record().serialNumber, text)
                 compare(bench.backendOfPage().getModifiedParameters(), {serialNumber: text})

@@ -171,6 +171,8 @@ Item {
                 row("home", [2027, 2, 31], Qt.Key_Home, "2027-03-01"),
                 row("to a shorter month", [2027, 2, 31], Qt.Key_PageUp, "2027-02-28"),
                 row("to a leap day", [2028, 2, 1], Qt.Key_Left, "2028-02-29"),
+                row("to the first day", [1, 0, 2], Qt.Key_Left, "0001-01-01"),
+                row("to the last day", [9999, 11, 30], Qt.Key_Right, "9999-12-31"),
                 row("no day before the first", [1, 0, 1], Qt.Key_Left, "0001-01-01"),
                 row("no month before the first", [1, 0, 20], Qt.Key_PageUp, "0001-01-20"),
                 row("no day behind the last", [9999, 11, 31], Qt.Key_Right, "9999-12-31"),
