@@ -81,11 +81,12 @@ def read_tables(block):
 
 def full_table(layouts, name):
     """A table with a name for every function. One without a body has its name in a class that gives it one."""
+    own = layouts[name].tables[0]
     for heir in layouts.values():
         if name in heir.bases and "__cxa_pure_virtual" not in sum(heir.tables, []):
-            # An interface is a second base.
-            return heir.tables[1 if name.startswith("I") else 0]
-    return layouts[name].tables[0]
+            # That of an interface is a further one, and shorter.
+            return next(table for table in reversed(heir.tables) if len(table) >= len(own))
+    return own
 
 
 def short_name(function):
