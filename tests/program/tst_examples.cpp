@@ -1,112 +1,54 @@
-#include "complaint.h"
 #include "literals.h"
-#include "outcome.h"
-#include "scratch_folder.h"
+#include "terminal.h"
+#include "workplace.h"
 
 #include "log_lines/find_log_lines.h"
 
-#include <zrt_controller/zrt_formats.h>
-
 #include <QtTest>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdlib>
 
 namespace
 {
 
-QString const examples = QStringLiteral(WORKPLACE_EXAMPLES);
-QString const faultExamples = QStringLiteral(WORKPLACE_EXAMPLES "/faults");
-QString const workingDay = "working_day.json"_s;
-
-/// Runs the program in the folder of the examples.
-Outcome run(QStringList const& arguments)
+QString const c_examples = QStringLiteral(WORKPLACE_EXAMPLES "/");
+QString workingDayTranscript()
 {
-    QProcess program;
-    program.setWorkingDirectory(examples);
-    program.start(QStringLiteral(WORKPLACE_PROGRAM), arguments);
-    return outcomeOf(program);
+    return QString::fromUtf8(contentOf(QStringLiteral(TRANSCRIPT)));
 }
 
-/// What the program writes when it stands at a terminal.
-class Terminal
+QString recordedTrace(QString const& name)
 {
-public:
-    Terminal() : m_master(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK))
-    {
-        if (m_master < 0 || ::grantpt(m_master) != 0 || ::unlockpt(m_master) != 0)
-            qFatal("there is no terminal to be had");
-        m_name = QString::fromLocal8Bit(::ptsname(m_master));
-        m_slave =
-            ::open(::ptsname(m_master), O_RDWR | O_NOCTTY); // so that nothing is lost when the program ends
-    }
-    ~Terminal()
-    {
-        ::close(m_slave);
-        ::close(m_master);
-    }
-    Terminal(Terminal const&) = delete;
-    Terminal& operator=(Terminal const&) = delete;
+    return withoutPlaces(QString::fromUtf8(contentOf(c_examples + "traces/%1.jsonl"_s.arg(name))));
+}
 
-    enum class Channel
-    {
-        Output,
-        Error,
-    };
+/// What --json prints of an example: its recorded trace, without what is of use in a trace alone.
+QString expectedJson(QString const& name)
+{
+    static QRegularExpression const ofTracesAlone(
+        "^.*\"event\":\"(stopAll|instruction|withdrawn|reply|dropped|notDelivered\".*\"goesOn\":false}$).*\n"_s,
+        QRegularExpression::MultilineOption);
+    return recordedTrace(name).remove(ofTracesAlone);
+}
 
-    /// Runs the program in the folder of the examples, with one of its channels on the terminal.
-    QString run(QStringList const& arguments, Channel channel = Channel::Output)
-    {
-        QProcess program;
-        program.setWorkingDirectory(examples);
-        if (channel == Channel::Output)
-            program.setStandardOutputFile(m_name);
-        else
-            program.setStandardErrorFile(m_name);
-        program.start(QStringLiteral(WORKPLACE_PROGRAM), arguments);
-        QByteArray text;
-        do
-            readInto(text);
-        while (!program.waitForFinished(20) && program.state() != QProcess::NotRunning);
-        readInto(text);
-        return QString::fromUtf8(text.replace("\r\n", "\n")); // the terminal's own line ends
-    }
-
-private:
-    void readInto(QByteArray& text) const
-    {
-        char buffer[4096];
-        for (ssize_t count = 0; (count = ::read(m_master, buffer, sizeof buffer)) > 0;)
-            text.append(buffer, static_cast<int>(count));
-    }
-
-    int const m_master;
-    int m_slave = -1;
-    QString m_name;
-};
-
-/// The work sequences in a folder, the set-up files left out.
-QStringList sequencesIn(QString const& folder)
+/// The files of a folder and those below it, as they can be named in it.
+QStringList filesIn(QString const& folder, QString const& filter)
 {
     QStringList names;
-    auto const files = QDir(folder).entryList({"*.json"_s}, QDir::Files, QDir::Name);
-    for (auto const& file : files) {
-        if (QJsonDocument::fromJson(contentOf(folder + QLatin1Char('/') + file)).object().contains("steps"_s))
-            names += file;
-    }
+    for (QDirIterator it(folder, {filter}, QDir::Files, QDirIterator::Subdirectories); it.hasNext();)
+        names += QDir(folder).relativeFilePath(it.next());
+    names.sort();
     return names;
 }
 
-QStringList linesOf(QString const& text)
+/// The examples that are work sequences, "faults/late".
+QStringList sequences()
 {
-    return text.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-}
-
-QJsonObject objectOf(QString const& line)
-{
-    return QJsonDocument::fromJson(line.toUtf8()).object();
+    QStringList names;
+    auto const files = filesIn(c_examples, "*.json"_s);
+    for (auto const& file : files) {
+        if (contentOf(c_examples + file).contains("\"steps\""))
+            names += file.chopped(5); // without ".json"
+    }
+    return names;
 }
 
 } // namespace
@@ -117,207 +59,138 @@ class TestExamples : public QObject
     Q_OBJECT
 
 private slots:
-    void everySequenceIsHere() { QCOMPARE(sequencesIn(examples), QStringList({"init.json"_s, workingDay})); }
-
-    void workingDayTwice()
-    {
-        ScratchFolder const folder;
-        QStringList outs;
-        QList<QByteArray> traces;
-        for (int i = 0; i < 2; ++i) {
-            QString const trace = folder.filePath(QString::number(i));
-            Outcome const outcome = run({"run"_s, "--json"_s, "--trace"_s, trace, workingDay});
-            QCOMPARE(outcome.err, QString());
-            QCOMPARE(outcome.exitCode, 0);
-            outs += outcome.out;
-            traces += contentOf(trace);
-        }
-        QVERIFY(linesOf(outs[0]).size() > 40);
-        QCOMPARE(outs[1], outs[0]);
-        QVERIFY(traces[0].count('\n') > outs[0].count(QLatin1Char('\n')));
-        QVERIFY(traces[1] == traces[0]);
-        auto const lines = linesOf(outs[0]) + linesOf(QString::fromUtf8(traces[0]));
-        for (auto const& line : lines)
-            QVERIFY2(!objectOf(line).value("event"_s).toString().isEmpty(), qPrintable(line));
-    }
-
-    // What the day is about, whatever the figures of its screws.
-    void workingDayInShort()
-    {
-        Outcome const outcome = run({"run"_s, "--json"_s, workingDay});
-        QStringList orders;
-        QStringList statuses;
-        QStringList progress;
-        QStringList effects;
-        auto const lines = linesOf(outcome.out);
-        for (auto const& line : lines) {
-            QJsonObject const object = objectOf(line);
-            QString const event = object.value("event"_s).toString();
-            QString const key = object.value("key"_s).toString();
-            QJsonObject const value = object.value("value"_s).toObject();
-            if (event == QLatin1String("order"))
-                orders += object.value("command"_s).toString();
-            if (event == QLatin1String("person"))
-                effects += object.value("effect"_s).toString();
-            if (key == QLatin1String("eventData"))
-                statuses +=
-                    value.value("status"_s).toString() + QString::number(value.value("error"_s).toInt());
-            if (key == QLatin1String("statusData"))
-                progress +=
-                    value.value("state"_s).toString() + QString::number(value.value("progress"_s).toInt());
-            if (event == QLatin1String("finished"))
-                QVERIFY2(object.value("success"_s).toBool(), qPrintable(line));
-        }
-        QCOMPARE(orders.join(QLatin1Char(' ')),
-                 "init startListening getPresetInfo getDirection startTightening stopTightening "
-                 "listenTrigger restore getPresetInfo"_s);
-        QCOMPARE(statuses.join(QLatin1Char(' ')), "OK0 OK0 NOK330 OK0 OK0 OK0"_s);
-        QCOMPARE(progress.join(QLatin1Char(' ')), "running25 running50 running75 done100"_s);
-        QCOMPARE(effects.join(QLatin1Char('|')), "||||but the tool is locked||"_s);
-        QVERIFY2(
-            lines.last().contains(R"("event":"end","done":16,"failed":0,"notRun":0,"droppedReplies":0)"_s),
-            qPrintable(lines.last()));
-    }
-
-    void restoreWithoutATerminal()
-    {
-        QString const out = run({"run"_s, workingDay}).out;
-        QVERIFY(!out.contains(QLatin1Char('\r')));
-        QVERIFY(!out.contains(QLatin1Char('\x1b')));
-        QCOMPARE(linesOf(out).filter("restoring ["_s).size(), 4);
-        QCOMPARE(out.count("restoring ["_s), 4);
-    }
-
-    void restoreAtATerminal()
-    {
-        QString const out = Terminal().run({"run"_s, workingDay});
-        QString const plain = run({"run"_s, workingDay}).out;
-        QVERIFY(plain.contains("restoring ["_s));
-        // The same, but that each bar is written over the one before.
-        QStringList const bars = linesOf(out).filter("restoring ["_s);
-        QCOMPARE(bars.size(), 1);
-        QCOMPARE(bars[0].split(QLatin1Char('\r')), linesOf(plain).filter("restoring ["_s));
-        QString copy = out;
-        QCOMPARE(copy.replace(QLatin1Char('\r'), QLatin1Char('\n')), plain);
-    }
-
-    void everyFaultHasAnExample()
-    {
-        QSet<int> shown;
-        auto const sequences = sequencesIn(faultExamples);
-        for (auto const& sequence : sequences) {
-            QString const setup =
-                QJsonDocument::fromJson(contentOf(faultExamples + QLatin1Char('/') + sequence))
-                    .object()
-                    .value("controller"_s)
-                    .toString();
-            auto const faults = readZrtSetup(faultExamples + QLatin1Char('/') + setup).faults;
-            QVERIFY2(!faults.isEmpty(), qPrintable(setup));
-            for (auto const& fault : faults)
-                shown += fault.kind;
-        }
-        // The kinds that there are have one name each in the schema.
-        auto const schema = QJsonDocument::fromJson(zrtSchemas().value("controller"_s)).object();
-        QJsonValue kinds = schema;
-        for (char const* const key : {"properties", "faults", "items", "properties", "kind", "oneOf"})
-            kinds = kinds[QLatin1String(key)];
-        QVERIFY(!shown.isEmpty());
-        QCOMPARE(shown.size(), kinds.toArray().size());
-    }
-
-    void traces_data()
+    void everySequence_data()
     {
         QTest::addColumn<QString>("name");
-        for (QString const& folder : {QString(), "faults/"_s}) {
-            auto const sequences = sequencesIn(examples + QLatin1Char('/') + folder);
-            for (auto const& sequence : sequences) {
-                QString const name = folder + sequence.chopped(5); // without ".json"
-                QTest::newRow(qPrintable(name)) << name;
-            }
-        }
+        auto const names = sequences();
+        for (auto const& name : names)
+            QTest::newRow(qPrintable(name)) << name;
     }
 
-    void traces()
+    // The same in each run, and as recorded.
+    void everySequence()
     {
         QFETCH(QString, name);
-        ScratchFolder const folder;
-        QString const recorded = "traces/%1.jsonl"_s.arg(name);
-        QString const trace = folder.filePath("trace"_s);
-        QCOMPARE(run({"run"_s, "--trace"_s, trace, name + ".json"_s}).exitCode, 0);
-        QStringList const lines = linesOf(QString::fromUtf8(contentOf(trace)));
-        QStringList const recordedLines =
-            linesOf(QString::fromUtf8(contentOf(examples + QLatin1Char('/') + recorded)));
-        for (int i = 0; i < qMin(lines.size(), recordedLines.size()); ++i)
-            QCOMPARE(withoutPlaces(lines[i]), withoutPlaces(recordedLines[i]));
-        QCOMPARE(lines.size(), recordedLines.size());
+        QString const trace = m_workplace.filePath("trace"_s);
+        QString const commandLine = "run %1.json --trace %2"_s.arg(name, trace);
+        Outcome const asText = run(commandLine);
+        QCOMPARE(asText, prints(asText.out));
+        QByteArray const traceBesideText = contentOf(trace);
+        QCOMPARE(withoutPlaces(QString::fromUtf8(traceBesideText)), recordedTrace(name));
 
-        Outcome const outcome = run({"replay"_s, recorded});
-        QCOMPARE(outcome.err, QString());
-        QVERIFY2(QRegularExpression("^[1-9][0-9]* steps, all as recorded\n$"_s).match(outcome.out).hasMatch(),
-                 qPrintable(outcome.out));
-        QCOMPARE(outcome.exitCode, 0);
-    }
+        Outcome asJson = run(commandLine + " --json"_s);
+        asJson.out = withoutPlaces(asJson.out);
+        QCOMPARE(asJson, prints(expectedJson(name)));
+        QCOMPARE(contentOf(trace), traceBesideText);
 
-    void replayAtATerminal()
-    {
-        QStringList const arguments{"replay"_s, "traces/working_day.jsonl"_s};
-        QString const shown = Terminal().run(arguments, Terminal::Channel::Error);
-        QVERIFY2(shown.startsWith("\rreplaying 2 %\rreplaying 3 %"_s), qPrintable(shown));
-        QVERIFY2(shown.endsWith("\rreplaying 100 %\r\x1b[K"_s), qPrintable(shown));
-        QCOMPARE(shown.count("\x1b[K"_s), 1);
-        // It makes room for a difference.
-        ScratchFolder const folder;
-        QByteArray trace = contentOf(examples + "/traces/init.jsonl"_s);
-        trace.replace(R"("name":"getInfo")", R"("name":"getDate")");
-        QString const file = folder.write("trace"_s, trace);
-        QString const other = Terminal().run({"replay"_s, file}, Terminal::Channel::Error);
-        QVERIFY2(other.count(" %\r\x1b[K\rreplaying "_s) > 0, qPrintable(other));
-    }
-
-    void explainAtATerminal()
-    {
-        QStringList const arguments{"explain"_s, "traces/working_day.jsonl"_s};
-        QString const shown = Terminal().run(arguments, Terminal::Channel::Error);
-        QVERIFY2(shown.startsWith("\rreading 1 %\rreading 2 %"_s), qPrintable(shown));
-        QVERIFY2(shown.endsWith("\rreading 100 %\r\x1b[K"_s), qPrintable(shown));
-        QCOMPARE(shown.count("\x1b[K"_s), 1);
+        Outcome const replayed = run("replay traces/%1.jsonl"_s.arg(name));
+        QCOMPARE(replayed, prints(replayed.out));
+        QVERIFY2(
+            QRegularExpression("^[1-9][0-9]* steps, all as recorded\n$"_s).match(replayed.out).hasMatch(),
+            qPrintable(replayed.out));
     }
 
     void everyTraceHasItsSequence()
     {
-        QStringList left;
-        for (QDirIterator it(examples + "/traces"_s, QDir::Files, QDirIterator::Subdirectories);
-             it.hasNext();) {
-            QString const name =
-                QDir(examples + "/traces"_s).relativeFilePath(it.next()).section(QLatin1Char('.'), 0, 0);
-            if (!QFile::exists("%1/%2.json"_s.arg(examples, name)))
-                left += name;
+        QCOMPARE(filesIn(c_examples + "traces"_s, "*.jsonl"_s),
+                 sequences().replaceInStrings(QRegularExpression("$"_s), ".jsonl"_s));
+    }
+
+    void workingDay() { QCOMPARE(run("run working_day.json"_s), prints(workingDayTranscript())); }
+
+    // Each progress bar is written over the one before.
+    void workingDayAtATerminal()
+    {
+        Terminal const terminal;
+        QCOMPARE(run("run working_day.json"_s,
+                     [&](QProcess& program) { program.setStandardOutputFile(terminal.name()); }),
+                 prints({}));
+        QString shown = terminal.shown();
+        QCOMPARE(shown.count(QLatin1Char('\r')), 3);
+        QCOMPARE(linesOf(shown).filter("restoring ["_s).size(), 1);
+        QCOMPARE(shown.replace(QLatin1Char('\r'), QLatin1Char('\n')), workingDayTranscript());
+    }
+
+    void progressAtATerminal_data()
+    {
+        QTest::addColumn<QString>("begin");
+        QTest::addColumn<QString>("end");
+        QTest::newRow("replay traces/working_day.jsonl") << "\rreplaying 2 %\rreplaying 3 %"_s
+                                                         << "\rreplaying 100 %\r\x1b[K"_s;
+        QTest::newRow("explain traces/working_day.jsonl") << "\rreading 1 %\rreading 2 %"_s
+                                                          << "\rreading 100 %\r\x1b[K"_s;
+    }
+
+    void progressAtATerminal()
+    {
+        QFETCH(QString, begin);
+        QFETCH(QString, end);
+        QString const shown = errorsAtATerminal(QLatin1String(QTest::currentDataTag()));
+        QVERIFY2(shown.startsWith(begin) && shown.endsWith(end), qPrintable(shown));
+        QCOMPARE(shown.count("\x1b[K"_s), 1);
+    }
+
+    void progressMakesRoomForADifference()
+    {
+        QByteArray trace = contentOf(c_examples + "traces/init.jsonl"_s);
+        trace.replace(R"("name":"getInfo")", R"("name":"getDate")");
+        QString const shown = errorsAtATerminal("replay "_s + m_workplace.write("other"_s, trace));
+        QVERIFY2(shown.contains(" %\r\x1b[K\rreplaying "_s), qPrintable(shown));
+    }
+
+    // The traces differ in their date alone.
+    void realTime()
+    {
+        QString const trace = m_workplace.filePath("trace"_s);
+        QString const commandLine = "run faults/delay.json --trace "_s + trace;
+        Outcome const simulated = run(commandLine);
+        QByteArray const simulatedTrace = contentOf(trace);
+        QCOMPARE(run(commandLine + " --real-time"_s), simulated);
+        QByteArray realTrace = contentOf(trace);
+        int const date = realTrace.indexOf(QDate::currentDate().toString(Qt::ISODate).toLatin1());
+        QVERIFY(date > 0);
+        QByteArray const start = "2000-01-01T00:00:00.000";
+        QCOMPARE(realTrace.replace(date, start.size(), start), simulatedTrace);
+    }
+
+    void everyFaultHasAnExample()
+    {
+        QSet<QString> shown;
+        auto const files = filesIn(c_examples, "*.controller.json"_s);
+        for (auto const& file : files) {
+            auto const faults = QJsonDocument::fromJson(contentOf(c_examples + file))["faults"_s].toArray();
+            for (auto const& fault : faults)
+                shown += fault["kind"_s].toString();
         }
-        QCOMPARE(left, QStringList());
+        auto const schema = QJsonDocument::fromJson(run("schema controller"_s).out.toUtf8());
+        auto const kinds =
+            schema["properties"_s]["faults"_s]["items"_s]["properties"_s]["kind"_s]["oneOf"_s].toArray();
+        QSet<QString> known;
+        for (auto const& kind : kinds)
+            known += kind["const"_s].toString();
+        QVERIFY(!known.isEmpty());
+        QCOMPARE(shown, known);
     }
 
-    void setups_data()
+private:
+    /// Runs the program in the folder of the examples, so that no path of this machine is in what it prints.
+    Outcome run(QString const& commandLine, Workplace::SetUp const& setUp = {}) const
     {
-        QTest::addColumn<QString>("file");
-        for (auto const& folder : {examples, faultExamples}) {
-            auto const files = QDir(folder).entryInfoList({"*controller*.json"_s}, QDir::Files, QDir::Name);
-            for (auto const& file : files)
-                QTest::newRow(qPrintable(file.fileName())) << file.filePath();
-        }
+        return m_workplace.run(commandLine, [&](QProcess& program) {
+            program.setWorkingDirectory(c_examples);
+            if (setUp)
+                setUp(program);
+        });
     }
 
-    void setups()
+    QString errorsAtATerminal(QString const& commandLine) const
     {
-        QFETCH(QString, file);
-        QCOMPARE(complaintOf([&] { readZrtSetup(file); }), "no complaint"_s);
+        Terminal const terminal;
+        run(commandLine, [&](QProcess& program) { program.setStandardErrorFile(terminal.name()); });
+        return terminal.shown();
     }
 
-    void backup()
-    {
-        ZrtBackup const backup = readZrtBackup(examples + "/backup.json"_s);
-        QCOMPARE(backup.presets.keys(), QList<int>({1, 2, 3, 4, 15}));
-        QCOMPARE(backup.parameters.size(), 2);
-    }
+    Workplace const m_workplace;
 };
 
 QTEST_GUILESS_MAIN(TestExamples)

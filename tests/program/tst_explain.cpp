@@ -1,46 +1,11 @@
 #include "literals.h"
-#include "outcome.h"
-#include "scratch_folder.h"
+#include "terminal.h"
+#include "workplace.h"
 
 #include <QtTest>
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdlib>
-
 namespace
 {
-
-QString const examples = QStringLiteral(WORKPLACE_EXAMPLES);
-
-Outcome run(QStringList const& arguments, QString const& standardInput = QProcess::nullDevice())
-{
-    QProcess program;
-    program.setWorkingDirectory(examples);
-    program.setStandardInputFile(standardInput);
-    auto environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("QT_LOGGING_RULES"_s, "default.debug=false"_s);
-    program.setProcessEnvironment(environment);
-    program.start(QStringLiteral(WORKPLACE_PROGRAM), arguments);
-    return outcomeOf(program);
-}
-
-/// What the program makes of a log.
-Outcome explain(QByteArray const& log, QStringList const& options = {})
-{
-    ScratchFolder const folder;
-    return run(QStringList{"explain"_s, folder.write("log"_s, log)} + options);
-}
-
-QList<QJsonObject> objects(QString const& text)
-{
-    QList<QJsonObject> all;
-    auto const lines = text.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    for (auto const& line : lines)
-        all += QJsonDocument::fromJson(line.toUtf8()).object();
-    return all;
-}
 
 /// An error line as Qt hands it to the host.
 QByteArray error(char const* file, char const* line, char const* message)
@@ -55,12 +20,6 @@ QByteArray inJson(QByteArray const& text)
 {
     return QJsonDocument(QJsonObject{{"level"_s, 3}, {"text"_s, QString::fromUtf8(text)}, {"x"_s, "y"_s}})
         .toJson(QJsonDocument::Compact);
-}
-
-/// The same from an object whose name has quotes in it.
-QByteArray ofQuotedName(QByteArray text)
-{
-    return text.replace("\"x\"", "\"a \\\"b\\\"\"");
 }
 
 QByteArray const c_init = error("d_cmd_init_zrt.cpp", "81", "ERROR: Invalid reply format");
@@ -149,109 +108,83 @@ private slots:
     {
         QFETCH(QByteArray, log);
         QFETCH(QString, out);
-        Outcome const outcome = explain(log);
-        QCOMPARE(outcome.err, QString());
-        QCOMPARE(outcome.out, out);
-        QCOMPARE(outcome.exitCode, 0);
+        QCOMPARE(explain(log), prints(out));
     }
 
     void json()
     {
-        Outcome const outcome =
-            explain(c_init + c_code + error("d_cmd_new.cpp", "12", "ERROR: New"), {"--json"_s});
-        QCOMPARE(outcome.err, QString());
-        QCOMPARE(
-            outcome.out,
+        QString const out =
             R"({"kind":"error","source":"d_cmd_init_zrt.cpp","line":81,)"
             R"("message":"ERROR: Invalid reply format","times":1,"firstOn":2,"meanings":[{"command":"init",)"
             "\"handler\":\"onSetLockScreenReply\",\"cause\":\"the reply to \\\"setLockScreen\\\" has no "
             "\\\"doneOk\\\"\","
             "\"remedy\":\"The screen may still be unlocked. See that the controller allows remote locking, "
-            "and order \\\"init\\\" again\"}]}"
-            "\n"
+            "and order \\\"init\\\" again\"}]}\n"
             R"({"kind":"code","code":330,"message":"Min Angle error","times":1,"firstOn":3,)"
             R"("meanings":[{"command":"startListening","handler":"onEvent",)"
             "\"cause\":\"an event has an \\\"error\\\" that the plugin has a text for\","
-            R"("remedy":"a cross-threaded or already tight screw: the torque was there too early"}]})"
-            "\n"
+            "\"remedy\":\"a cross-threaded or already tight screw: the torque was there too early\"}]}\n"
             R"({"kind":"error","source":"d_cmd_new.cpp","line":12,"message":"ERROR: New","times":1,)"
-            R"("firstOn":5,"meanings":[]})"
-            "\n"
-            R"({"kind":"log","lines":3,"different":3,"notShown":0})"
-            "\n"_s);
-        QCOMPARE(outcome.exitCode, 0);
-        QCOMPARE(explain("", {"--json"_s}).out, R"({"kind":"log","lines":0,"different":0,"notShown":0})"
-                                                "\n"_s);
+            "\"firstOn\":5,\"meanings\":[]}\n"
+            "{\"kind\":\"log\",\"lines\":3,\"different\":3,\"notShown\":0}\n"_s;
+        QCOMPARE(explain(c_init + c_code + error("d_cmd_new.cpp", "12", "ERROR: New"), "--json"_s),
+                 prints(out));
     }
 
     // Whatever a host has done to the lines, they are the same.
     void anyHost_data()
     {
         QTest::addColumn<QByteArray>("log");
+        auto const row = [](char const* name, QByteArray const& log) { QTest::newRow(name) << log; };
         QByteArray const plain = c_init + c_values + c_code;
-        QTest::newRow("plain") << plain;
-        QTest::newRow("prefix") << QByteArray(plain).replace("\n",
-                                                             "\n2026-11-21T14:03:07Z [crit] station-7: ");
-        QTest::newRow("suffix") << QByteArray(plain).replace("\n", " [main]\n");
-        QTest::newRow("blanks for tabs") << QByteArray(plain).replace("\t", "    ");
-        QTest::newRow("single blanks")
-            << plain.simplified().replace("\"2026", "\n\"2026").replace("ZRT s", "\nZRT s");
-        QTest::newRow("carriage returns") << QByteArray(plain).replace("\n", "\r\n");
-        QTest::newRow("not UTF-8") << "Schl\xfcssel\n" + QByteArray(plain).replace("bench", "b\xe4nk");
-        QTest::newRow("zeros") << QByteArray("\0\0\n", 3) + plain;
+        auto const with = [](QByteArray log, char const* before, QByteArray const& after) {
+            return log.replace(before, after);
+        };
+        row("plain", plain);
+        row("prefix", with(plain, "\n", "\n2026-11-21T14:03:07Z [crit] station-7: "));
+        row("suffix", with(plain, "\n", " [main]\n"));
+        row("blanks for tabs", with(plain, "\t", "    "));
+        row("single blanks", with(with(plain.simplified(), "\"2026", "\n\"2026"), "ZRT s", "\nZRT s"));
+        row("carriage returns", with(plain, "\n", "\r\n"));
+        row("not UTF-8", "Schl\xfcssel\n" + with(plain, "bench", "b\xe4nk"));
+        row("zeros", QByteArray("\0\0\n", 3) + plain);
         QByteArray const lines = inJson(c_init) + '\n' + inJson(c_values) + '\n' + inJson(c_code) + '\n';
-        QTest::newRow("JSON lines") << lines;
-        QTest::newRow("JSON with blanks for tabs") << QByteArray(lines).replace("\\t", " ");
-        QTest::newRow("JSON on one line") << QByteArray(lines).replace('\n', ',');
-        QTest::newRow("a very long line") << QByteArray(3'000'000, 'x') + '\n' + plain;
-        QTest::newRow("a very long message")
-            << QByteArray(plain).replace("\"?\"", '"' + QByteArray(3'000'000, 'x') + '"').replace("\n", " ");
+        row("JSON lines", lines);
+        row("JSON with blanks for tabs", with(lines, "\\t", " "));
+        row("JSON on one line", with(lines, "\n", ","));
+        QByteArray const text(3'000'000, 'x');
+        row("a very long line", text + '\n' + plain);
+        row("a very long message", with(with(plain, "\"?\"", '"' + text + '"'), "\n", " "));
     }
 
     void anyHost()
     {
         QFETCH(QByteArray, log);
-        Outcome const outcome = explain(log, {"--json"_s});
-        QCOMPARE(outcome.err, QString());
-        auto const found = objects(outcome.out);
-        QCOMPARE(found.size(), 4);
-        QStringList known;
-        for (auto const& one : found)
-            known += "%1 %2"_s.arg(one.value("line"_s).toInt(one.value("code"_s).toInt()))
-                         .arg(one.value("meanings"_s).toArray().size());
-        QCOMPARE(known, QStringList({"81 1"_s, "83 1"_s, "330 1"_s, "0 0"_s}));
+        QCOMPARE(meaningsIn(log),
+                 QStringList({"81 onSetLockScreenReply"_s, "83 onEvent"_s, "330 onEvent"_s}));
     }
 
     // The lines of the real plugin, as the program's own runs show and record them.
-    void examples_data()
+    void ownRuns_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("handler");
-        auto const row = [](char const* name, char const* handler) {
-            QTest::newRow(name) << QString::fromLatin1(name) << QString::fromLatin1(handler);
-        };
-        row("faults/missing_key", "onSetLockScreenReply");
-        row("faults/refused", "onSetLockReply");
-        row("faults/wrong_type", "onGetPresetDataReply");
-        row("working_day", "onEvent");
+        QTest::addColumn<QString>("meaning");
+        QTest::newRow("faults/missing_key") << "81 onSetLockScreenReply"_s;
+        QTest::newRow("faults/refused") << "47 onSetLockReply"_s;
+        QTest::newRow("faults/wrong_type") << "52 onGetPresetDataReply"_s;
+        QTest::newRow("working_day") << "330 onEvent"_s;
     }
 
-    void examples()
+    void ownRuns()
     {
-        QFETCH(QString, name);
-        QFETCH(QString, handler);
-        QString const sequence = name + ".json"_s;
-        ScratchFolder const folder;
-        QString const trace = folder.filePath("trace"_s);
-        QByteArray const transcript = run({"run"_s, sequence, "--trace"_s, trace}).out.toUtf8();
-        QByteArray const forPrograms = run({"run"_s, sequence, "--json"_s}).out.toUtf8();
-        for (auto const& log : {transcript, forPrograms, contentOf(trace)}) {
-            auto const found = objects(explain(log, {"--json"_s}).out);
-            QCOMPARE(found.size(), 2);
-            auto const meanings = found[0].value("meanings"_s).toArray();
-            QCOMPARE(meanings.size(), 1);
-            QCOMPARE(meanings[0].toObject().value("handler"_s).toString(), handler);
-        }
+        QFETCH(QString, meaning);
+        QString const trace = m_workplace.filePath("trace"_s);
+        QString const commandLine = QStringLiteral("run " WORKPLACE_EXAMPLES "/%1.json --trace ")
+                                        .arg(QLatin1String(QTest::currentDataTag()))
+                                    + trace;
+        QByteArray const asText = m_workplace.run(commandLine).out.toUtf8();
+        QByteArray const asJson = m_workplace.run(commandLine + " --json"_s).out.toUtf8();
+        for (auto const& log : {asText, asJson, contentOf(trace)})
+            QCOMPARE(meaningsIn(log), QStringList{meaning});
     }
 
     void unknownLine_data()
@@ -273,7 +206,8 @@ private slots:
         row("message in JSON",
             "{\"a\":\"\\n \\\"2026\\\" ;\\t x/p_tool_vesk_zrt/source/n.cpp ;\\t 1 ;\\t a \\\"b\\\"\"}\n",
             "a \"b\"");
-        QByteArray const quoted = ofQuotedName(error("d_cmd_new.cpp", "81", R"(ERROR: No "door" is "open")"));
+        QByteArray const quoted =
+            error("d_cmd_new.cpp", "81", R"(ERROR: No "door" is "open")").replace("\"x\"", "\"a \\\"b\\\"\"");
         row("message of an object with quotes in its name", quoted, "ERROR: No \"door\" is \"open\"");
         row("the same in JSON", inJson(quoted.trimmed()), "ERROR: No \"door\" is \"open\"");
         row("the same in JSON with blanks for tabs", inJson(quoted.trimmed()).replace("\\t", " "),
@@ -286,84 +220,100 @@ private slots:
     {
         QFETCH(QByteArray, log);
         QFETCH(QString, message);
-        auto const found = objects(explain(log, {"--json"_s}).out);
+        auto const found = linesOf(explain(log, "--json"_s).out);
         QCOMPARE(found.size(), 2);
-        QCOMPARE(found[0].value("message"_s).toString(), message);
-        QCOMPARE(found[0].value("meanings"_s).toArray().size(), 0);
+        QCOMPARE(objectOf(found[0]).value("message"_s).toString(), message);
+        QCOMPARE(objectOf(found[0]).value("meanings"_s), QJsonArray());
     }
 
-    void manyUnknownLines()
+    void longLogs_data()
     {
-        QByteArray log;
+        QTest::addColumn<QByteArray>("log");
+        QTest::addColumn<QString>("begin");
+        QTest::addColumn<QString>("end");
+        QByteArray manyUnknown;
         for (int i = 1; i <= 1003; ++i)
-            log += error("d_cmd_new.cpp", QByteArray::number(i).constData(), "ERROR: New");
-        log += error("d_cmd_new.cpp", "1", "ERROR: New");
-        Outcome const outcome = explain(log);
-        QVERIFY2(outcome.out.startsWith("2 times, first on line 2: d_cmd_new.cpp, 1: ERROR: New\n"_s),
-                 qPrintable(outcome.out.left(200)));
-        QVERIFY2(
-            outcome.out.endsWith(
-                "\n1004 lines of the plugin, 1000 different; 3 more that differ from these are not shown\n"_s),
-            qPrintable(outcome.out.right(200)));
+            manyUnknown += error("d_cmd_new.cpp", QByteArray::number(i).constData(), "ERROR: New");
+        QTest::newRow("many unknown lines")
+            << manyUnknown + error("d_cmd_new.cpp", "1", "ERROR: New")
+            << "2 times, first on line 2: d_cmd_new.cpp, 1: ERROR: New\n"_s
+            << "\n1004 lines of the plugin, 1000 different; 3 more that differ from these are not shown\n"_s;
+        // The program reads such a line in pieces.
+        QTest::newRow("many on one line")
+            << '[' + (inJson(c_init) + ',').repeated(8000) + inJson(c_code) + "]\n"
+            << "8000 times, first on line 1: d_cmd_init_zrt.cpp, 81: "_s
+            << "\n8001 lines of the plugin, 2 different\n"_s;
     }
 
-    // The program reads such a line in pieces.
-    void manyOnOneLine()
+    void longLogs()
     {
-        Outcome const outcome = explain('[' + (inJson(c_init) + ',').repeated(8000) + inJson(c_code) + "]\n");
-        QVERIFY2(outcome.out.startsWith("8000 times, first on line 1: d_cmd_init_zrt.cpp, 81: "_s),
-                 qPrintable(outcome.out.left(200)));
-        QVERIFY2(outcome.out.endsWith("\n8001 lines of the plugin, 2 different\n"_s),
-                 qPrintable(outcome.out.right(200)));
+        QFETCH(QByteArray, log);
+        QFETCH(QString, begin);
+        QFETCH(QString, end);
+        QString const out = explain(log).out;
+        QVERIFY2(out.startsWith(begin), qPrintable(out.left(200)));
+        QVERIFY2(out.endsWith(end), qPrintable(out.right(200)));
     }
 
     void standardInput()
     {
-        ScratchFolder const folder;
-        Outcome const outcome = run({"explain"_s}, folder.write("log"_s, c_init));
-        QCOMPARE(outcome.err, QString());
-        QCOMPARE(outcome.out, explain(c_init).out);
-        QCOMPARE(outcome.exitCode, 0);
+        QString const log = m_workplace.write("log"_s, c_init);
+        QCOMPARE(m_workplace.run("explain"_s, [&](QProcess& program) { program.setStandardInputFile(log); }),
+                 explain(c_init));
     }
 
     void standardInputAtATerminal()
     {
-        int const terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
-        QVERIFY(terminal >= 0 && ::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0);
-        char const* const name = ::ptsname(terminal);
-        int const keyboard =
-            ::open(name, O_RDWR | O_NOCTTY);      // so that nothing is lost before the program begins
-        QByteArray const typed = c_code + '\x04'; // Ctrl+D: the end
-        QCOMPARE(::write(terminal, typed.constData(), static_cast<std::size_t>(typed.size())), typed.size());
-        Outcome const outcome = run({"explain"_s}, QString::fromLocal8Bit(name));
-        ::close(keyboard);
-        ::close(terminal);
-        QCOMPARE(outcome.err, "workplace: reading the log from standard input\n"_s);
-        QCOMPARE(outcome.out, explain(c_code).out);
-        QCOMPARE(outcome.exitCode, 0);
+        Terminal const terminal;
+        terminal.type(c_code + '\x04'); // Ctrl+D: the end
+        Outcome expected = explain(c_code);
+        expected.err = "workplace: reading the log from standard input\n"_s;
+        QCOMPARE(m_workplace.run("explain"_s,
+                                 [&](QProcess& program) { program.setStandardInputFile(terminal.name()); }),
+                 expected);
     }
 
     void unreadable_data()
     {
-        QTest::addColumn<QString>("log");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("missing") << "missing.log"_s
-                                 << "No such file or directory"_s;
-        QTest::newRow("directory") << "."_s
-                                   << "file to open is a directory"_s;
-        QTest::newRow("error while reading") << "/proc/self/mem"_s
-                                             << "Input/output error"_s;
+        QTest::addColumn<QString>("complaint");
+        QTest::newRow("missing.log") << "No such file or directory"_s;
+        QTest::newRow(".") << "file to open is a directory"_s;
+        QTest::newRow("/proc/self/mem") << "Input/output error"_s;
     }
 
     void unreadable()
     {
-        QFETCH(QString, log);
-        QFETCH(QString, message);
-        Outcome const outcome = run({"explain"_s, log});
-        QCOMPARE(outcome.err, "workplace: %1: %2\n"_s.arg(log, message));
-        QCOMPARE(outcome.out, QString());
-        QCOMPARE(outcome.exitCode, 2);
+        QFETCH(QString, complaint);
+        QString const log = QLatin1String(QTest::currentDataTag());
+        QCOMPARE(m_workplace.run("explain "_s + log), complains(log + ": "_s + complaint));
     }
+
+private:
+    /// What the program makes of a log.
+    Outcome explain(QByteArray const& log, QString const& option = {}) const
+    {
+        m_workplace.write("log"_s, log);
+        return m_workplace.run("explain log "_s + option);
+    }
+
+    /// The line number, or the code, and the handlers of each line that is found.
+    QStringList meaningsIn(QByteArray const& log) const
+    {
+        QStringList all;
+        QStringList found = linesOf(explain(log, "--json"_s).out);
+        found.removeLast(); // the summary
+        for (auto const& line : qAsConst(found)) {
+            QJsonObject const one = objectOf(line);
+            QString meaning = QString::number(one.value("line"_s).toInt(one.value("code"_s).toInt()));
+            auto const meanings = one.value("meanings"_s).toArray();
+            for (auto const& handler : meanings)
+                meaning += QLatin1Char(' ') + handler["handler"_s].toString();
+            all += meaning;
+        }
+        return all;
+    }
+
+    Workplace const m_workplace;
 };
 
 QTEST_GUILESS_MAIN(TestExplain)

@@ -1,6 +1,5 @@
 #include "literals.h"
-#include "outcome.h"
-#include "scratch_folder.h"
+#include "workplace.h"
 
 #include "host/order.h"
 #include "host/plugin_library.h"
@@ -20,11 +19,9 @@
 namespace
 {
 
-QString const restore = "restore"_s;
-QString const stopListening = "stopListening"_s;
-QString const filePath = "filePath"_s;
+QString const c_stop = "stopListening"_s;
 
-QByteArray const backup = R"({
+QByteArray const c_backup = R"({
     "presets": {"1": {"torque": 101}, "2": {"torque": 102}, "3": {"torque": 103}, "15": {"torque": 115}},
     "parameters": {"language": 2, "screenTimeout": 30}
 })";
@@ -33,20 +30,8 @@ QByteArray const backup = R"({
 constexpr int c_written = 200;
 constexpr int c_end = 300;
 
-/// What a restore changes.
-QString restorable(ZrtSimulatedController const& controller)
-{
-    QStringList list;
-    auto const state = controller.state();
-    for (auto it = state.presets.cbegin(); it != state.presets.cend(); ++it)
-        list += "%1: %2"_s.arg(it.key()).arg(it->torque);
-    for (auto it = state.parameters.cbegin(); it != state.parameters.cend(); ++it)
-        list += "%1: %2"_s.arg(it.key()).arg(it.value());
-    return list.join(", "_s);
-}
-
-QString const before = "1: 200, 15: 200, brightness: 7"_s;
-QString const after = "1: 101, 2: 102, 3: 103, 15: 115, language: 2, screenTimeout: 30"_s;
+QString const c_before = "1: 200, 15: 200, brightness: 7"_s;
+QString const c_after = "1: 101, 2: 102, 3: 103, 15: 115, language: 2, screenTimeout: 30"_s;
 
 ZrtState formerState()
 {
@@ -58,8 +43,8 @@ ZrtState formerState()
 /// A workstation with the shipped plugin and a simulated controller.
 struct Station
 {
-    explicit Station(ZrtState const& state = formerState(), QList<ZrtFault> const& list = {})
-        : device(ZrtSimulatedController::create({state, {}, true, list}, clock))
+    explicit Station(ZrtState const& state = formerState(), QList<ZrtFault> const& faults = {})
+        : device(ZrtSimulatedController::create({state, {}, true, faults}, clock))
         , tool(std::make_unique<Tool>(library.plugin(), QUuid::createUuid(), workstation))
     {
         workstation.connectEndpoint("device"_s, device);
@@ -71,11 +56,29 @@ struct Station
 
     void orderRestore(QString const& file)
     {
-        tool->order(restore, {{filePath, file}, {"loadControllerParams"_s, true}});
+        tool->order("restore"_s, {{"filePath"_s, file}, {"loadControllerParams"_s, true}});
     }
     /// Lets all happen that is due until then.
     void goTo(qint64 time) { clock.advance(time - clock.now()); }
     bool isDone() const { return states.contains("done"_s); }
+
+    /// What a restore changes, as the controller has it now.
+    QString content() const
+    {
+        QStringList list;
+        auto const state = device.controller().state();
+        for (auto it = state.presets.cbegin(); it != state.presets.cend(); ++it)
+            list += "%1: %2"_s.arg(it.key()).arg(it->torque);
+        for (auto it = state.parameters.cbegin(); it != state.parameters.cend(); ++it)
+            list += "%1: %2"_s.arg(it.key()).arg(it.value());
+        return list.join(", "_s);
+    }
+    /// What it has in the end, and what the command has published last.
+    QString ending()
+    {
+        goTo(20'000);
+        return content() + " - "_s + states.value(states.size() - 1);
+    }
 
     PluginLibrary library{QStringLiteral(ZRT_PLUGIN_FILE)};
     ZrtClock clock{ZrtClock::Pace::Simulated};
@@ -86,23 +89,27 @@ struct Station
     QStringList states; ///< as the command publishes them
 };
 
-using Cut = std::function<void(Station&)>;
+QString const c_restored = c_after + " - done"_s;
+QString const c_failed = c_before + " - failed"_s;
 
-ZrtFault faultOf(ZrtFault::Kind kind, int delay)
+using Cut = std::function<void(Station&)>;
+using Faults = QList<ZrtFault>;
+
+ZrtFault fault(ZrtFault::Kind kind, int delay = 0, QString const& key = {})
 {
     ZrtFault fault;
     fault.kind = kind;
     fault.instruction = "restoreBackup"_s;
     fault.nth = 1;
     fault.delay = delay;
-    if (kind == ZrtFault::MissingKey || kind == ZrtFault::WrongType)
-        fault.key = "statusData"_s;
+    fault.key = key;
     return fault;
 }
 
 } // namespace
 
 Q_DECLARE_METATYPE(Cut)
+Q_DECLARE_METATYPE(Faults)
 
 /// Restores that do not come to their end, or not as they should: the controller is afterwards as it was, or
 /// wholly as the backup has it, and never "done" without being so.
@@ -111,81 +118,58 @@ class TestInterruptedRestore : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { m_backup = m_folder.write("backup.json"_s, backup); }
+    void initTestCase() { m_backup = m_workplace.write("backup.json"_s, c_backup); }
 
     void cutAtAnyTime_data()
     {
+        QTest::addColumn<Faults>("faults");
+        QTest::addColumn<bool>("begins");
         QTest::addColumn<Cut>("cut");
-        QTest::addColumn<bool>("goesOn");
-        QTest::addColumn<QList<int>>("kind"); // of the fault that applies to the restore as well, if any
-        QTest::addColumn<int>("delay");
-        struct Fault
-        {
-            char const* name;
-            QList<int> kind;
-            int delay;
+        QTest::addColumn<bool>("goesOn"); // the controller does, for nobody tells it otherwise
+        auto const cuts = [](char const* name, Faults const& faults, bool begins = true) {
+            auto const row = [&](char const* how, bool goesOn, Cut const& cut) {
+                QTest::addRow("%s, %s", name, how) << faults << begins << cut << goesOn;
+            };
+            row("not cut", true, [](Station&) {});
+            row("stopped", false, [](Station& station) { station.tool->stop(c_stop); });
+            row("all stopped", false, [](Station& station) { station.tool->stopAll(); });
+            row("controller gone", false,
+                [](Station& station) { station.device.controller().setConnected(false); });
+            row("way to it gone", true,
+                [](Station& station) { station.workstation.disconnectEndpoint("device"_s); });
+            row("tool gone", true, [](Station& station) { station.tool.reset(); });
+            row("ordered again and stopped", false, [](Station& station) {
+                station.orderRestore("missing.json"_s);
+                station.tool->stop(c_stop);
+            });
         };
-        QList<Fault> const faults{
-            {"no fault", {}, 0},
-            {"delay", {ZrtFault::Delay}, 70},
-            {"late", {ZrtFault::Late}, 5000},
-            {"loss", {ZrtFault::Loss}, 0},
-            {"duplicate", {ZrtFault::Duplicate}, 0},
-            {"missing key", {ZrtFault::MissingKey}, 0},
-            {"wrong type", {ZrtFault::WrongType}, 0},
-            {"refused", {ZrtFault::Refused}, 0},
-            {"disconnected", {ZrtFault::Disconnected}, 0},
-        };
-        struct Interruption
-        {
-            char const* name;
-            Cut cut;
-            bool goesOn; ///< the controller does, for nobody tells it otherwise
-        };
-        QList<Interruption> const cuts{
-            {"not cut", [](Station&) {}, true},
-            {"stopped", [](Station& station) { station.tool->stop(stopListening); }, false},
-            {"all stopped", [](Station& station) { station.tool->stopAll(); }, false},
-            {"controller gone", [](Station& station) { station.device.controller().setConnected(false); },
-             false},
-            {"way to it gone", [](Station& station) { station.workstation.disconnectEndpoint("device"_s); },
-             true},
-            {"tool gone", [](Station& station) { station.tool.reset(); }, true},
-            {"ordered again and stopped",
-             [](Station& station) {
-                 station.orderRestore("missing.json"_s);
-                 station.tool->stop(stopListening);
-             },
-             false},
-        };
-        for (auto const& fault : faults) {
-            for (auto const& [name, cut, goesOn] : cuts)
-                QTest::newRow(qPrintable("%1, %2"_s.arg(QLatin1String(fault.name), QLatin1String(name))))
-                    << cut << goesOn << fault.kind << fault.delay;
-        }
+        cuts("no fault", {});
+        cuts("delay", {fault(ZrtFault::Delay, 70)});
+        cuts("late", {fault(ZrtFault::Late, 5000)});
+        cuts("loss", {fault(ZrtFault::Loss)});
+        cuts("duplicate", {fault(ZrtFault::Duplicate)});
+        cuts("missing key", {fault(ZrtFault::MissingKey, 0, "statusData"_s)});
+        cuts("wrong type", {fault(ZrtFault::WrongType, 0, "statusData"_s)});
+        cuts("refused", {fault(ZrtFault::Refused)}, false);
+        cuts("disconnected", {fault(ZrtFault::Disconnected)}, false);
     }
 
     void cutAtAnyTime()
     {
+        QFETCH(Faults, faults);
+        QFETCH(bool, begins);
         QFETCH(Cut, cut);
         QFETCH(bool, goesOn);
-        QFETCH(QList<int>, kind);
-        QFETCH(int, delay);
-        bool const isStillborn =
-            kind == QList<int>{ZrtFault::Refused} || kind == QList<int>{ZrtFault::Disconnected};
-        QList<ZrtFault> faults;
-        if (!kind.isEmpty())
-            faults += faultOf(static_cast<ZrtFault::Kind>(kind.first()), delay);
         for (int time = 0; time <= c_end; time += 5) {
             Station station(formerState(), faults);
             station.orderRestore(m_backup);
             station.goTo(time);
-            QCOMPARE(restorable(station.device.controller()),
-                     isStillborn || time < c_written ? before : after);
+            bool const isWritten = begins && time >= c_written;
+            QCOMPARE(station.content(), isWritten ? c_after : c_before);
             cut(station);
             station.goTo(20'000);
-            bool const isRestored = !isStillborn && (goesOn || time >= c_written);
-            QCOMPARE(restorable(station.device.controller()), isRestored ? after : before);
+            bool const isRestored = begins && (goesOn || isWritten);
+            QCOMPARE(station.content(), isRestored ? c_after : c_before);
             QVERIFY2(isRestored || !station.isDone(), qPrintable(QString::number(time)));
         }
     }
@@ -197,98 +181,80 @@ private slots:
             state.unwritablePresets += preset;
             Station station(state);
             station.orderRestore(m_backup);
-            station.goTo(20'000);
-            QCOMPARE(restorable(station.device.controller()), before);
-            QCOMPARE(station.states.last(), "failed"_s);
+            QCOMPARE(station.ending(), c_failed);
             QVERIFY(!station.isDone());
         }
     }
 
+    // Only the whole file is one.
     void fileCutAnywhere()
     {
-        // Only the whole file is one; blanks behind it do not count.
-        int restored = 0;
-        for (int size = 0; size <= backup.size(); ++size) {
+        for (int size = 0; size <= c_backup.size(); ++size) {
             Station station;
-            station.orderRestore(m_folder.write("cut.json"_s, backup.left(size)));
-            station.goTo(20'000);
-            QCOMPARE(restorable(station.device.controller()), size == backup.size() ? after : before);
-            QCOMPARE(station.states.last(), size == backup.size() ? "done"_s : "failed"_s);
-            restored += station.isDone() ? 1 : 0;
+            station.orderRestore(m_workplace.write("cut.json"_s, c_backup.left(size)));
+            bool const isWhole = size == c_backup.size();
+            QCOMPARE(station.ending(), isWhole ? c_restored : c_failed);
+            QCOMPARE(station.isDone(), isWhole);
         }
-        QCOMPARE(restored, 1);
     }
 
-    void fileChangesMeanwhile_data()
-    {
-        QTest::addColumn<bool>("isRemoved");
-        QTest::newRow("another content") << false;
-        QTest::newRow("gone") << true;
-    }
-
+    // The file counts as it was when the restore began.
     void fileChangesMeanwhile()
     {
-        // The file counts as it was when the restore began.
-        QFETCH(bool, isRemoved);
-        for (int time = 0; time < c_written; time += 5) {
-            Station station;
-            QString const file = m_folder.write("changing.json"_s, backup);
-            station.orderRestore(file);
-            station.goTo(time);
-            if (isRemoved)
-                QVERIFY(QFile::remove(file));
-            else
-                m_folder.write("changing.json"_s, R"({"presets": {"1": {"torque": 150}}})");
-            station.goTo(20'000);
-            QCOMPARE(restorable(station.device.controller()), after);
-            QVERIFY(station.isDone());
+        auto const remove = [](QString const& file) { QFile::remove(file); };
+        auto const replace = [this](QString const& file) {
+            m_workplace.write(QFileInfo(file).fileName(), R"({"presets": {"1": {"torque": 150}}})");
+        };
+        for (std::function<void(QString)> const& change : {std::function<void(QString)>(remove), {replace}}) {
+            for (int time = 0; time < c_written; time += 5) {
+                Station station;
+                QString const file = m_workplace.write("changing.json"_s, c_backup);
+                station.orderRestore(file);
+                station.goTo(time);
+                change(file);
+                QCOMPARE(station.ending(), c_restored);
+            }
         }
     }
 
+    // None of the two mixes its presets with the other's half.
     void anotherRestoreMeanwhile()
     {
-        // Two at the same time: none of the two mixes its presets with the other's half.
-        QString const other = m_folder.write(
+        QString const other = "1: 150, 2: 151, 3: 152, 15: 153, language: 5"_s;
+        QString const file = m_workplace.write(
             "other.json"_s,
             R"({"presets": {"1": {"torque": 150}, "2": {"torque": 151}, "3": {"torque": 152}, "15": {"torque": 153}},
             "parameters": {"language": 5}})");
-        QSet<QString> endings;
         for (int time = 0; time <= c_end; time += 5) {
             Station station;
             station.orderRestore(m_backup);
             station.goTo(time);
-            station.orderRestore(other);
-            for (; station.clock.now() < 1000; station.clock.advance(1)) {
-                QString const content = restorable(station.device.controller());
-                bool const isWhole = content == before || content == after
-                                     || content == "1: 150, 2: 151, 3: 152, 15: 153, language: 5"_s;
-                QVERIFY2(isWhole, qPrintable(content));
-            }
-            endings += restorable(station.device.controller());
+            station.orderRestore(file);
+            for (; station.clock.now() < 1000; station.clock.advance(1))
+                QVERIFY2(QStringList({c_before, c_after, other}).contains(station.content()),
+                         qPrintable(station.content()));
+            QCOMPARE(station.content(), other);
         }
-        QCOMPARE(endings, QSet<QString>{"1: 150, 2: 151, 3: 152, 15: 153, language: 5"_s});
     }
 
     void programIsKilled()
     {
         // In the middle of a restore that takes its time; nothing on the disk is touched.
-        m_folder.write("controller.json"_s, R"({"presetTime": 20})");
-        m_folder.write("slow.json"_s,
-                       R"({"controller": "controller.json", "steps": [
+        m_workplace.write("controller.json"_s, R"({"presetTime": 20})");
+        m_workplace.write("slow.json"_s,
+                          R"({"controller": "controller.json", "steps": [
                        {"order": "restore", "parameters": {"filePath": "many.json"}}, {"wait": 600000}]})");
         QByteArray presets;
         for (int i = 1; i <= 10'000; ++i)
             presets += "\"" + QByteArray::number(i) + "\": {},";
-        m_folder.write("many.json"_s, "{\"presets\": {" + presets + "\"0\": {}}}");
-        m_folder.write("trace.jsonl"_s, "former");
-        QMap<QString, QByteArray> contents;
-        for (auto const& name : m_folder.names())
-            contents.insert(name, contentOf(m_folder.filePath(name)));
+        m_workplace.write("many.json"_s, "{\"presets\": {" + presets + "\"0\": {}}}");
+        m_workplace.write("trace.jsonl"_s, "former");
+        auto const before = m_workplace.contents();
 
         QProcess program;
-        program.setWorkingDirectory(m_folder.path());
+        program.setWorkingDirectory(m_workplace.path());
         program.start(QStringLiteral(WORKPLACE_PROGRAM),
-                      {"run"_s, "slow.json"_s, "--real-time"_s, "--json"_s, "--trace"_s, "trace.jsonl"_s});
+                      QProcess::splitCommand("run slow.json --real-time --json --trace trace.jsonl"_s));
         QByteArray out;
         while (out.count("running") < 3 && program.waitForReadyRead(60'000))
             out += program.readAllStandardOutput();
@@ -297,12 +263,13 @@ private slots:
         QCOMPARE(program.exitStatus(), QProcess::CrashExit);
         out += program.readAllStandardOutput();
         QVERIFY2(out.count("running") >= 3 && !out.contains("\"done\"}"), out.constData());
-        for (auto it = contents.cbegin(); it != contents.cend(); ++it)
-            QVERIFY2(contentOf(m_folder.filePath(it.key())) == it.value(), qPrintable(it.key()));
+        auto const after = m_workplace.contents(); // a part of the trace may be among it
+        for (auto const& name : before.keys())
+            QVERIFY2(after[name] == before[name], qPrintable(name));
     }
 
 private:
-    ScratchFolder m_folder;
+    Workplace const m_workplace;
     QString m_backup;
 };
 

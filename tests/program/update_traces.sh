@@ -1,7 +1,7 @@
 #!/bin/bash
-# Records every example again: its trace in traces/ beside it, and what is printed of it in FOLDER.
+# Records every example again: its trace in traces/ beside it, and what is printed of the working day in TRANSCRIPT.
 #
-#   update_traces.sh WORKPLACE EXAMPLES FOLDER
+#   update_traces.sh WORKPLACE EXAMPLES TRANSCRIPT
 #
 # To accept a deliberate change run
 #
@@ -11,14 +11,15 @@
 set -euo pipefail
 
 workplace=$1
-transcripts=$3
+transcript=$3
 cd "$2"
 # The traces of a debug build are none of the plugin's doings.
 export QT_LOGGING_RULES="default.debug=false"
 grep --files-with-matches --include='*.json' --recursive '"steps"' -- * | sort | while read -r sequence; do
     trace=traces/${sequence%.json}.jsonl
     mkdir -p "$(dirname "$trace")"
-    transcript=${sequence%.json}.txt
-    "$workplace" run "$sequence" --trace "$trace" >"$transcripts/${transcript//\//_}"
-    echo "Wrote $trace and $transcript"
+    "$workplace" run "$sequence" --trace "$trace" >/dev/null
+    echo "Wrote $trace"
 done
+"$workplace" run working_day.json >"$transcript"
+echo "Wrote $transcript"
