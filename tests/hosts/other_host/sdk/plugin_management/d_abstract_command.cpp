@@ -33,19 +33,6 @@ quint64 WorkOrder::lastPosted(QString const& instruction) const
     return last;
 }
 
-DAbstractCommand::DAbstractCommand(QString const& commandName, QMap<QString, QVariant> const& parameters,
-                                   QObject* parent)
-    : DAbstractCommand(commandName, QString(), parameters, parent)
-{}
-
-DAbstractCommand::DAbstractCommand(QString const& commandName, QString const& stopCommandName,
-                                   QMap<QString, QVariant> const& parameters, QObject* parent)
-    : QObject(parent)
-    , m_given(parameters)
-    , m_stopName(stopCommandName)
-    , m_name(commandName)
-{}
-
 DAbstractCommand::~DAbstractCommand() = default;
 
 bool DAbstractCommand::linkWithItsOrder(QObject* order)
@@ -54,49 +41,9 @@ bool DAbstractCommand::linkWithItsOrder(QObject* order)
     return !m_order.isNull();
 }
 
-QString DAbstractCommand::commandName() const
-{
-    return m_name;
-}
-
-QString DAbstractCommand::stopCommandName() const
-{
-    return m_stopName;
-}
-
 QUuid DAbstractCommand::getOrderId() const
 {
     return m_order ? m_order->id : QUuid();
-}
-
-QVariant DAbstractCommand::getParameterOrderId() const
-{
-    return m_given.value(QStringLiteral("order"));
-}
-
-EnRecurrence DAbstractCommand::isRecurrent() const
-{
-    return m_stopName.isEmpty() ? EnRecurrence::CeOnce : EnRecurrence::CeUntilStopped;
-}
-
-int DAbstractCommand::isValid() const
-{
-    return m_name.isEmpty() ? 1 : 0;
-}
-
-QString const& DAbstractCommand::description() const
-{
-    return m_description;
-}
-
-QByteArray DAbstractCommand::fullDescription() const
-{
-    return (m_name + QStringLiteral(": ") + m_description).toUtf8();
-}
-
-QStringList DAbstractCommand::commandArguments() const
-{
-    return m_declarations;
 }
 
 bool DAbstractCommand::commandExecute()
@@ -193,12 +140,6 @@ DAbstractCommand& DAbstractCommand::declareAParameter(QString const& key, QStrin
 {
     m_defaults.insert(key, defaultValue);
     m_declarations += declaration("parameter", key, typeTag, label, defaultValue);
-    return *this;
-}
-
-DAbstractCommand& DAbstractCommand::setDescription(QString const& description)
-{
-    m_description = description;
     return *this;
 }
 

@@ -16,23 +16,33 @@ class Q_DECL_EXPORT DAbstractCommand : public QObject, public ICommand
     Q_OBJECT
 
 public:
-    DAbstractCommand(QString const& commandName, QMap<QString, QVariant> const& parameters, QObject* parent);
+    DAbstractCommand(QString const& commandName, QMap<QString, QVariant> const& parameters, QObject* parent)
+        : DAbstractCommand(commandName, QString(), parameters, parent)
+    {}
     DAbstractCommand(QString const& commandName, QString const& stopCommandName,
-                     QMap<QString, QVariant> const& parameters, QObject* parent);
+                     QMap<QString, QVariant> const& parameters, QObject* parent)
+        : QObject(parent)
+        , m_given(parameters)
+        , m_stopName(stopCommandName)
+        , m_name(commandName)
+    {}
     ~DAbstractCommand() override;
 
     bool linkWithItsOrder(QObject* order) override;
-    QString commandName() const override;
-    QString stopCommandName() const override;
+    QString commandName() const override { return m_name; }
+    QString stopCommandName() const override { return m_stopName; }
     QUuid getOrderId() const override;
-    QVariant getParameterOrderId() const override;
-    EnRecurrence isRecurrent() const override;
+    QVariant getParameterOrderId() const override { return m_given.value(QStringLiteral("order")); }
+    EnRecurrence isRecurrent() const override
+    {
+        return m_stopName.isEmpty() ? EnRecurrence::CeOnce : EnRecurrence::CeUntilStopped;
+    }
     /// How much is wrong with the command.
-    int isValid() const override;
-    QString const& description() const override;
-    QByteArray fullDescription() const override;
+    int isValid() const override { return m_name.isEmpty() ? 1 : 0; }
+    QString const& description() const override { return m_description; }
+    QByteArray fullDescription() const override { return m_description.toUtf8(); }
     /// A line for each declaration: `parameter ui16 "Locking state" {locking: int 2}`.
-    QStringList commandArguments() const override;
+    QStringList commandArguments() const override { return m_declarations; }
     bool commandExecute() override;
     void setReply(quint64 instructionId, QMap<QString, QVariant> const& reply) override;
     void finishTheCommand(bool& success) override;
@@ -58,7 +68,11 @@ public:
                                      QVariant const& defaultValue);
     DAbstractCommand& declareAParameter(QString const& key, QString const& typeTag, QString const& label,
                                         QVariant const& defaultValue);
-    DAbstractCommand& setDescription(QString const& description);
+    DAbstractCommand& setDescription(QString const& description)
+    {
+        m_description = description;
+        return *this;
+    }
 
 private:
     using OnReply = fastdelegate::FastDelegate2<quint64, QMap<QString, QVariant> const&, bool>;

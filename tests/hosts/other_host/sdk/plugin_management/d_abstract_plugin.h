@@ -1,6 +1,7 @@
 #pragma once
 
 #include <plugin_management/i_plugin.h>
+#include <utilities/utilities.h>
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -34,27 +35,36 @@ class Q_DECL_EXPORT DAbstractPlugin : public QObject, public IPlugin
 public:
     ~DAbstractPlugin() override;
 
-    QUuid objectUuid() const override;
-    QByteArray getName() const override;
-    QUuid pluginUuid() const override;
-    QString pluginName() const override;
-    QVersionNumber pluginVersion() const override;
-    EnPluginKind pluginType() const override;
-    QSet<QUuid> compatiblePlugins() const override;
-    QByteArray compatibilityString() const override;
-    QString getProperty(QString const& key, bool* ok) const override;
-    QVariant getProperty(QString const& key, QVariant const& defaultValue) const override;
+    QUuid objectUuid() const override { return m_objectUuid; }
+    QByteArray getName() const override { return m_identity.name.toUtf8(); }
+    QUuid pluginUuid() const override { return m_identity.kind; }
+    QString pluginName() const override { return m_identity.name; }
+    QVersionNumber pluginVersion() const override
+    {
+        return {static_cast<int>(m_identity.version / 1000), static_cast<int>(m_identity.version % 1000)};
+    }
+    EnPluginKind pluginType() const override { return m_identity.type; }
+    QSet<QUuid> compatiblePlugins() const override { return {m_identity.kind}; }
+    QByteArray compatibilityString() const override { return m_identity.kind.toByteArray(); }
+    QString getProperty(QString const& /*key*/, bool* /*ok*/) const override { return {}; }
+    QVariant getProperty(QString const& /*key*/, QVariant const& value) const override { return value; }
     /// How many commands there are.
-    int getFunctions(bool withStops) const override;
-    QByteArray getFunctionDescription(QString const& command) const override;
-    QStringList getCommandParameters(QString const& command) const override;
-    bool setMainConfig(QSharedPointer<QJsonObject> config) override;
-    QVariant getInMainConfig(QString const& key, QJsonValue const& defaultValue, bool* ok) const override;
-    QVariant getInPluginConfig(QString const& key, QJsonValue const& defaultValue, bool* ok) const override;
-    QByteArray getDebugIdentification() const override;
-    QJsonObject const* getMainConfig() const override;
-    bool setInPluginConfig(QString const& key, QJsonValue const& value) override;
-    bool setInMainConfig(QString const& key, QJsonValue const& value) override;
+    int getFunctions(bool /*withStops*/) const override { return m_catalogue.size(); }
+    QByteArray getFunctionDescription(QString const& /*command*/) const override { return {}; }
+    QStringList getCommandParameters(QString const& /*command*/) const override { return {}; }
+    bool setMainConfig(QSharedPointer<QJsonObject> /*config*/) override { return false; }
+    QVariant getInMainConfig(QString const& /*key*/, QJsonValue const& value, bool* /*ok*/) const override
+    {
+        return value;
+    }
+    QVariant getInPluginConfig(QString const& /*key*/, QJsonValue const& value, bool* /*ok*/) const override
+    {
+        return value;
+    }
+    QByteArray getDebugIdentification() const override { return m_objectUuid.toByteArray(); }
+    QJsonObject const* getMainConfig() const override { return nullptr; }
+    bool setInPluginConfig(QString const& /*key*/, QJsonValue const& /*value*/) override { return false; }
+    bool setInMainConfig(QString const& /*key*/, QJsonValue const& /*value*/) override { return false; }
     virtual void initPluginCommands() = 0;
 
     QStringList commandNames() const;
@@ -66,16 +76,27 @@ signals:
     void sigCommandsInitDone(QUuid const& objectUuid, QStringList const& commandNames);
 
 protected:
-    DAbstractPlugin(PluginIdentity const& identity, QUuid const& objectUuid, QObject* parent);
+    DAbstractPlugin(PluginIdentity const& identity, QUuid const& objectUuid, QObject* parent)
+        : QObject(parent)
+        , m_objectUuid(objectUuid)
+        , m_identity(identity)
+    {}
 
-    /// Answers whether the property is a new one. Hides the operation of QObject.
-    bool setProperty(QString const& key, QVariant const& value, bool isKept);
+    /// Hides the operation of QObject.
+    bool setProperty(QString const& key, QVariant const& value, bool isKept)
+    {
+        m_published += convVariantMapToString({{key, value}}) + (isKept ? QStringLiteral("*") : QString());
+        return true;
+    }
     /// Answers the command's place in the catalogue.
-    int declareInstructionCommand(DAbstractCommand* command);
+    int declareInstructionCommand(DAbstractCommand* command)
+    {
+        m_catalogue += command;
+        return m_catalogue.size() - 1;
+    }
 
 private:
     QStringList m_published;
-    QMap<QString, QVariant> m_properties;
     QVector<DAbstractCommand*> m_catalogue;
     QUuid const m_objectUuid;
     PluginIdentity const m_identity;

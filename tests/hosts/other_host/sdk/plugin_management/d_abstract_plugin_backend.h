@@ -18,15 +18,27 @@ class Q_DECL_EXPORT DAbstractPluginBackend : public QObject
     Q_PROPERTY(QString name MEMBER m_name NOTIFY abstractBackendInitialized)
 
 public:
-    DAbstractPluginBackend(QString const& name, QObject* parent);
+    DAbstractPluginBackend(QString const& name, QObject* parent) : QObject(parent), m_name(name) {}
     ~DAbstractPluginBackend() override;
 
     static QSharedPointer<DElement> record();
 
-    virtual void treatmentReleased(int id, QString const& name, bool success);
-    virtual bool applyTreatmentReply(int id, QString const& name, QMap<QString, QVariant> const& reply);
+    virtual void treatmentReleased(int /*id*/, QString const& name, bool /*success*/)
+    {
+        m_treatments.removeAll(name);
+    }
+    virtual bool applyTreatmentReply(int /*id*/, QString const& name, QMap<QString, QVariant> const& reply)
+    {
+        return name == QLatin1String("known") && !reply.isEmpty();
+    }
 
-    bool queueTreatment(int id, QString const& name, QMap<QString, QVariant> const& arguments);
+    bool queueTreatment(int /*id*/, QString const& name, QMap<QString, QVariant> const& /*arguments*/)
+    {
+        bool const isFirst = m_treatments.isEmpty();
+        if (isFirst)
+            m_treatments += name;
+        return isFirst;
+    }
     /// How many there are.
     int hasPendingTreatments() const { return m_treatments.size(); }
 

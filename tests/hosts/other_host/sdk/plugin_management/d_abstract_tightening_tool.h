@@ -8,7 +8,9 @@ class Q_DECL_EXPORT DAbstractTighteningTool : public DAbstractPlugin
 
 public:
     DAbstractTighteningTool(QUuid const& pluginUuid, QString const& pluginName, quint64 version,
-                            QUuid const& objectUuid, QObject* parent);
+                            QUuid const& objectUuid, QObject* parent)
+        : DAbstractPlugin({pluginUuid, pluginName, version, EnPluginKind::CeTool}, objectUuid, parent)
+    {}
     ~DAbstractTighteningTool() override;
 
 private:
