@@ -39,21 +39,15 @@ quietly() {
 quietly "$cpack" --config "$build/CPackConfig.cmake" -G "DEB;TGZ" -B "$scratch/made"
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
 
-# Examples come and go.
-files() {
-    grep -v '/$' | sed 's|^|    |; s|/examples/.*|/examples/...|' | sort -u
-}
-
-# The files, and of the dependencies what is independent of the machine and of the day.
+# The files, and of the dependencies what is independent of the machine and of the day. Examples come and go.
 contents() {
     for deb in "$scratch"/made/*.deb; do
         echo "$(dpkg-deb --field "$deb" Package):"
         [ "$(dpkg-deb --field "$deb" Version)" = "$version" ] || echo "    not of version $version"
         dpkg-deb --field "$deb" Depends | tr ',' '\n' | sed 's/ *\([^ ]*\).*/    needs \1/' | sort
-        dpkg-deb --fsys-tarfile "$deb" | tar --list | files
+        dpkg-deb --fsys-tarfile "$deb" | tar --list |
+            grep -v '/$' | sed 's|^|    |; s|/examples/.*|/examples/...|' | sort -u
     done
-    echo "archive:"
-    tar --list --file "$scratch"/made/*.tar.gz | sed 's|^[^/]*/||' | files
 }
 
 if $update; then
@@ -66,42 +60,41 @@ if ! diff -u --label "what is to be in the packages" --label "what is in them" "
     fail "To accept a deliberate change: cmake --build <build directory> --target update_packages"
 fi
 
-# works FOLDER: the program there does its work with what is there alone.
-works() {
-    local program=$1/bin/workplace examples=$1/share/workplace/examples
-    if grep --recursive --files-with-matches --fixed-strings -e "$build" -e "$sources" "$1"; then
-        fail "the files above name the place where they were built"
-    fi
-    env --ignore-environment ldd "$program" >"$scratch/ldd"
-    # Who loads the plugin has found the framework already.
-    env --ignore-environment LD_LIBRARY_PATH="$1/lib" ldd "$1/lib/libp_tool_vesk_zrt.so" >>"$scratch/ldd"
-    if grep "not found" "$scratch/ldd"; then
-        fail "the libraries above are not found"
-    fi
-    if sed -n 's/.*lib\(plugin_management\|utilities\|zrt_controller\)\.so => \([^ ]*\) .*/\2/p' "$scratch/ldd" | grep -v "^$1/"; then
-        fail "the libraries above are not those of $1"
-    fi
-
-    # Nothing of the caller's, so that nothing of it can help.
-    (
-        cd "$examples"
-        env --ignore-environment LC_ALL=C.UTF-8 "$program" run working_day.json >"$scratch/transcript"
-        diff "$sources/tests/program/data/working_day.txt" "$scratch/transcript"
-        env --ignore-environment LC_ALL=C.UTF-8 "$program" replay traces/working_day.jsonl
-        env --ignore-environment LC_ALL=C.UTF-8 QT_QPA_PLATFORM=offscreen HOME="$scratch" "$program" panel \
-            --tool "left bench" --records maintenance.json --screenshot "$scratch/page.png"
-    ) || fail "the program in $1 does not work"
-    [ "$("$program" --version)" = "workplace $version" ] || fail "the program is not of version $version"
-}
-
+# The archive has what the packages have together.
 for deb in "$scratch"/made/*.deb; do
     dpkg-deb --extract "$deb" "$scratch/root"
 done
-works "$scratch/root/opt/zrt-tool"
-
 mkdir "$scratch/archive"
 tar --extract --file "$scratch"/made/*.tar.gz --directory "$scratch/archive" --strip-components 1
-works "$scratch/archive"
+root=$scratch/root/opt/zrt-tool
+diff --recursive "$root" "$scratch/archive" || fail "the archive is not what is in the packages"
+
+# It works with what is there alone.
+program=$root/bin/workplace
+if grep --recursive --files-with-matches --fixed-strings -e "$build" -e "$sources" "$root"; then
+    fail "the files above name the place where they were built"
+fi
+env --ignore-environment ldd "$program" >"$scratch/ldd"
+# Who loads the plugin has found the framework already.
+env --ignore-environment LD_LIBRARY_PATH="$root/lib" ldd "$root/lib/libp_tool_vesk_zrt.so" >>"$scratch/ldd"
+if grep "not found" "$scratch/ldd"; then
+    fail "the libraries above are not found"
+fi
+if sed -n 's/.*lib\(plugin_management\|utilities\|zrt_controller\)\.so => \([^ ]*\) .*/\2/p' "$scratch/ldd" |
+    grep -v "^$root/"; then
+    fail "the libraries above are not those of the packages"
+fi
+
+# Nothing of the caller's, so that nothing of it can help.
+(
+    cd "$root/share/workplace/examples"
+    env --ignore-environment LC_ALL=C.UTF-8 "$program" run working_day.json >"$scratch/transcript"
+    diff "$sources/tests/program/data/working_day.txt" "$scratch/transcript"
+    env --ignore-environment LC_ALL=C.UTF-8 "$program" replay traces/working_day.jsonl
+    env --ignore-environment LC_ALL=C.UTF-8 QT_QPA_PLATFORM=offscreen HOME="$scratch" "$program" panel \
+        --tool "left bench" --records maintenance.json --screenshot "$scratch/page.png"
+) || fail "the program does not work"
+[ "$("$program" --version)" = "workplace $version" ] || fail "the program is not of version $version"
 
 # The program in the documents, with the package of the simulated controller alone.
 dpkg-deb --extract "$scratch"/made/zrt-tool-controller_*.deb "$scratch/controller"
@@ -114,10 +107,3 @@ quietly "$cmake" -S "$scratch/host" -B "$scratch/host/build" -DCMAKE_PREFIX_PATH
 quietly "$cmake" --build "$scratch/host/build"
 env --ignore-environment "$scratch/host/build/my_host_test" >"$scratch/printed"
 diff "$scratch/expected" "$scratch/printed" || fail "the program in docs/controller.md prints something else"
-
-for component in plugin sdk controller workplace; do
-    quietly "$cmake" --install "$build" --prefix "$scratch/installed" --component "$component"
-done
-works "$scratch/installed"
-diff <(cd "$scratch/installed" && find . -type f | sort) <(cd "$scratch/archive" && find . -type f | sort) ||
-    fail "the components are not the whole"
