@@ -34,10 +34,7 @@ SAMPLES = {
     },
     "backup": {"presets": PRESETS, "parameters": {"language": 2}},
     "controller": {
-        "identity": {"model": "ZRT", "serialNumber": "1", "firmware": "1.0"}, "lock": 0, "screenLocked": False,
-        "triggerMode": False, "reverse": False, "presets": PRESETS, "program": 1, "unwritablePresets": [7],
-        "parameters": {"language": 2}, "eventCount": 0, "screws": ["good"], "seed": 1, "replyTime": 5, "presetTime": 50,
-        "connected": True,
+        "presets": PRESETS, "unwritablePresets": [7], "parameters": {"language": 2}, "screws": ["good"],
         "faults": [
             {"kind": "late", "instruction": "setLock", "nth": 2, "delay": 5000},
             {"kind": "delay", "instruction": "setLock", "percent": 0, "delay": 5},
@@ -47,25 +44,18 @@ SAMPLES = {
     },
     "maintenance": {"tools": {"left": {"serialNumber": "1", "validityDate": "2027-03-31", "alertBeforeExpiration": 7}}},
     "trace_line": [
-        {"time": 0, "event": "begin", "format": 1, "plugin": "Plugin Tool ZRT", "version": "1.0",
-         "controller": "ZRT 1", "start": "2000-01-01T00:00:00.000"},
-        {"time": 0, "event": "order", "order": 1, "command": "init", "parameters": {"a": 1}},
-        {"time": 0, "event": "instruction", "order": 1, "instruction": 1, "target": "device", "name": "getInfo",
-         "arguments": {}, "timeAllowance": 4000},
-        {"time": 0, "event": "notDelivered", "order": 1, "instruction": 1, "name": "getInfo", "reason": "gone",
-         "goesOn": False},
-        {"time": 0, "event": "withdrawn", "order": 1, "instruction": 1},
-        {"time": 0, "event": "reply", "order": 1, "instruction": 1, "reply": {"a": 1}},
-        {"time": 0, "event": "dropped", "order": 1, "instruction": 1},
-        {"time": 0, "event": "result", "order": 1, "key": "doneOk", "value": True},
-        {"time": 0, "event": "finished", "order": 1, "command": "init", "success": False, "message": "why"},
-        {"time": 0, "event": "unexpected", "order": 1, "key": "doneOk", "expected": True, "actual": False},
-        {"time": 0, "event": "person", "action": "pulls the trigger", "effect": "but the tool is locked"},
-        {"time": 0, "event": "waitFailed", "message": "why"},
-        {"time": 0, "event": "log", "level": "info", "text": "a"},
-        {"time": 0, "event": "stop", "command": "stopListening", "running": 0},
-        {"time": 0, "event": "stopAll", "running": 0},
-        {"time": 0, "event": "end", "done": 1, "failed": 0, "notRun": 0, "droppedReplies": 0},
+        {"event": "begin", "format": 1, "start": "2000-01-01T00:00:00.000"},
+        {"event": "order", "order": 1, "command": "init", "parameters": {"a": 1}},
+        {"event": "instruction", "order": 1, "instruction": 1, "target": "device", "timeAllowance": 4000},
+        {"event": "notDelivered", "order": 1, "instruction": 1}, {"event": "withdrawn", "order": 1, "instruction": 1},
+        {"event": "reply", "order": 1, "instruction": 1, "reply": {"a": 1}},
+        {"event": "dropped", "order": 1, "instruction": 1},
+        {"event": "result", "order": 1, "key": "doneOk", "value": True},
+        {"event": "finished", "order": 1, "command": "init", "success": False, "message": "why"},
+        {"event": "unexpected", "order": 1, "key": "doneOk", "expected": True, "actual": False},
+        {"event": "person", "effect": "but the tool is locked"}, {"event": "waitFailed"},
+        {"event": "log", "level": "info"}, {"event": "stop", "command": "stopListening"}, {"event": "stopAll"},
+        {"event": "end"},
     ],
 }
 # What changes of every kind leave out.
@@ -139,12 +129,12 @@ def read_schema(name):
 def complete(content, schema):
     """Adds what the schema of an object has and the object has not, so that each key is tried."""
     for key, part in schema["properties"].items():
+        if "default" in part:
+            content.setdefault(key, copy.deepcopy(part["default"]))
+        elif key in schema.get("required", []):
+            content.setdefault(key, {"integer": 0, "boolean": False, "string": ""}.get(part.get("type"), {}))
         if key in content and part.get("type") == "object" and "properties" in part:
             complete(content[key], part)
-        elif key not in content and "default" in part:
-            content[key] = part["default"]
-        elif key not in content and key in schema.get("required", []):
-            content[key] = {"integer": 0, "boolean": False, "string": ""}.get(part.get("type"), {})
 
 
 def complete_samples():
@@ -152,6 +142,7 @@ def complete_samples():
         complete(SAMPLES[name], read_schema(name))
     kinds = {kind["properties"]["event"]["const"]: kind for kind in read_schema("trace_line")["oneOf"]}
     for line in SAMPLES["trace_line"]:
+        line["time"] = 0
         complete(line, kinds.pop(line["event"]))
     return [f"trace_line: the sample lacks the event {name}" for name in kinds]
 
