@@ -238,7 +238,10 @@ private slots:
             << manyUnknown + error("d_cmd_new.cpp", "1", "ERROR: New")
             << "2 times, first on line 2: d_cmd_new.cpp, 1: ERROR: New\n"_s
             << "\n1004 lines of the plugin, 1000 different; 3 more that differ from these are not shown\n"_s;
-        // The program reads such a line in pieces.
+        // The program reads such lines in pieces.
+        QTest::newRow("behind a long line")
+            << QByteArray(3'000'000, 'x') + '\n' + c_init << "once, on line 3: d_cmd_init_zrt.cpp, 81: "_s
+            << "\n1 line of the plugin\n"_s;
         QTest::newRow("many on one line")
             << '[' + (inJson(c_init) + ',').repeated(8000) + inJson(c_code) + "]\n"
             << "8000 times, first on line 1: d_cmd_init_zrt.cpp, 81: "_s
