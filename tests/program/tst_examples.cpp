@@ -190,7 +190,7 @@ private:
         return terminal.shown();
     }
 
-    Workplace const m_workplace;
+    Workplace m_workplace;
 };
 
 QTEST_GUILESS_MAIN(TestExamples)

@@ -316,7 +316,7 @@ private:
         return all;
     }
 
-    Workplace const m_workplace;
+    Workplace m_workplace;
 };
 
 QTEST_GUILESS_MAIN(TestExplain)

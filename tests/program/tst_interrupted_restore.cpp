@@ -217,7 +217,7 @@ private slots:
     }
 
 private:
-    Workplace const m_workplace;
+    Workplace m_workplace;
     QString m_backup;
 };
 

@@ -293,7 +293,7 @@ private:
         return QProcess::splitCommand(commandLines.value(reader)) + QStringList{file};
     }
 
-    Workplace const m_workplace;
+    Workplace m_workplace;
     /// The programs that wait three seconds for a pipe, by what they do with it. They wait together.
     std::map<QString, QProcess> m_waiting;
 };

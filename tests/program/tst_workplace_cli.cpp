@@ -648,7 +648,7 @@ trace.jsonl:8: {"time":15,"event":"reply","order":1,"instruction":3,"reply":{"do
 private:
     QString makePipe(QString const& name) const
     {
-        QString const path = m_workplace->filePath(name);
+        QString path = m_workplace->filePath(name);
         if (::mkfifo(QFile::encodeName(path).constData(), 0600) != 0)
             qFatal("cannot make a pipe");
         return path;
