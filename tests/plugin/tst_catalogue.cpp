@@ -1,14 +1,24 @@
-#include "literals.h"
-#include "shipped_plugin.h"
-#include "variants.h"
+#include "meta_entries.h"
+#include "working_command.h"
 
 #include <QSignalSpy>
-#include <QTest>
 
 namespace
 {
 
-QUuid const c_object("{11111111-2222-4333-8444-555555555555}"_s);
+/// All that a command declares.
+QString declared(ICommand const& command)
+{
+    QString text = command.commandName() + "|"_s + command.stopCommandName() + "|"_s + command.description();
+    auto const add = [&text](QString const& kind, QList<DDeclaration> const& declarations) {
+        for (auto const& one : declarations)
+            text +=
+                "\n%1 %2 (%3) %4: %5"_s.arg(kind, one.key, one.typeTag, one.label, textOf(one.defaultValue));
+    };
+    add("parameter"_s, command.commandArguments().parameters);
+    add("result"_s, command.commandArguments().results);
+    return text;
+}
 
 } // namespace
 
@@ -21,21 +31,16 @@ class TestCatalogue : public QObject
 private slots:
     void announcement()
     {
-        auto const instance = ShippedPlugin().makeInstance(c_object);
+        QUuid const object = QUuid::createUuid();
+        auto const instance = ShippedPlugin().makeInstance(object);
         QCOMPARE(instance->commandNames(), QStringList());
         QSignalSpy const done(instance.get(), &DAbstractPlugin::sigCommandsInitDone);
         instance->initPluginCommands();
-        QVERIFY(!instance->commandNames().isEmpty());
-        QCOMPARE(done.size(), 1);
-        QCOMPARE(done[0][0].toUuid(), c_object);
-        QCOMPARE(done[0][1].toStringList(), instance->commandNames());
-    }
-
-    void secondInitialisation()
-    {
-        auto const instance = ShippedPlugin().makeInstance(c_object);
-        instance->initPluginCommands();
         auto const names = instance->commandNames();
+        QVERIFY(!names.isEmpty());
+        QCOMPARE(done, (QList<QVariantList>{{object, names}}));
+        QCOMPARE(instance->findChildren<DAbstractCommand*>().size(), names.size());
+
         instance->initPluginCommands();
         QCOMPARE(instance->commandNames(), names + names);
     }
@@ -43,8 +48,7 @@ private slots:
     // JSON does not tell a null text from an empty one.
     void nullDefaults()
     {
-        auto const instance = ShippedPlugin().makeInstance(c_object);
-        instance->initPluginCommands();
+        auto const instance = ShippedPlugin().makeInstanceWithCommands();
         QStringList found;
         auto const names = instance->commandNames();
         for (auto const& name : names) {
@@ -58,105 +62,41 @@ private slots:
         QCOMPARE(found, (QStringList{"startTightening.program"_s, "getPresetInfo.prog"_s}));
     }
 
-    void declarations_data() { addCommandRows(); }
-
-    // A clone declares what its prototype does.
-    void declarations()
-    {
-        QFETCH(QString, name);
-        WorkingCommand const working(name);
-        auto const* const prototype = working.instance->commandPrototype(name);
-        QCOMPARE(prototype->commandName(), name);
-        QCOMPARE(working.command->commandName(), name);
-        QCOMPARE(working.command->stopCommandName(), prototype->stopCommandName());
-        QCOMPARE(working.command->isRecurrent(), !prototype->stopCommandName().isEmpty());
-        QCOMPARE(working.command->description(), prototype->description());
-
-        auto const compare = [](QList<DDeclaration> const& actual, QList<DDeclaration> const& expected) {
-            QCOMPARE(actual.size(), expected.size());
-            for (int i = 0; i < expected.size(); ++i) {
-                QCOMPARE(actual[i].key, expected[i].key);
-                QCOMPARE(actual[i].typeTag, expected[i].typeTag);
-                QCOMPARE(actual[i].label, expected[i].label);
-                QVERIFY(isSame(actual[i].defaultValue, expected[i].defaultValue));
-            }
-        };
-        auto const arguments = prototype->commandArguments();
-        compare(working.command->commandArguments().parameters, arguments.parameters);
-        compare(working.command->commandArguments().results, arguments.results);
-        for (auto const& result : arguments.results)
-            QVERIFY(isSame(working.result(result.key), result.defaultValue));
-    }
-
-    void metaObject_data() { addCommandRows(); }
-
-    void metaObject()
-    {
-        QFETCH(QString, name);
-        WorkingCommand const working(name);
-        auto const* const meta = working.command.dynamicCast<QObject>()->metaObject();
-        QCOMPARE(meta->superClass(), &DAbstractCommand::staticMetaObject);
-        // Nothing of its own is open to scripts or to connections by name.
-        QCOMPARE(meta->methodCount(), DAbstractCommand::staticMetaObject.methodCount());
-        QCOMPARE(meta->propertyCount(), DAbstractCommand::staticMetaObject.propertyCount());
-    }
-
     void prototype_data() { addCommandRows(); }
 
     void prototype()
     {
         QFETCH(QString, name);
-        auto const instance = ShippedPlugin().makeInstance(c_object);
-        instance->initPluginCommands();
+        auto const instance = ShippedPlugin().makeInstanceWithCommands();
         auto const* const prototype = dynamic_cast<DAbstractCommand const*>(instance->commandPrototype(name));
         QVERIFY(prototype);
         QCOMPARE(prototype->parent(), instance.get());
-        QCOMPARE(prototype->getOrderId(), quint64(0));
+        QCOMPARE(prototype->commandName(), name);
         QCOMPARE(prototype->getParameterOrderId(), quint64(0));
-        QCOMPARE(instance->findChildren<DAbstractCommand*>().size(), instance->commandNames().size());
+        // Nothing of its own is open to scripts or to connections by name.
+        QCOMPARE(prototype->metaObject()->superClass(), &DAbstractCommand::staticMetaObject);
+        QCOMPARE(ownEntries(*prototype->metaObject()), QStringList());
     }
 
     void clone_data() { addCommandRows(); }
 
+    // A clone declares what its prototype does, and can be cloned again; its parameters do not come along.
     void clone()
     {
         QFETCH(QString, name);
-        WorkingCommand const working(name, {{"orderId"_s, 11}});
-        auto const* const prototype =
-            dynamic_cast<DAbstractCommand const*>(working.instance->commandPrototype(name));
-        auto const first = working.command.dynamicCast<DAbstractCommand>();
-        QVERIFY(first.data() != prototype);
-        QCOMPARE(first->metaObject(), prototype->metaObject());
-        QCOMPARE(first->parent(), working.instance.get());
-        QCOMPARE(first->getParameterOrderId(), quint64(11));
-        QCOMPARE(prototype->getParameterOrderId(), quint64(0));
-
-        // A clone can be cloned again; its parameters do not come along.
-        auto const second = first->createCommand({{"orderId"_s, 12}}).dynamicCast<DAbstractCommand>();
-        QCOMPARE(second->metaObject(), prototype->metaObject());
-        QCOMPARE(second->parent(), working.instance.get());
-        QCOMPARE(second->getParameterOrderId(), quint64(12));
-        QCOMPARE(first->getParameterOrderId(), quint64(11));
-    }
-
-    void cloneIsReleasedOnce_data() { addCommandRows(); }
-
-    void cloneIsReleasedOnce()
-    {
-        QFETCH(QString, name);
-        WorkingCommand working(name);
-        QPointer<QObject> const watched = working.command.dynamicCast<QObject>().data();
-        QWeakPointer<ICommand> const tracked = working.command;
-        QSharedPointer<ICommand> other = working.command;
-        working.command.reset();
-        QVERIFY(watched);
-        QVERIFY(tracked.toStrongRef());
-        other.reset();
-        QVERIFY(!watched);
-        QVERIFY(!tracked.toStrongRef());
-        // It is no child of the plugin instance any more, which would delete it again.
-        QCOMPARE(working.instance->findChildren<DAbstractCommand*>().size(),
-                 working.instance->commandNames().size());
+        auto const instance = ShippedPlugin().makeInstanceWithCommands();
+        auto const* const prototype = dynamic_cast<DAbstractCommand const*>(instance->commandPrototype(name));
+        auto const first = prototype->createCommand({{"orderId"_s, 11}});
+        auto const second = first->createCommand({{"orderId"_s, 12}});
+        quint64 orderId = 11;
+        for (auto const& made : {first, second}) {
+            auto const* const clone = dynamic_cast<DAbstractCommand const*>(made.data());
+            QVERIFY(clone != prototype);
+            QCOMPARE(clone->metaObject(), prototype->metaObject());
+            QCOMPARE(clone->parent(), instance.get());
+            QCOMPARE(clone->getParameterOrderId(), orderId++);
+            QCOMPARE(declared(*clone), declared(*prototype));
+        }
     }
 };
 

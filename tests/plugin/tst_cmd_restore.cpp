@@ -1,29 +1,14 @@
-#include "error_line.h"
-#include "literals.h"
-#include "shipped_plugin.h"
-#include "variants.h"
-
-#include <QTest>
+#include "working_command.h"
 
 namespace
 {
 
-QString const c_name = "restore"_s;
-QString const c_statusData = "statusData"_s;
-QString const c_toolInfo = "toolInfo"_s;
-QString const c_filePath = "filePath"_s;
-QString const c_startPreset = "startPreset"_s;
-QString const c_endPreset = "endPreset"_s;
-QString const c_loadControllerParams = "loadControllerParams"_s;
+QVariantMap const c_tool{
+    {"serialNumber"_s, "SN-7"_s}, {"validityDate"_s, "2027-01-31"_s}, {"name"_s, "left bench"_s}};
 
-QVariantMap progress(int percent)
+QVariantMap status(QVariant const& value)
 {
-    return {{c_statusData, QVariantMap{{"progress"_s, percent}}}};
-}
-
-QVariantMap arguments(QVariant const& file, QVariant const& start, QVariant const& end, QVariant const& load)
-{
-    return {{c_filePath, file}, {c_startPreset, start}, {c_endPreset, end}, {c_loadControllerParams, load}};
+    return {{"statusData"_s, value}};
 }
 
 } // namespace
@@ -34,175 +19,74 @@ class TestCmdRestore : public QObject
     Q_OBJECT
 
 private slots:
-    void arguments_data()
+    void instruction_data()
     {
         QTest::addColumn<QVariantMap>("parameters");
-        QTest::addColumn<QVariantMap>("expected");
-        QString const file = "/backups/left.json"_s;
-        QTest::newRow("nothing given")
-            << QVariantMap() << ::arguments(QString(QLatin1String("")), 0, 0, false);
-        QTest::newRow("as declared") << ::arguments(file, 1, 8, true) << ::arguments(file, 1, 8, true);
-        QTest::newRow("numbers as text")
-            << ::arguments(file, "1"_s, "8"_s, "true"_s) << ::arguments(file, "1"_s, "8"_s, true);
-        QTest::newRow("other numbers") << ::arguments(7, 1U, 8.5, 0) << ::arguments(7, 1U, 8.5, false);
-        QTest::newRow("invalid") << ::arguments(QVariant(), QVariant(), QVariant(), QVariant())
-                                 << ::arguments(QVariant(), QVariant(), QVariant(), false);
-        QTest::newRow("further keys")
-            << QVariantMap{{"more"_s, 1}} << ::arguments(QString(QLatin1String("")), 0, 0, false);
+        QTest::addColumn<QString>("arguments");
+        auto const row = [](char const* rule, QVariant const& preset, QVariant const& loads,
+                            char const* arguments) {
+            QTest::newRow(rule) << QVariantMap{{"filePath"_s, "left.json"_s},
+                                               {"startPreset"_s, preset},
+                                               {"endPreset"_s, 8},
+                                               {"loadControllerParams"_s, loads}}
+                                << QString::fromLatin1(arguments);
+        };
+        QTest::newRow("nothing is given")
+            << QVariantMap()
+            << "{endPreset: 0, filePath: \"\", loadControllerParams: false, startPreset: 0}"_s;
+        row("given as declared", 1, true,
+            "{endPreset: 8, filePath: \"left.json\", loadControllerParams: true, startPreset: 1}");
+        row("only whether to load is converted", "1"_s, "true"_s,
+            "{endPreset: 8, filePath: \"left.json\", loadControllerParams: true, startPreset: \"1\"}");
+        row("invalid values are given", {}, {},
+            "{endPreset: 8, filePath: \"left.json\", loadControllerParams: false, startPreset: nothing}");
     }
 
-    void arguments()
+    void instruction()
     {
         QFETCH(QVariantMap, parameters);
-        QFETCH(QVariantMap, expected);
-        WorkingCommand restore(c_name, parameters);
-        QVERIFY(restore.execute());
-        QCOMPARE(restore.order.names(), QStringList{"restoreBackup"_s});
-        auto const sent = restore.order.posted[0].instruction.arguments;
-        QCOMPARE(sent.keys(), expected.keys());
-        for (auto const& key : expected.keys())
-            QVERIFY2(isSame(sent.value(key), expected.value(key)), qPrintable(key));
+        QFETCH(QString, arguments);
+        QCOMPARE(WorkingCommand("restore"_s, parameters).execute(), "restoreBackup "_s + arguments);
     }
 
-    void everyStatusIsPublished()
+    void course()
     {
-        WorkingCommand restore(c_name);
-        QVERIFY(restore.execute());
-        for (int percent = 0; percent <= 100; percent += 50)
-            QVERIFY(restore.reply(progress(percent)));
-        QCOMPARE(restore.order.results.size(), 3);
-        QCOMPARE(restore.order.posted.size(), 1);
-        QCOMPARE(restore.order.finishes.size(), 0);
-        QVERIFY(restore.order.results[0].second.toMap().contains(c_toolInfo));
-        QVERIFY(isSame(restore.order.results[1].second, QVariant(QVariantMap{{"progress"_s, 50}})));
-        QVERIFY(isSame(restore.order.results[2].second, QVariant(QVariantMap{{"progress"_s, 100}})));
+        WorkingCommand restore("restore"_s, c_tool);
+        restore.execute();
+        // A bad reply is not the first status.
+        QCOMPARE(restore.reply({{"error"_s, "no such file"_s}}), "ERROR: Invalid reply format; refused"_s);
+        QCOMPARE(restore.reply(status(QVariantMap{{"toolInfo"_s, 1}})),
+                 "statusData = {toolInfo: {serialNumber: \"SN-7\", toolName: \"left bench\", "
+                 "validityDate: \"2027-01-31\"}}"_s);
+        // The tool is told of once; after that the controller has the word.
+        QCOMPARE(restore.reply(status(QVariantMap{{"toolInfo"_s, 1}})), "statusData = {toolInfo: 1}"_s);
+        QCOMPARE(restore.reply(status(1)), "statusData = {}"_s);
+        QCOMPARE(restore.finish(), "withdrew restoreBackup; ended well"_s);
+        QCOMPARE(restore.reply(status(1)), "dropped; refused"_s);
     }
 
-    void toolInfo_data()
+    void toolIsToldOncePerObject()
     {
-        QTest::addColumn<QVariantMap>("parameters");
-        QTest::addColumn<QStringList>("expected");
-        QTest::newRow("nothing given") << QVariantMap() << QStringList{QString(), QString(), QString()};
-        QTest::newRow("given") << QVariantMap{{"serialNumber"_s, "SN-7"_s},
-                                              {"validityDate"_s, "2027-01-31"_s},
-                                              {"name"_s, "left bench"_s}}
-                               << QStringList{"SN-7"_s, "2027-01-31"_s, "left bench"_s};
-        QTest::newRow("converted to text")
-            << QVariantMap{{"serialNumber"_s, 7}, {"validityDate"_s, QVariant()}, {"name"_s, 8}}
-            << QStringList{"7"_s, QString(), "8"_s};
+        WorkingCommand restore("restore"_s);
+        QString const toolInfo =
+            "statusData = {toolInfo: {serialNumber: \"\", toolName: \"\", validityDate: \"\"}}"_s;
+        restore.execute();
+        QCOMPARE(restore.reply(status(QVariantMap())), toolInfo);
+        restore.finish();
+        restore.execute();
+        QCOMPARE(restore.reply(status(QVariantMap())), "statusData = {}"_s);
+        restore.command = restore.command->createCommand({});
+        restore.execute();
+        QCOMPARE(restore.reply(status(QVariantMap())), toolInfo);
     }
 
-    void toolInfo()
+    void whatTellsOfTheToolBecomesText()
     {
-        QFETCH(QVariantMap, parameters);
-        QFETCH(QStringList, expected);
-        WorkingCommand restore(c_name, parameters);
-        QVERIFY(restore.execute());
-        QVERIFY(restore.reply(progress(0)));
-        QVariantMap const info{
-            {"serialNumber"_s, expected[0]}, {"validityDate"_s, expected[1]}, {"toolName"_s, expected[2]}};
-        QVERIFY(isSame(restore.result(c_statusData),
-                       QVariant(QVariantMap{{"progress"_s, 0}, {c_toolInfo, info}})));
-        auto const published = restore.result(c_statusData).toMap().value(c_toolInfo).toMap();
-        for (auto const& value : published)
-            QCOMPARE(value.userType(), int(QMetaType::QString));
-    }
-
-    void toolInfoOncePerObject()
-    {
-        WorkingCommand restore(c_name);
-        for (int execution = 0; execution < 2; ++execution) {
-            QVERIFY(restore.execute());
-            QVERIFY(restore.reply(progress(0)));
-            QVERIFY(restore.reply(progress(100)));
-            bool success = true;
-            QVERIFY(restore.command->finishTheCommand(success));
-        }
-        QCOMPARE(restore.order.results.size(), 4);
-        for (int i = 0; i < 4; ++i)
-            QCOMPARE(restore.order.results[i].second.toMap().contains(c_toolInfo), i == 0);
-
-        // Another object of the same plugin has it of its own.
-        auto const second = restore.command->createCommand({}).dynamicCast<DAbstractCommand>();
-        RecordingOrder order;
-        QVERIFY(order.execute(*second));
-        QVERIFY(second->setReply(order.posted[0].id, progress(0)));
-        QVERIFY(second->result(c_statusData).toMap().contains(c_toolInfo));
-    }
-
-    void toolInfoOfTheDeviceIsReplaced()
-    {
-        WorkingCommand restore(c_name);
-        QVERIFY(restore.execute());
-        QVariantMap const fromDevice{{c_statusData, QVariantMap{{c_toolInfo, 1}}}};
-        QVERIFY(restore.reply(fromDevice));
-        QCOMPARE(restore.result(c_statusData).toMap().value(c_toolInfo).toMap().size(), 3);
-        QVERIFY(restore.reply(fromDevice));
-        QVERIFY(isSame(restore.result(c_statusData).toMap().value(c_toolInfo), QVariant(1)));
-    }
-
-    void statusOfAnyKind_data()
-    {
-        QTest::addColumn<QVariant>("status");
-        for (auto const& [name, value] : everyKindOfValue())
-            QTest::newRow(name.constData()) << value;
-    }
-
-    void statusOfAnyKind()
-    {
-        QFETCH(QVariant, status);
-        MessageCapture const messages;
-        WorkingCommand restore(c_name);
-        QVERIFY(restore.execute());
-        QVERIFY(restore.reply(progress(0)));
-        QVERIFY(restore.reply({{c_statusData, status}}));
-        QCOMPARE(messages.of(QtCriticalMsg).size(), 0);
-        QCOMPARE(restore.order.results.size(), 2);
-        QCOMPARE(restore.result(c_statusData).userType(), int(QMetaType::QVariantMap));
-        QVERIFY(restore.result(c_statusData).toMap() == status.toMap());
-    }
-
-    void statusIsMissing_data()
-    {
-        QTest::addColumn<QVariantMap>("reply");
-        QTest::newRow("empty") << QVariantMap();
-        QTest::newRow("error") << QVariantMap{{"error"_s, "no such file"_s}};
-        QTest::newRow("other key") << QVariantMap{{"status"_s, QVariantMap()}};
-    }
-
-    void statusIsMissing()
-    {
-        QFETCH(QVariantMap, reply);
-        MessageCapture const messages;
-        WorkingCommand restore(c_name);
-        QVERIFY(restore.execute());
-        QVERIFY(!restore.reply(reply));
-        QCOMPARE(ErrorLine::only(messages).message, c_invalidReply);
-        QCOMPARE(ErrorLine::only(messages).line, 90);
-        QCOMPARE(ErrorLine::only(messages).file, "d_cmd_restore.cpp"_s);
-        QCOMPARE(restore.order.results.size(), 0);
-        QVERIFY(!restore.result(c_statusData).isValid());
-    }
-
-    void missingStatusKeepsToolInfo()
-    {
-        MessageCapture const messages;
-        WorkingCommand restore(c_name);
-        QVERIFY(restore.execute());
-        QVERIFY(!restore.reply({}));
-        QVERIFY(restore.reply(progress(0)));
-        QVERIFY(restore.result(c_statusData).toMap().contains(c_toolInfo));
-    }
-
-    void stops()
-    {
-        WorkingCommand restore(c_name);
-        QVERIFY(restore.execute());
-        bool success = true;
-        QVERIFY(restore.command->finishTheCommand(success));
-        QCOMPARE(restore.order.withdrawn.size(), 1);
-        QVERIFY(!restore.reply(progress(0)));
-        QCOMPARE(restore.order.results.size(), 0);
+        WorkingCommand restore("restore"_s,
+                               {{"serialNumber"_s, 7}, {"validityDate"_s, QVariant()}, {"name"_s, true}});
+        restore.execute();
+        QCOMPARE(restore.reply(status(QVariantMap())),
+                 "statusData = {toolInfo: {serialNumber: \"7\", toolName: \"true\", validityDate: \"\"}}"_s);
     }
 };
 

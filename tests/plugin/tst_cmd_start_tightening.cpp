@@ -1,25 +1,4 @@
-#include "error_line.h"
-#include "literals.h"
-#include "shipped_plugin.h"
-#include "variants.h"
-
-#include <QTest>
-
-namespace
-{
-
-QString const c_name = "startTightening"_s;
-QString const c_setProgram = "setProgram"_s;
-QString const c_setLock = "setLock"_s;
-QString const c_getPresetData = "getPresetData"_s;
-QString const c_file = "d_cmd_startTightening.cpp"_s;
-
-QVariantMap lockReply(int status)
-{
-    return {{"lockStatus"_s, status}, {"fasteningLocked"_s, false}, {"looseningLocked"_s, true}};
-}
-
-} // namespace
+#include "working_command.h"
 
 /// The command "startTightening" of the shipped library.
 class TestCmdStartTightening : public QObject
@@ -27,190 +6,87 @@ class TestCmdStartTightening : public QObject
     Q_OBJECT
 
 private slots:
-    void threeInstructionsAtOnce()
-    {
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        QCOMPARE(start.order.names(), (QStringList{c_setProgram, c_setLock, c_getPresetData}));
-        QCOMPARE(start.order.finishes.size(), 0);
-    }
-
-    void arguments_data()
+    void instructions_data()
     {
         QTest::addColumn<QVariantMap>("parameters");
-        QTest::addColumn<QVariant>("program");
-        QTest::addColumn<QVariant>("lock");
-        QTest::addColumn<QVariant>("preset");
-        QString const program = "program"_s;
-        QString const locking = "locking"_s;
-        QTest::newRow("nothing given")
-            << QVariantMap() << QVariant(0U) << QVariant(2U) << QVariant(QString());
-        QTest::newRow("numbers") << QVariantMap{{program, 7}, {locking, 0}} << QVariant(7U) << QVariant(0U)
-                                 << QVariant(7);
-        QTest::newRow("unsigned") << QVariantMap{{program, 65535U}, {locking, 1U}} << QVariant(65535U)
-                                  << QVariant(1U) << QVariant(65535U);
-        QTest::newRow("text") << QVariantMap{{program, "7"_s}, {locking, "1"_s}} << QVariant(7U)
-                              << QVariant(1U) << QVariant("7"_s);
-        QTest::newRow("no numbers") << QVariantMap{{program, "seven"_s}, {locking, QVariantList{1}}}
-                                    << QVariant(0U) << QVariant(0U) << QVariant("seven"_s);
-        QTest::newRow("invalid") << QVariantMap{{program, QVariant()}, {locking, QVariant()}} << QVariant(0U)
-                                 << QVariant(0U) << QVariant();
-        QTest::newRow("map") << QVariantMap{{program, QVariantMap{{program, 3}}}} << QVariant(0U)
-                             << QVariant(2U) << QVariant(QVariantMap{{program, 3}});
+        QTest::addColumn<QString>("course");
+        auto const row = [](char const* rule, QVariantMap const& parameters, QString const& program,
+                            QString const& lock, QString const& preset) {
+            QTest::newRow(rule)
+                << parameters
+                << "setProgram {program: %1}; setLock {lock: %2}; getPresetData {preset: %3}"_s.arg(
+                       program, lock, preset);
+        };
+        auto const given = [](QVariant const& program, QVariant const& locking) {
+            return QVariantMap{{"program"_s, program}, {"locking"_s, locking}};
+        };
+        row("nothing is given", {}, "uint 0"_s, "uint 2"_s, "\"\""_s);
+        row("the preset is the program as it was given", given(7, 0), "uint 7"_s, "uint 0"_s, "7"_s);
+        row("texts are read", given("7"_s, "1"_s), "uint 7"_s, "uint 1"_s, "\"7\""_s);
+        row("what is no number is 0", given("a"_s, QVariantList{1}), "uint 0"_s, "uint 0"_s, "\"a\""_s);
+        row("an invalid value is given", given({}, {}), "uint 0"_s, "uint 0"_s, "nothing"_s);
     }
 
-    void arguments()
+    void instructions()
     {
         QFETCH(QVariantMap, parameters);
-        QFETCH(QVariant, program);
-        QFETCH(QVariant, lock);
-        QFETCH(QVariant, preset);
-        WorkingCommand start(c_name, parameters);
-        QVERIFY(start.execute());
-        auto const argument = [&start](int index, char const* key) {
-            auto const all = start.order.posted[index].instruction.arguments;
-            return all.size() == 1 ? all.value(QString::fromLatin1(key)) : QVariant("not one argument"_s);
+        QFETCH(QString, course);
+        QCOMPARE(WorkingCommand("startTightening"_s, parameters).execute(), course);
+    }
+
+    void reply_data()
+    {
+        QTest::addColumn<QString>("instruction");
+        QTest::addColumn<QVariantMap>("reply");
+        QTest::addColumn<QString>("course");
+        auto const row = [](char const* rule, char const* instruction, QVariantMap const& reply,
+                            QString const& course) {
+            QTest::newRow(rule) << QString::fromLatin1(instruction) << reply << course;
         };
-        QVERIFY(isSame(argument(0, "program"), program));
-        QVERIFY(isSame(argument(1, "lock"), lock));
-        QVERIFY(isSame(argument(2, "preset"), preset));
-    }
-
-    void programReplyIsNotExamined_data()
-    {
-        QTest::addColumn<QVariantMap>("reply");
-        QTest::newRow("empty") << QVariantMap();
-        QTest::newRow("error") << QVariantMap{{"error"_s, "no such program"_s}};
-        QTest::newRow("not done") << QVariantMap{{"doneOk"_s, false}};
-    }
-
-    void programReplyIsNotExamined()
-    {
-        QFETCH(QVariantMap, reply);
-        MessageCapture const messages;
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        QVERIFY(start.replyTo(c_setProgram, reply));
-        QCOMPARE(start.order.results.size(), 0);
-        QCOMPARE(messages.of(QtCriticalMsg).size(), 0);
-    }
-
-    void lockReply_data()
-    {
-        QTest::addColumn<QVariantMap>("reply");
-        auto const valid = ::lockReply(2);
-        QTest::newRow("the three keys") << valid;
-        auto more = valid;
-        more.insert("more"_s, QVariantList{1, 2});
-        QTest::newRow("further keys") << more;
-        QVariantMap invalid;
-        for (auto const& key : valid.keys())
-            invalid.insert(key, QVariant());
-        QTest::newRow("values are not read") << invalid;
-    }
-
-    void lockReply()
-    {
-        QFETCH(QVariantMap, reply);
-        MessageCapture const messages;
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        QVERIFY(start.replyTo(c_setLock, reply));
-        QVERIFY(isSame(start.result("lockingData"_s), QVariant(reply)));
-        QCOMPARE(start.order.results.size(), 1);
-        QCOMPARE(messages.of(QtCriticalMsg).size(), 0);
-    }
-
-    void lockReplyWithoutAKey_data()
-    {
-        QTest::addColumn<QStringList>("missing");
-        QTest::newRow("lockStatus") << QStringList{"lockStatus"_s};
-        QTest::newRow("fasteningLocked") << QStringList{"fasteningLocked"_s};
-        QTest::newRow("looseningLocked") << QStringList{"looseningLocked"_s};
-        QTest::newRow("all") << QStringList(::lockReply(0).keys());
-    }
-
-    void lockReplyWithoutAKey()
-    {
-        QFETCH(QStringList, missing);
-        auto reply = ::lockReply(2);
-        for (auto const& key : missing)
-            reply.remove(key);
-        MessageCapture const messages;
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        QVERIFY(!start.replyTo(c_setLock, reply));
-        QCOMPARE(ErrorLine::only(messages).message, c_invalidReply);
-        QCOMPARE(ErrorLine::only(messages).file, c_file);
-        QCOMPARE(start.order.results.size(), 0);
-        QVERIFY(!start.result("lockingData"_s).isValid());
-    }
-
-    void presetReply_data()
-    {
-        QTest::addColumn<QVariant>("preset");
-        for (auto const& [name, value] : everyKindOfValue())
-            QTest::newRow(name.constData()) << value;
-    }
-
-    void presetReply()
-    {
-        QFETCH(QVariant, preset);
-        MessageCapture const messages;
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        bool const isMap = preset.userType() == QMetaType::QVariantMap;
-        QCOMPARE(start.replyTo(c_getPresetData, {{"presetData"_s, preset}}), isMap);
-        if (isMap) {
-            QVERIFY(isSame(start.result("presetData"_s), preset));
-            QCOMPARE(messages.of(QtCriticalMsg).size(), 0);
-            return;
+        QString const invalid = "ERROR: Invalid reply format; refused"_s;
+        row("the reply about the program is not examined", "setProgram", {{"error"_s, "no"_s}}, {});
+        QVariantMap locks{{"lockStatus"_s, QVariant()}, {"fasteningLocked"_s, 1}, {"looseningLocked"_s, 2}};
+        for (auto const& key : locks.keys()) {
+            auto lacking = locks;
+            lacking.remove(key);
+            row(qPrintable("a lock reply without %1 fails"_s.arg(key)), "setLock", lacking, invalid);
         }
-        QCOMPARE(ErrorLine::only(messages).message, c_unmanagedFormat);
-        QCOMPARE(ErrorLine::only(messages).file, c_file);
-        QCOMPARE(start.order.results.size(), 0);
+        locks.insert("more"_s, 3);
+        row("the whole lock reply is published", "setLock", locks,
+            "lockingData = {fasteningLocked: 1, lockStatus: nothing, looseningLocked: 2, more: 3}"_s);
+        row("the preset alone is published", "getPresetData",
+            {{"presetData"_s, QVariantMap{{"a"_s, 1}}}, {"more"_s, 1}}, "presetData = {a: 1}"_s);
+        row("a preset that is no map fails", "getPresetData", {{"presetData"_s, 1}},
+            "ERROR: Reply data format not managed; refused"_s);
+        row("a preset reply without a preset fails", "getPresetData", {{"PresetData"_s, QVariantMap()}},
+            invalid);
     }
 
-    void nullPresetIsPublishedAsAMap()
+    void reply()
     {
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        QVERIFY(start.replyTo(c_getPresetData, {{"presetData"_s, QVariant(QVariant::Map)}}));
-        QVERIFY(isSame(start.result("presetData"_s), QVariantMap()));
-        QVERIFY(!start.result("presetData"_s).isNull());
+        QFETCH(QString, instruction);
+        QFETCH(QVariantMap, reply);
+        QFETCH(QString, course);
+        WorkingCommand start("startTightening"_s);
+        start.execute();
+        QCOMPARE(start.reply(instruction, reply), course);
     }
 
-    void presetReplyIsMissing()
+    void nullPresetIsPublishedAsMap()
     {
-        MessageCapture const messages;
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        QVERIFY(!start.replyTo(c_getPresetData, {{"PresetData"_s, QVariantMap()}}));
-        QCOMPARE(ErrorLine::only(messages).message, c_invalidReply);
-        QCOMPARE(ErrorLine::only(messages).file, c_file);
-        QCOMPARE(start.order.results.size(), 0);
+        WorkingCommand start("startTightening"_s);
+        start.execute();
+        start.reply({{"presetData"_s, QVariant(QVariant::Map)}});
+        QVERIFY(!start.object().result("presetData"_s).isNull());
     }
 
     void endsWithAllReplies()
     {
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        QVERIFY(start.replyTo(c_getPresetData, {{"presetData"_s, QVariantMap{{"a"_s, 1}}}}));
-        QVERIFY(start.replyTo(c_setProgram, {}));
-        QCOMPARE(start.order.finishes.size(), 0);
-        QVERIFY(start.replyTo(c_setLock, ::lockReply(2)));
-        QCOMPARE(start.order.finishes.size(), 1);
-        QVERIFY(start.order.finishes[0].success);
-        QCOMPARE(start.order.posted.size(), 3);
-    }
-
-    void secondExecution()
-    {
-        WorkingCommand start(c_name);
-        QVERIFY(start.execute());
-        QVERIFY(start.execute());
-        QCOMPARE(start.order.names(), (QStringList{c_setProgram, c_setLock, c_getPresetData, c_setProgram,
-                                                   c_setLock, c_getPresetData}));
+        WorkingCommand start("startTightening"_s);
+        start.execute();
+        for (auto const& instruction : {"getPresetData"_s, "setProgram"_s, "setLock"_s})
+            QCOMPARE(start.reply(instruction, goodReply(instruction)).endsWith("ended well"_s),
+                     instruction == "setLock"_s);
     }
 };
 

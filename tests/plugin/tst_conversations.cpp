@@ -34,8 +34,7 @@ class TestConversations : public QObject
 private slots:
     void initTestCase()
     {
-        m_tool = ShippedPlugin().makeInstance(QUuid::createUuid());
-        m_tool->initPluginCommands();
+        m_tool = ShippedPlugin().makeInstanceWithCommands();
         QString const complaint = ExpectedCommand::complaint(m_tool->commandNames());
         QVERIFY2(complaint.isEmpty(), qPrintable(complaint));
     }

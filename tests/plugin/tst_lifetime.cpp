@@ -1,14 +1,9 @@
-#include "literals.h"
 #include "living_objects.h"
-#include "message_capture.h"
-#include "scratch_folder.h"
-#include "shipped_plugin.h"
+#include "working_command.h"
 
 #include <QPointer>
-#include <QtTest>
 
 #include <algorithm>
-#include <memory>
 #include <random>
 #include <vector>
 
@@ -18,27 +13,8 @@ namespace
 constexpr int c_rounds = 10'000;
 constexpr int c_roundsOfALibrary = 10; // so that it is loaded and unloaded a thousand times
 
-/// A reply that is mostly right, and now and then empty or odd.
-QVariantMap someReply(std::mt19937& random)
-{
-    switch (random() % 4) {
-    case 0:
-        return {};
-    case 1:
-        return {{"values"_s, QVariantMap{{"eventCountNo"_s, int(random() % 3)}}}, {"presetData"_s, "???"_s}};
-    default:
-        return {{"doneOk"_s, true},
-                {"lockStatus"_s, 1},
-                {"fasteningLocked"_s, true},
-                {"looseningLocked"_s, true},
-                {"presetData"_s, QVariantMap{{"torque"_s, 250}}},
-                {"values"_s, QVariantMap{{"eventCountNo"_s, int(random() % 3)}}},
-                {"statusData"_s, QVariantMap{{"done"_s, 1}}}};
-    }
-}
-
 /// An order with the command that works for it, each of which may be gone.
-struct Life
+struct Work
 {
     std::unique_ptr<RecordingOrder> order = std::make_unique<RecordingOrder>();
     QSharedPointer<ICommand> command;
@@ -46,64 +22,73 @@ struct Life
     QPointer<DAbstractCommand> watched;
 };
 
-/// Does one of the things that a host can do with an order.
-void live(Life& life, std::mt19937& random)
+/// A host that does whatever it may, in any order.
+class RandomHost
 {
-    bool success = random() % 2 == 0;
-    int const posted = life.order ? life.order->posted.size() : 0;
-    quint64 const id = posted > 0 ? life.order->posted[int(random() % unsigned(posted))].id : random() % 200;
-    switch (random() % 10) {
-    case 0:
-        if (life.order && life.command)
-            life.order->execute(*life.command);
-        break;
-    case 1:
-        if (life.command)
-            life.command->commandExecute();
-        break;
-    case 2:
-        if (life.command)
-            life.command->finishTheCommand(success);
-        break;
-    case 3:
-        if (life.order)
-            life.order->allowancePassed(id);
-        break;
-    case 4:
-        if (life.order)
-            life.order->instructionFailed(id, "gone"_s);
-        break;
-    case 5:
-        if (life.command)
-            life.command->linkWithItsOrder(random() % 2 == 0 ? life.order.get() : nullptr);
-        break;
-    default:
-        if (life.command)
-            life.command->setReply(id, someReply(random));
-        break;
+public:
+    /// One of @p count.
+    int choose(int count) { return int(m_random() % unsigned(count)); }
+    template <class List> auto& oneOf(List& list)
+    {
+        return list[static_cast<typename List::size_type>(choose(int(list.size())))];
     }
-}
 
-/// Lets go of something that is still held.
-void letGo(Life& life, std::mt19937& random)
-{
-    switch (random() % 3) {
-    case 0:
-        life.order.reset();
-        break;
-    case 1:
-        life.command.reset();
-        break;
-    default:
-        life.secondHandle.reset();
-        break;
+    void shuffle(std::vector<Work>& works) { std::shuffle(works.begin(), works.end(), m_random); }
+
+    /// Does one of the things that a host can do with an order and its command.
+    void use(Work& work)
+    {
+        auto* const order = work.order.get();
+        auto* const command = work.command.data();
+        quint64 const id = idFor(work);
+        bool success = choose(2) == 0;
+        int const action = choose(10);
+        if (action == 0 && order && command)
+            order->execute(*command);
+        else if (action == 1 && order)
+            order->allowancePassed(id);
+        else if (action == 2 && order)
+            order->instructionFailed(id, "gone"_s);
+        else if (action == 3 && command)
+            command->commandExecute();
+        else if (action == 4 && command)
+            command->finishTheCommand(success);
+        else if (action == 5 && command)
+            command->linkWithItsOrder(success ? order : nullptr);
+        else if (command)
+            command->setReply(id, someReply());
     }
-}
 
-bool isMapped()
-{
-    return contentOf("/proc/self/maps"_s).contains("libp_tool_vesk_zrt.so");
-}
+    void letGoOfSomething(Work& work)
+    {
+        int const which = choose(3);
+        if (which == 0)
+            work.order.reset();
+        else if (which == 1)
+            work.command.reset();
+        else
+            work.secondHandle.reset();
+    }
+
+private:
+    quint64 idFor(Work const& work)
+    {
+        if (!work.order || work.order->posted.isEmpty())
+            return quint64(choose(200));
+        return oneOf(work.order->posted).id;
+    }
+
+    /// Mostly right, and now and then empty or odd.
+    QVariantMap someReply()
+    {
+        QVector<QVariantMap> replies{{}, {{"values"_s, 1}, {"presetData"_s, "???"_s}}, goodReply({})};
+        for (int count = 0; count < 3; ++count)
+            replies += goodReply("listenEventsData"_s, count);
+        return oneOf(replies);
+    }
+
+    std::mt19937 m_random{20261121};
+};
 
 } // namespace
 
@@ -118,73 +103,63 @@ private slots:
     void everyOrderOfGoing()
     {
         MessageCapture log;
-        std::mt19937 random(20261121);
+        RandomHost host;
         ShippedPlugin plugin;
         plugin.loader().setLoadHints({}); // Qt keeps a library by default
         LivingObjects const living;
         std::unique_ptr<DAbstractPlugin> instance;
-        QStringList names;
         int prototypes = 0;
-        int commands = 0; // of the library when it was first loaded
         for (int round = 0; round < c_rounds; ++round) {
             if (round % c_roundsOfALibrary == 0) {
-                QVERIFY(!isMapped());
-                instance = plugin.makeInstance(QUuid::createUuid());
-                QVERIFY(isMapped());
-                instance->initPluginCommands();
-                names = instance->commandNames();
-                prototypes = instance->children().size();
+                QVERIFY(!ShippedPlugin::isMapped());
+                instance = plugin.makeInstanceWithCommands();
+                QVERIFY(ShippedPlugin::isMapped());
                 if (round == 0)
-                    commands = names.size();
-                QVERIFY(commands > 0);
-                QCOMPARE(names.size(), commands);
-                QCOMPARE(prototypes, commands);
+                    prototypes = instance->commandNames().size();
+                QVERIFY(prototypes > 0);
+                QCOMPARE(instance->children().size(), prototypes);
             }
-            // Several live side by side, made of prototypes and of each other.
-            std::vector<Life> lives(1 + random() % 4);
-            for (auto& life : lives) {
-                QString const name = names[int(random() % unsigned(names.size()))];
-                ICommand const* maker = instance->commandPrototype(name);
-                if (&life != &lives.front() && lives.front().command && random() % 4 == 0)
-                    maker = lives.front().command.data();
-                life.command = maker->createCommand({{"program"_s, 3}});
-                life.watched = life.command.dynamicCast<DAbstractCommand>().data();
-                if (random() % 3 == 0)
-                    life.secondHandle = life.command;
+            // Several work side by side, made of prototypes and of each other.
+            std::vector<Work> works(std::size_t(1 + host.choose(4)));
+            for (auto& work : works) {
+                auto names = instance->commandNames();
+                ICommand const* maker = instance->commandPrototype(host.oneOf(names));
+                if (works.front().command && host.choose(4) == 0)
+                    maker = works.front().command.data();
+                work.command = maker->createCommand({{"program"_s, 3}});
+                work.watched = dynamic_cast<DAbstractCommand*>(work.command.data());
+                if (host.choose(3) == 0)
+                    work.secondHandle = work.command;
             }
-            QCOMPARE(instance->children().size(), prototypes + int(lives.size()));
-            for (int step = int(random() % 24); step > 0; --step)
-                live(lives[random() % lives.size()], random);
-            // What is left of a life goes on while others end, the instance and the root object among them.
+            QCOMPARE(instance->children().size(), prototypes + int(works.size()));
+            for (int step = host.choose(24); step > 0; --step)
+                host.use(host.oneOf(works));
+            // What is left goes on while others end, the instance and the root object among them.
             bool const isLastOfLibrary = round % c_roundsOfALibrary == c_roundsOfALibrary - 1;
-            if (isLastOfLibrary && random() % 2 == 0)
+            if (isLastOfLibrary && host.choose(2) == 0)
                 instance.reset();
-            if (random() % 16 == 0)
+            if (host.choose(16) == 0)
                 delete plugin.root();
-            for (int step = int(random() % 24); step > 0; --step) {
-                auto& life = lives[random() % lives.size()];
-                letGo(life, random);
-                live(lives[random() % lives.size()], random);
-                QCOMPARE(life.watched.isNull(), !life.command && !life.secondHandle);
+            for (int step = host.choose(24); step > 0; --step) {
+                auto& work = host.oneOf(works);
+                host.letGoOfSomething(work);
+                QCOMPARE(work.watched.isNull(), !work.command && !work.secondHandle);
+                host.use(host.oneOf(works));
             }
-            std::shuffle(lives.begin(), lives.end(), random);
-            lives.clear();
-            // The commands complain of what they were replied, an instance of going first, and nobody of
-            // anything else.
+            host.shuffle(works);
+            works.clear();
+            // The commands complain of replies, an instance of going first, and nobody of anything else.
             for (auto const& line : qAsConst(log.lines))
                 QVERIFY2(line.text.contains("ERROR: "_s) || line.type == QtDebugMsg
                              || (!instance && line.text.startsWith("The plugin instance "_s)),
                          qPrintable(line.text));
             log.lines.clear();
-            if (instance) {
+            if (instance)
                 QCOMPARE(instance->children().size(), prototypes);
-                QCOMPARE(instance->commandNames(), names);
-            }
             if (isLastOfLibrary) {
-                names.clear(); // texts of the library go with it
                 instance.reset();
                 QVERIFY(plugin.loader().unload());
-                QVERIFY(!isMapped());
+                QVERIFY(!ShippedPlugin::isMapped());
                 QCOMPARE(differences({}, living.byClass()), QString());
             }
         }
@@ -196,22 +171,22 @@ private slots:
     {
         QFETCH(QString, name);
         WorkingCommand working(name);
-        QPointer<DAbstractCommand> const watched = working.command.dynamicCast<DAbstractCommand>().data();
+        QPointer<DAbstractCommand> const watched = &working.object();
         working.execute();
         QString const instance = working.instance->objectUuid().toString();
-        MessageCapture log;
-        working.instance.reset();
-        auto const critical = log.of(QtCriticalMsg);
-        QCOMPARE(critical.size(), 1);
-        QCOMPARE(
-            critical[0].text,
-            "The plugin instance %1 was destroyed before its working commands: %2"_s.arg(instance, name));
+        {
+            MessageCapture const log;
+            working.instance.reset();
+            auto const critical = log.of(QtCriticalMsg);
+            QCOMPARE(critical.size(), 1);
+            QCOMPARE(
+                critical[0].text,
+                "The plugin instance %1 was destroyed before its working commands: %2"_s.arg(instance, name));
+        }
         // It works on, and goes once.
         QVERIFY(!watched.isNull());
-        QVERIFY(!working.order.posted.isEmpty());
-        working.command->setReply(working.order.posted.first().id, {});
-        bool success = true;
-        working.command->finishTheCommand(success);
+        working.reply(working.order.posted.first().instruction.name, {});
+        working.finish();
         QVERIFY(!working.order.finishes.isEmpty());
         working.command.reset();
         QVERIFY(watched.isNull());

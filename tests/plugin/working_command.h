@@ -1,0 +1,176 @@
+#pragma once
+
+#include "error_line.h"
+#include "literals.h"
+#include "shipped_plugin.h"
+
+#include <QLocale>
+
+#include <utility>
+
+/// A value as a text, type included: 1, true, "text", [1, 2], {key: value}, nothing; of other types they say
+/// which: uint 1.
+inline QString textOf(QVariant const& value)
+{
+    QStringList items;
+    switch (value.userType()) {
+    case QMetaType::UnknownType:
+        return "nothing"_s;
+    case QMetaType::Bool:
+    case QMetaType::Int:
+        return value.toString();
+    case QMetaType::QString:
+        return "\"%1\""_s.arg(value.toString());
+    case QMetaType::Double:
+        return "double "_s + QString::number(value.toDouble(), 'g', QLocale::FloatingPointShortest);
+    case QMetaType::QVariantList:
+        for (auto const& item : value.toList())
+            items += textOf(item);
+        return "[%1]"_s.arg(items.join(", "_s));
+    case QMetaType::QVariantMap: {
+        auto const map = value.toMap();
+        for (auto it = map.cbegin(); it != map.cend(); ++it)
+            items += "%1: %2"_s.arg(it.key(), textOf(*it));
+        return "{%1}"_s.arg(items.join(", "_s));
+    }
+    default:
+        return "%1 %2"_s.arg(QLatin1String(value.typeName()), value.toString());
+    }
+}
+
+/// An order that keeps a journal of what its command does: "setLock {lock: 1}", "withdrew setLock",
+/// "doneOk = true", "dropped", "ended well" or "failed".
+class JournalOrder : public RecordingOrder
+{
+public:
+    enum Moment
+    {
+        Posted,
+        Withdrawn,
+        Result,
+        Dropped,
+        Finished,
+    };
+
+    /// What has come since the last call.
+    QString takeJournal() { return std::exchange(m_journal, {}).join("; "_s); }
+
+protected:
+    virtual void happened(Moment /*moment*/, QString const& line) { m_journal += line; }
+
+    quint64 instructionPosted(DInstruction const& instruction) override
+    {
+        quint64 const id = RecordingOrder::instructionPosted(instruction);
+        happened(Posted, instruction.arguments.isEmpty()
+                             ? instruction.name
+                             : instruction.name + QLatin1Char(' ') + textOf(instruction.arguments));
+        return id;
+    }
+    void instructionWithdrawn(quint64 id) override
+    {
+        RecordingOrder::instructionWithdrawn(id);
+        for (auto const& one : qAsConst(posted)) {
+            if (one.id == id)
+                return happened(Withdrawn, "withdrew "_s + one.instruction.name);
+        }
+        happened(Withdrawn, "withdrew what was not posted"_s);
+    }
+    void resultUpdated(QString const& key, QVariant const& value) override
+    {
+        RecordingOrder::resultUpdated(key, value);
+        happened(Result, "%1 = %2"_s.arg(key, textOf(value)));
+    }
+    void replyDropped(quint64 id) override
+    {
+        RecordingOrder::replyDropped(id);
+        happened(Dropped, "dropped"_s);
+    }
+    void commandFinished(bool success, QString const& message) override
+    {
+        RecordingOrder::commandFinished(success, message);
+        happened(Finished, success ? "ended well"_s : "failed"_s);
+    }
+
+private:
+    QStringList m_journal;
+};
+
+/// A working command of the shipped plugin, made from its prototype in a plugin instance of its own, with an
+/// order. Each operation returns what came of it: what was logged, the order's journal, and "refused" if the
+/// command answered false. The members are in the order in which a host must let go of them, last first.
+class WorkingCommand
+{
+public:
+    explicit WorkingCommand(QString const& name, QVariantMap const& parameters = {})
+        : instance(ShippedPlugin().makeInstanceWithCommands())
+        , command(instance->commandPrototype(name)->createCommand(parameters))
+    {}
+
+    QString execute()
+    {
+        return courseOf([this] { return order.execute(*command); });
+    }
+
+    /// Replies to the last instruction that was posted, or to the last one of this name.
+    QString reply(QVariantMap const& map) { return reply(order.posted.last().instruction.name, map); }
+    QString reply(QString const& instruction, QVariantMap const& map)
+    {
+        int const place = order.names().lastIndexOf(instruction);
+        return courseOf([&] { return command->setReply(order.posted[place].id, map); });
+    }
+
+    QString finish(bool success = true)
+    {
+        return courseOf([&] { return command->finishTheCommand(success); });
+    }
+
+    DAbstractCommand& object() { return dynamic_cast<DAbstractCommand&>(*command); }
+
+    std::unique_ptr<DAbstractPlugin> instance;
+    JournalOrder order;
+    QSharedPointer<ICommand> command;
+
+private:
+    template <class Operation> QString courseOf(Operation const& operation)
+    {
+        MessageCapture const log;
+        bool const isTaken = operation();
+        QStringList course;
+        for (auto const& line : log.lines) {
+            if (line.type == QtCriticalMsg)
+                course += ErrorLine::only(log).message;
+            else if (line.type != QtDebugMsg)
+                course += line.text;
+        }
+        course += order.takeJournal();
+        if (!isTaken)
+            course += "refused"_s;
+        course.removeAll(QString());
+        return course.join("; "_s);
+    }
+};
+
+/// A reply that the handler of every such instruction takes.
+inline QVariantMap goodReply(QString const& instruction, int eventCount = 0)
+{
+    if (instruction == QLatin1String("listenEventsData"))
+        return {{"values"_s, QVariantMap{{"eventCountNo"_s, eventCount}}}};
+    return {{"doneOk"_s, true},
+            {"lockStatus"_s, 1},
+            {"fasteningLocked"_s, true},
+            {"looseningLocked"_s, true},
+            {"presetData"_s, QVariantMap{{"torque"_s, 250}}},
+            {"values"_s, QVariantList{1}},
+            {"statusData"_s, QVariantMap{{"done"_s, 1}}}};
+}
+
+/// The columns and rows of a test of replies: the rule, the reply, and what comes of it.
+inline void addReplyColumns()
+{
+    QTest::addColumn<QVariantMap>("reply");
+    QTest::addColumn<QString>("course");
+}
+inline void addReply(char const* rule, QVariantMap const& reply, QString const& course)
+{
+    QTest::newRow(rule) << reply << course;
+}
