@@ -1,78 +1,36 @@
-#include "fatal.h"
-#include "literals.h"
-#include "message_capture.h"
+#include "child.h"
 #include "scripted_plugin.h"
-#include "shipped_plugin.h"
+#include "working_command.h"
 
 #include <QPointer>
-#include <QtTest>
 
 #include <functional>
-#include <memory>
-#include <utility>
 
 namespace
 {
 
-/// An order whose host does something in the middle of what it is told.
-class MeddlingOrder : public RecordingOrder
+/// An order whose host acts from within what it is told.
+class ReentrantOrder : public JournalOrder
 {
 public:
-    enum Moment
-    {
-        Posted,
-        Withdrawn,
-        Result,
-        Dropped,
-        Finished,
-    };
-
     /// At the next such moment, once.
-    void meddle(Moment moment, std::function<void()> deed)
+    void at(Moment moment, std::function<void()> const& action)
     {
         m_moment = moment;
-        m_deed = std::move(deed);
+        m_action = action;
     }
 
 protected:
-    quint64 instructionPosted(DInstruction const& instruction) override
+    void happened(Moment moment, QString const& line) override
     {
-        quint64 const id = RecordingOrder::instructionPosted(instruction);
-        have(Posted);
-        return id;
-    }
-    void instructionWithdrawn(quint64 id) override
-    {
-        RecordingOrder::instructionWithdrawn(id);
-        have(Withdrawn);
-    }
-    void resultUpdated(QString const& key, QVariant const& value) override
-    {
-        RecordingOrder::resultUpdated(key, value);
-        have(Result);
-    }
-    void replyDropped(quint64 id) override
-    {
-        RecordingOrder::replyDropped(id);
-        have(Dropped);
-    }
-    void commandFinished(bool success, QString const& message) override
-    {
-        RecordingOrder::commandFinished(success, message);
-        have(Finished);
+        JournalOrder::happened(moment, line);
+        if (m_action && moment == m_moment)
+            std::exchange(m_action, nullptr)(); // it may be the order's end
     }
 
 private:
-    void have(Moment moment)
-    {
-        if (!m_deed || moment != m_moment)
-            return;
-        std::function<void()> const deed = std::exchange(m_deed, nullptr); // it may be the order's end
-        deed();
-    }
-
     Moment m_moment = Posted;
-    std::function<void()> m_deed;
+    std::function<void()> m_action;
 };
 
 QString const c_result = "n"_s;
@@ -95,109 +53,110 @@ CommandScript twoQuestions(bool listens = false)
     return script;
 }
 
-QSharedPointer<ScriptedCommand> make(CommandScript const& script)
+/// A command that follows its script, and its order.
+class Scripted
 {
-    return QSharedPointer<ScriptedCommand>::create(script, QVariantMap(),
-                                                   QSharedPointer<QStringList>::create(), nullptr);
+public:
+    explicit Scripted(CommandScript const& script = twoQuestions()) { follow(script); }
+
+    void follow(CommandScript const& script)
+    {
+        command.reset(new ScriptedCommand(script, {}, QSharedPointer<QStringList>::create(), nullptr));
+    }
+    bool execute() { return order->execute(*command); }
+    /// Replies to an instruction, counted from 0.
+    bool reply(int place, int number)
+    {
+        return command->setReply(order->posted[place].id, {{c_result, number}});
+    }
+    bool replyToNothing() { return command->setReply(4711, {}); }
+    bool finish()
+    {
+        bool success = true;
+        return command->finishTheCommand(success) && success;
+    }
+    QString journal() { return order->takeJournal(); }
+    void destroyCommandAt(JournalOrder::Moment moment)
+    {
+        order->at(moment, [this] { command.reset(); });
+    }
+
+    std::unique_ptr<ReentrantOrder> order = std::make_unique<ReentrantOrder>();
+    QSharedPointer<ScriptedCommand> command;
+};
+
+/// A command that publishes -1 after what is replied.
+CommandScript twoResults(bool listens = false)
+{
+    CommandScript script = twoQuestions(listens);
+    script.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
+        return command.publish(c_result, reply.value(c_result)) && command.publish(c_result, -1);
+    };
+    return script;
 }
 
-QVariantMap reply(int n)
-{
-    return {{c_result, n}};
-}
+using Action = void (*)(Scripted&);
 
-QString refusal(char const* operation)
-{
-    return "The command \"go\" refused %1: it came from within its order's instructionPosted() "
-           "or instructionWithdrawn()"_s.arg(QLatin1String(operation));
-}
-
-QString destruction(char const* command)
+QString destruction(QString const& command)
 {
     return "The command \"%1\" was destroyed in the middle of its work: from within a handler, "
            "or from within its order's instructionPosted(), instructionWithdrawn() or "
-           "resultUpdated()"_s.arg(QLatin1String(command));
+           "resultUpdated()"_s.arg(command);
 }
 
-using Operation = std::function<bool(MeddlingOrder&, ScriptedCommand&)>;
-using Deed = std::function<void(MeddlingOrder&, QSharedPointer<ScriptedCommand>&)>;
-
-/// The numbers that were published, in order.
-QList<int> published(RecordingOrder const& order)
+/// The fatal message that @p action ends with, in a child process; "nothing fatal" if it ends well.
+template <class Action> QString fatalInChild(Action const& action)
 {
-    QList<int> numbers;
-    for (auto const& result : order.results)
-        numbers += result.second.toInt();
-    return numbers;
+    return wordsOfChild([&action](auto const& say) {
+        static std::function<void(QString const&)> s_say;
+        s_say = say;
+        qInstallMessageHandler([](QtMsgType type, QMessageLogContext const&, QString const& text) {
+            if (type == QtFatalMsg)
+                s_say(text);
+        });
+        action();
+        say("nothing fatal"_s);
+    });
 }
 
-/// A reply that every handler of the shipped plugin takes.
-QVariantMap goodReply(DInstruction const& instruction, int eventCount)
+/// A working command of the shipped plugin, with an order whose host acts.
+class Shipped
 {
-    if (instruction.name == QLatin1String("listenEventsData"))
-        return {{"values"_s, QVariantMap{{"eventCountNo"_s, eventCount}}}};
-    return {{"doneOk"_s, true},
-            {"lockStatus"_s, 1},
-            {"fasteningLocked"_s, true},
-            {"looseningLocked"_s, true},
-            {"presetData"_s, QVariantMap{{"torque"_s, 250}}},
-            {"values"_s, QVariantList{1}},
-            {"statusData"_s, QVariantMap{{"done"_s, 1}}}};
-}
-
-/// A working command of the shipped plugin with an order that meddles.
-struct Shipped
-{
-    explicit Shipped(QString const& name) : instance(ShippedPlugin().makeInstance(QUuid::createUuid()))
+public:
+    explicit Shipped(QString const& name) : instance(ShippedPlugin().makeInstanceWithCommands())
     {
-        instance->initPluginCommands();
         command = instance->commandPrototype(name)->createCommand({});
     }
 
     /// Answers all that is asked and what that leads to, each once; whoever listens gets two events.
     void converse()
     {
-        answerOthers();
-        sendEvent(1);
-        sendEvent(2);
-        answerOthers();
+        for (; m_answered < order.posted.size(); ++m_answered) {
+            auto const posted = order.posted[m_answered];
+            QString const name = posted.instruction.name;
+            for (int count = 1; count <= (name == "listenEventsData"_s ? 2 : 1); ++count)
+                command->setReply(posted.id, goodReply(name, count));
+        }
     }
 
     std::unique_ptr<DAbstractPlugin> instance;
-    MeddlingOrder order;
+    ReentrantOrder order;
     QSharedPointer<ICommand> command;
 
 private:
-    static bool listens(RecordingOrder::Posted const& posted)
-    {
-        return posted.instruction.name == QLatin1String("listenEventsData");
-    }
-
-    void sendEvent(int count)
-    {
-        auto const all = order.posted;
-        for (auto const& posted : all) {
-            if (listens(posted))
-                command->setReply(posted.id, goodReply(posted.instruction, count));
-        }
-    }
-
-    void answerOthers()
-    {
-        for (; m_answered < order.posted.size(); ++m_answered) {
-            auto const posted = order.posted[m_answered];
-            if (!listens(posted))
-                command->setReply(posted.id, goodReply(posted.instruction, 0));
-        }
-    }
-
     int m_answered = 0;
 };
 
+/// Answer whether they had an effect.
+using Refused = bool (*)(Scripted&);
+using RefusedByShipped = bool (*)(Shipped&);
+
 } // namespace
 
-Q_DECLARE_METATYPE(Operation)
-Q_DECLARE_METATYPE(Deed)
+Q_DECLARE_METATYPE(Action)
+Q_DECLARE_METATYPE(Refused)
+Q_DECLARE_METATYPE(RefusedByShipped)
+Q_DECLARE_METATYPE(JournalOrder::Moment)
 
 /// What a host does with a command from within what the command tells it.
 class TestReentrantHost : public QObject
@@ -207,615 +166,475 @@ class TestReentrantHost : public QObject
 private slots:
     void handoverRefuses_data()
     {
-        QTest::addColumn<bool>("whilePosting");
-        QTest::addColumn<Operation>("operation");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<int>("dropped");
-        for (bool const whilePosting : {true, false}) {
-            auto const row = [whilePosting](char const* name, char const* refused, Operation const& operation,
-                                            int dropped = 0) {
-                QTest::addRow("%s: %s", whilePosting ? "posting" : "withdrawing", name)
-                    << whilePosting << operation << refusal(refused) << dropped;
-            };
-            row(
-                "reply to it", "setReply()",
-                [](MeddlingOrder& order, ScriptedCommand& command) {
-                    return command.setReply(order.posted[1].id, reply(9));
-                },
-                1);
-            row(
-                "reply to another", "setReply()",
-                [](MeddlingOrder& order, ScriptedCommand& command) {
-                    return command.setReply(order.posted[0].id, reply(9));
-                },
-                1);
-            row("execute by the order", "execute()",
-                [](MeddlingOrder& order, ScriptedCommand& command) { return order.execute(command); });
-            row("execute", "commandExecute()",
-                [](MeddlingOrder&, ScriptedCommand& command) { return command.commandExecute(); });
-            row("finish", "finishTheCommand()", [](MeddlingOrder&, ScriptedCommand& command) {
-                bool success = true;
-                return command.finishTheCommand(success) || success;
-            });
-            row("finish in its own way", "commandFinish()",
-                [](MeddlingOrder&, ScriptedCommand& command) { return command.finish(true); });
-            row("execute by another order", "linkWithItsOrder()",
-                [](MeddlingOrder&, ScriptedCommand& command) {
-                    RecordingOrder other;
-                    return other.execute(command) || !other.posted.isEmpty();
-                });
-            row("execute another by the order", "linkWithItsOrder()",
-                [](MeddlingOrder& order, ScriptedCommand&) {
-                    auto const other = make(twoQuestions());
-                    return order.execute(*other);
-                });
-            row("link with no order", "linkWithItsOrder()",
-                [](MeddlingOrder& order, ScriptedCommand& command) {
-                    command.linkWithItsOrder(nullptr);
-                    return command.getOrderId() != order.id();
-                });
-            row("link with another order", "linkWithItsOrder()",
-                [](MeddlingOrder& order, ScriptedCommand& command) {
-                    RecordingOrder other(order.id() + 1);
-                    command.linkWithItsOrder(&other);
-                    return command.getOrderId() != order.id();
-                });
-            row("link another with the order", "linkWithItsOrder()",
-                [](MeddlingOrder& order, ScriptedCommand&) {
-                    auto const other = make(twoQuestions());
-                    other->linkWithItsOrder(&order);
-                    return other->getOrderId() != 0;
-                });
-            row("post in its own way", "addInstruction()",
-                [](MeddlingOrder& order, ScriptedCommand& command) {
-                    int const before = order.posted.size();
-                    return command.post("device"_s, "three"_s) == 0 || order.posted.size() != before;
-                });
-            row("time passed", "allowancePassed()", [](MeddlingOrder& order, ScriptedCommand&) {
-                order.allowancePassed(order.posted[0].id);
-                return false;
-            });
-            row("cannot be answered", "instructionFailed()", [](MeddlingOrder& order, ScriptedCommand&) {
-                order.instructionFailed(order.posted[1].id, "gone"_s);
-                return false;
-            });
-        }
+        QTest::addColumn<QString>("operation");
+        QTest::addColumn<Refused>("call");
+        auto const row = [](char const* name, char const* operation, Refused call) {
+            QTest::newRow(name) << QString::fromLatin1(operation) << call;
+        };
+        row("reply to it", "setReply()", [](Scripted& it) { return it.reply(1, 9); });
+        row("reply to another", "setReply()", [](Scripted& it) { return it.reply(0, 9); });
+        row("execute by the order", "execute()", [](Scripted& it) { return it.execute(); });
+        row("execute", "commandExecute()", [](Scripted& it) { return it.command->commandExecute(); });
+        row("finish", "finishTheCommand()", [](Scripted& it) {
+            bool success = true;
+            return it.command->finishTheCommand(success) || success;
+        });
+        row("finish in its own way", "commandFinish()",
+            [](Scripted& it) { return it.command->finish(true); });
+        row("execute by another order", "linkWithItsOrder()", [](Scripted& it) {
+            RecordingOrder other;
+            return other.execute(*it.command) || !other.posted.isEmpty();
+        });
+        row("execute another by the order", "linkWithItsOrder()",
+            [](Scripted& it) { return it.order->execute(*Scripted().command); });
+        row("link with no order", "linkWithItsOrder()", [](Scripted& it) {
+            it.command->linkWithItsOrder(nullptr);
+            return it.command->getOrderId() != it.order->id();
+        });
+        row("link with another order", "linkWithItsOrder()", [](Scripted& it) {
+            RecordingOrder other(it.order->id() + 1);
+            it.command->linkWithItsOrder(&other);
+            return it.command->getOrderId() != it.order->id();
+        });
+        row("link another with the order", "linkWithItsOrder()", [](Scripted& it) {
+            Scripted const other;
+            other.command->linkWithItsOrder(it.order.get());
+            return other.command->getOrderId() != 0;
+        });
+        row("post in its own way", "addInstruction()",
+            [](Scripted& it) { return it.command->post("device"_s, "three"_s) == 0; });
+        row("time passed", "allowancePassed()", [](Scripted& it) {
+            it.order->allowancePassed(it.order->posted[0].id);
+            return false;
+        });
+        row("cannot be answered", "instructionFailed()", [](Scripted& it) {
+            it.order->instructionFailed(it.order->posted[1].id, "gone"_s);
+            return false;
+        });
     }
 
     void handoverRefuses()
     {
-        QFETCH(bool, whilePosting);
-        QFETCH(Operation, operation);
-        QFETCH(QString, message);
-        QFETCH(int, dropped);
-        MeddlingOrder order;
-        int refused = 0;
-        CommandScript script = twoQuestions();
-        script.execute = [&](ScriptedCommand& command) {
-            auto const meddle = [&] { refused += operation(order, command) ? 0 : 1; };
-            command.post("device"_s, "one"_s);
-            if (whilePosting)
-                order.meddle(MeddlingOrder::Posted, meddle);
-            quint64 const second = command.post("device"_s, "two"_s);
-            if (!whilePosting) {
-                order.meddle(MeddlingOrder::Withdrawn, meddle);
-                command.withdraw(second);
-            }
-            return true;
-        };
-        auto const command = make(script);
-        MessageCapture log;
-        QVERIFY(order.execute(*command));
-        QCOMPARE(refused, 1);
-        QCOMPARE(log.lines.size(), 1);
-        QCOMPARE(log.lines[0].type, QtCriticalMsg);
-        QCOMPARE(log.lines[0].text, message);
-        QCOMPARE(order.dropped.size(), dropped);
-
-        // It goes on as if nothing had been.
-        QCOMPARE(order.posted.size(), 2);
-        QVERIFY(order.finishes.isEmpty());
-        QVERIFY(command->setReply(order.posted[0].id, reply(1)));
-        QCOMPARE(command->setReply(order.posted[1].id, reply(2)), whilePosting);
-        QCOMPARE(order.results.size(), whilePosting ? 2 : 1);
-        QCOMPARE(order.finishes.size(), 1);
-        QVERIFY(order.finishes[0].success);
-        QCOMPARE(log.lines.size(), 1);
-    }
-
-    void stopFromWithinAHandover_data()
-    {
-        QTest::addColumn<bool>("whilePosting");
-        QTest::newRow("posting") << true;
-        QTest::newRow("withdrawing") << false;
-    }
-
-    void stopFromWithinAHandover()
-    {
-        QFETCH(bool, whilePosting);
-        MeddlingOrder order;
-        auto const command = make(twoQuestions());
-        order.execute(*command);
-        quint64 const first = order.posted[0].id;
-        quint64 const second = order.posted[1].id;
-        if (whilePosting)
-            command->withdraw(second);
-        // Of what the command knows nothing is outstanding then, but it is not done yet.
-        order.meddle(whilePosting ? MeddlingOrder::Posted : MeddlingOrder::Withdrawn, [&] {
-            command->withdraw(first);
-            QVERIFY(order.finishes.isEmpty());
-        });
-        if (whilePosting) {
-            quint64 const third = command->post("device"_s, "three"_s);
-            QVERIFY(order.finishes.isEmpty());
-            QVERIFY(command->setReply(third, reply(3)));
-        } else {
-            command->withdraw(second);
+        QFETCH(QString, operation);
+        QFETCH(Refused, call);
+        QString const dropped = operation == "setReply()"_s ? "dropped; "_s : QString();
+        for (auto const moment : {JournalOrder::Posted, JournalOrder::Withdrawn}) {
+            MessageCapture const log;
+            int refused = 0;
+            Scripted it;
+            CommandScript script = twoQuestions();
+            script.execute = [&](ScriptedCommand& command) {
+                command.post("device"_s, "one"_s);
+                it.order->at(moment, [&] { refused += call(it) ? 0 : 1; });
+                quint64 const two = command.post("device"_s, "two"_s);
+                if (moment == JournalOrder::Withdrawn)
+                    command.withdraw(two);
+                return true;
+            };
+            it.follow(script);
+            QVERIFY(it.execute());
+            QCOMPARE(refused, 1);
+            // It goes on as if nothing had been.
+            it.reply(0, 1);
+            it.reply(1, 2);
+            QCOMPARE(it.journal(),
+                     moment == JournalOrder::Posted
+                         ? "one; two; "_s + dropped + "n = 1; n = 2; ended well"_s
+                         : "one; two; withdrew two; "_s + dropped + "n = 1; ended well; dropped"_s);
+            QCOMPARE(log.lines.size(), 1);
+            QCOMPARE(log.lines[0].type, QtCriticalMsg);
+            QCOMPARE(log.lines[0].text, "The command \"go\" refused %1: it came from within its order's "
+                                        "instructionPosted() or instructionWithdrawn()"_s.arg(operation));
         }
-        QCOMPARE(order.withdrawn, (QList<quint64>{second, first}));
-        QCOMPARE(order.finishes.size(), 1);
     }
 
-    void replyFromWithinAResult()
+    // Of what the command knows nothing is outstanding then, but it is not done yet.
+    void withdrawFromWithinPosting()
     {
-        MeddlingOrder order;
-        auto const command = make(twoQuestions());
-        order.execute(*command);
-        order.meddle(MeddlingOrder::Result,
-                     [&] { QVERIFY(command->setReply(order.posted[1].id, reply(2))); });
-        QVERIFY(command->setReply(order.posted[0].id, reply(1)));
-        QCOMPARE(published(order), QList<int>({1, 2}));
-        QCOMPARE(order.finishes.size(), 1);
-        QVERIFY(order.finishes[0].success);
+        Scripted it;
+        it.execute();
+        it.command->withdraw(it.order->posted[1].id);
+        it.order->at(JournalOrder::Posted, [&] { it.command->withdraw(it.order->posted[0].id); });
+        it.command->post("device"_s, "three"_s);
+        QVERIFY(it.reply(2, 3));
+        QCOMPARE(it.journal(), "one; two; withdrew two; three; withdrew one; n = 3; ended well"_s);
     }
 
-    void lastReplyFromWithinAResult()
+    void withdrawFromWithinWithdrawing()
     {
-        MeddlingOrder order;
+        Scripted it;
+        it.execute();
+        it.order->at(JournalOrder::Withdrawn, [&] {
+            it.command->withdraw(it.order->posted[0].id);
+            QVERIFY(it.order->finishes.isEmpty());
+        });
+        it.command->withdraw(it.order->posted[1].id);
+        QCOMPARE(it.journal(), "one; two; withdrew two; withdrew one; ended well"_s);
+    }
+
+    void replyFromWithinResult()
+    {
+        Scripted it;
+        it.execute();
+        it.order->at(JournalOrder::Result, [&] { QVERIFY(it.reply(1, 2)); });
+        QVERIFY(it.reply(0, 1));
+        QCOMPARE(it.journal(), "one; two; n = 1; n = 2; ended well"_s);
+    }
+
+    // Nothing is outstanding meanwhile, but the first handler has not returned.
+    void lastReplyFromWithinResult()
+    {
         CommandScript script = twoQuestions();
         script.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
             bool const isPublished = command.publish(c_result, reply.value(c_result));
-            if (reply == ::reply(1))
+            if (reply.value(c_result) == 1)
                 command.post("device"_s, "three"_s);
             return isPublished;
         };
-        auto const command = make(script);
-        order.execute(*command);
-        order.meddle(MeddlingOrder::Result,
-                     [&] { QVERIFY(command->setReply(order.posted[1].id, reply(2))); });
-        QVERIFY(command->setReply(order.posted[0].id, reply(1)));
-        // Nothing was outstanding meanwhile, but the first handler had not returned.
-        QVERIFY(order.finishes.isEmpty());
-        QVERIFY(command->setReply(order.posted[2].id, reply(3)));
-        QCOMPARE(published(order), QList<int>({1, 2, 3}));
-        QCOMPARE(order.finishes.size(), 1);
+        Scripted it(script);
+        it.execute();
+        it.order->at(JournalOrder::Result, [&] { QVERIFY(it.reply(1, 2)); });
+        QVERIFY(it.reply(0, 1));
+        QVERIFY(it.reply(2, 3));
+        QCOMPARE(it.journal(), "one; two; n = 1; n = 2; three; n = 3; ended well"_s);
     }
 
-    void lastReplyFromWithinAResultOfItsOwn()
+    void lastReplyFromWithinResultWithoutReply()
     {
-        // A result that no reply has brought.
-        MeddlingOrder order;
-        auto const command = make(twoQuestions());
-        order.execute(*command);
-        QVERIFY(command->setReply(order.posted[0].id, reply(1)));
-        order.meddle(MeddlingOrder::Result,
-                     [&] { QVERIFY(command->setReply(order.posted[1].id, reply(2))); });
-        QVERIFY(command->publish(c_result, 0));
-        QCOMPARE(published(order), QList<int>({1, 0, 2}));
-        QCOMPARE(order.finishes.size(), 1);
-        QVERIFY(order.finishes[0].success);
+        Scripted it;
+        it.execute();
+        it.reply(0, 1);
+        it.order->at(JournalOrder::Result, [&] { QVERIFY(it.reply(1, 2)); });
+        QVERIFY(it.command->publish(c_result, 0));
+        QCOMPARE(it.journal(), "one; two; n = 1; n = 0; n = 2; ended well"_s);
     }
 
-    void finishFromWithinAResult_data()
+    // There and then, and the handler goes on.
+    void finishFromWithinResult()
     {
-        QTest::addColumn<bool>("listens");
-        QTest::newRow("one-shot") << false;
-        QTest::newRow("listening") << true;
-    }
-
-    void finishFromWithinAResult()
-    {
-        QFETCH(bool, listens);
-        MeddlingOrder order;
-        CommandScript script = twoQuestions(listens);
-        script.onReply = [](ScriptedCommand& command, QVariantMap const& reply) {
-            return command.publish(c_result, reply.value(c_result)) && command.publish(c_result, -1);
-        };
-        auto const command = make(script);
-        order.execute(*command);
-        order.meddle(MeddlingOrder::Result, [&] {
-            bool success = true;
-            QVERIFY(command->finishTheCommand(success));
-            QVERIFY(success);
-            QCOMPARE(order.finishes.size(), 1); // there and then
-        });
-        QVERIFY(command->setReply(order.posted[0].id, reply(1)));
-        QCOMPARE(published(order), QList<int>({1, -1}));
-        QCOMPARE(order.finishes.size(), 1);
-        QVERIFY(order.finishes[0].success);
-        QVERIFY(order.withdrawn.contains(order.posted[1].id));
-        for (auto const& posted : qAsConst(order.posted))
-            QCOMPARE(command->setReply(posted.id, reply(2)), false);
-        QCOMPARE(published(order), QList<int>({1, -1}));
-        QCOMPARE(order.finishes.size(), 1);
-    }
-
-    void failureFromWithinAResult_data()
-    {
-        QTest::addColumn<bool>("isTime");
-        QTest::newRow("time passed") << true;
-        QTest::newRow("cannot be answered") << false;
-    }
-
-    void failureFromWithinAResult()
-    {
-        QFETCH(bool, isTime);
-        MeddlingOrder order;
-        auto const command = make(twoQuestions());
-        order.execute(*command);
-        order.meddle(MeddlingOrder::Result, [&] {
-            if (isTime)
-                order.allowancePassed(order.posted[1].id);
-            else
-                order.instructionFailed(order.posted[1].id, "gone"_s);
-            QCOMPARE(order.finishes.size(), 1); // there and then
-        });
-        MessageCapture log;
-        QVERIFY(command->setReply(order.posted[0].id, reply(1)));
-        QCOMPARE(order.finishes.size(), 1);
-        QVERIFY(!order.finishes[0].success);
-        QCOMPARE(log.lines.size(), 0);
-    }
-
-    void executionFromWithinAResult()
-    {
-        MeddlingOrder order;
-        auto const command = make(twoQuestions());
-        order.execute(*command);
-        order.meddle(MeddlingOrder::Result, [&] { QVERIFY(order.execute(*command)); });
-        command->setReply(order.posted[0].id, reply(1));
-        QCOMPARE(order.names(), QStringList({"one"_s, "two"_s, "one"_s, "two"_s}));
-        for (int i = 1; i < 4; ++i) {
-            QVERIFY(order.finishes.isEmpty());
-            QVERIFY(command->setReply(order.posted[i].id, reply(i + 1)));
+        for (bool const listens : {false, true}) {
+            Scripted it(twoResults(listens));
+            it.execute();
+            it.order->at(JournalOrder::Result, [&] { QVERIFY(it.finish()); });
+            QVERIFY(it.reply(0, 1));
+            // Who listens still listens to the first instruction.
+            QString const withdrawn = listens ? "withdrew one; withdrew two"_s : "withdrew two"_s;
+            QCOMPARE(it.journal(), "one; two; n = 1; %1; ended well; n = -1"_s.arg(withdrawn));
+            QVERIFY(!it.reply(0, 2));
+            QVERIFY(!it.reply(1, 2));
+            QCOMPARE(it.journal(), "dropped; dropped"_s);
         }
-        QCOMPARE(published(order), QList<int>({1, 2, 3, 4}));
-        QCOMPARE(order.finishes.size(), 1);
-        QVERIFY(order.finishes[0].success);
+    }
+
+    void failureFromWithinResult()
+    {
+        for (bool const isTime : {false, true}) {
+            Scripted it(twoResults());
+            it.execute();
+            it.order->at(JournalOrder::Result, [&] {
+                if (isTime)
+                    it.order->allowancePassed(it.order->posted[1].id);
+                else
+                    it.order->instructionFailed(it.order->posted[1].id, "gone"_s);
+            });
+            QVERIFY(it.reply(0, 1));
+            QCOMPARE(it.journal(),
+                     "one; two; n = 1; %1failed; n = -1"_s.arg(isTime ? "withdrew two; "_s : QString()));
+        }
+    }
+
+    void executionFromWithinResult()
+    {
+        Scripted it;
+        it.execute();
+        it.order->at(JournalOrder::Result, [&] { QVERIFY(it.execute()); });
+        for (int i = 0; i < 4; ++i)
+            QVERIFY(it.reply(i, i));
+        QCOMPARE(it.journal(), "one; two; n = 0; one; two; n = 1; n = 2; n = 3; ended well"_s);
     }
 
     void executionKeepsFailure()
     {
-        MeddlingOrder order;
         CommandScript script = twoQuestions();
-        script.onReply = [](ScriptedCommand&, QVariantMap const& reply) { return reply != ::reply(0); };
-        auto const command = make(script);
-        order.execute(*command);
-        QVERIFY(!command->setReply(order.posted[0].id, reply(0)));
-        order.execute(*command);
+        script.onReply = [](ScriptedCommand&, QVariantMap const& reply) {
+            return reply.value(c_result) != 0;
+        };
+        Scripted it(script);
+        it.execute();
+        QVERIFY(!it.reply(0, 0));
+        it.execute();
         for (int i = 1; i < 4; ++i)
-            QVERIFY(command->setReply(order.posted[i].id, reply(1)));
-        QCOMPARE(order.finishes.size(), 1);
-        QVERIFY(!order.finishes[0].success);
-        QCOMPARE(order.finishes[0].message, "the reply to \"one\" was not accepted"_s);
+            QVERIFY(it.reply(i, 1));
+        QCOMPARE(it.journal(), "one; two; one; two; failed"_s);
+        QCOMPARE(it.order->finishes[0].message, "the reply to \"one\" was not accepted"_s);
 
         // What comes after the end is another matter.
-        order.execute(*command);
+        it.execute();
         for (int i = 4; i < 6; ++i)
-            QVERIFY(command->setReply(order.posted[i].id, reply(1)));
-        QCOMPARE(order.finishes.size(), 2);
-        QVERIFY(order.finishes[1].success);
+            QVERIFY(it.reply(i, 1));
+        QCOMPARE(it.journal(), "one; two; ended well"_s);
     }
 
-    void finishFromWithinADroppedReply()
+    void finishFromWithinDroppedReply()
     {
-        MeddlingOrder order;
-        auto const command = make(twoQuestions(true));
-        order.execute(*command);
-        order.meddle(MeddlingOrder::Dropped, [&] {
-            bool success = true;
-            QVERIFY(command->finishTheCommand(success));
-        });
-        QVERIFY(!command->setReply(4711, {}));
-        QCOMPARE(order.finishes.size(), 1);
-        QCOMPARE(order.withdrawn.size(), 2);
+        Scripted it(twoQuestions(true));
+        it.execute();
+        it.order->at(JournalOrder::Dropped, [&] { QVERIFY(it.finish()); });
+        QVERIFY(!it.replyToNothing());
+        QCOMPARE(it.journal(), "one; two; dropped; withdrew one; withdrew two; ended well"_s);
     }
 
     void destroyedInTheMiddle_data()
     {
-        QTest::addColumn<Deed>("deed");
-        auto const at = [](MeddlingOrder::Moment moment, Deed const& then) {
-            return [moment, then](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-                order.meddle(moment, [&command] { command.reset(); });
-                then(order, command);
-            };
-        };
-        Deed const execute = [](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-            order.execute(*command);
-        };
-        Deed const executeAlone = [](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-            command->linkWithItsOrder(&order);
-            command->commandExecute();
-        };
-        Deed const answer = [](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-            order.execute(*command);
-            command->setReply(order.posted[0].id, reply(1));
-        };
-        Deed const finish = [](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-            order.execute(*command);
-            bool success = true;
-            command->finishTheCommand(success);
-        };
-        QTest::newRow("posting") << Deed(at(MeddlingOrder::Posted, execute));
-        QTest::newRow("posting, executed without the order") << Deed(at(MeddlingOrder::Posted, executeAlone));
-        QTest::newRow("withdrawing") << Deed(at(MeddlingOrder::Withdrawn, finish));
-        QTest::newRow("a result") << Deed(at(MeddlingOrder::Result, answer));
-        QTest::newRow("a result, executed without the order")
-            << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-                   CommandScript script = twoQuestions();
-                   script.execute = [](ScriptedCommand& started) { return started.publish(c_result, 1); };
-                   command = make(script);
-                   command->linkWithItsOrder(&order);
-                   order.meddle(MeddlingOrder::Result, [&command] { command.reset(); });
-                   command->commandExecute();
-               });
-        QTest::newRow("a start that failed")
-            << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-                   CommandScript script = twoQuestions();
-                   script.execute = [](ScriptedCommand&) { return false; };
-                   command = make(script);
-                   order.meddle(MeddlingOrder::Finished, [&command] { command.reset(); });
-                   order.execute(*command);
-               });
-        QTest::newRow("finished from within a result")
-            << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-                   order.execute(*command);
-                   order.meddle(MeddlingOrder::Result, [&] {
-                       order.meddle(MeddlingOrder::Finished, [&] { command.reset(); });
-                       bool success = true;
-                       command->finishTheCommand(success);
-                   });
-                   command->setReply(order.posted[0].id, reply(1));
-               });
+        QTest::addColumn<Action>("action");
+        auto const row = [](char const* name, Action action) { QTest::newRow(name) << action; };
+        row("posting", [](Scripted& it) {
+            it.destroyCommandAt(JournalOrder::Posted);
+            it.execute();
+        });
+        row("posting, executed without the order", [](Scripted& it) {
+            it.destroyCommandAt(JournalOrder::Posted);
+            it.command->linkWithItsOrder(it.order.get());
+            it.command->commandExecute();
+        });
+        row("withdrawing", [](Scripted& it) {
+            it.destroyCommandAt(JournalOrder::Withdrawn);
+            it.execute();
+            it.finish();
+        });
+        row("a result", [](Scripted& it) {
+            it.destroyCommandAt(JournalOrder::Result);
+            it.execute();
+            it.reply(0, 1);
+        });
+        row("a result that no reply has brought", [](Scripted& it) {
+            it.destroyCommandAt(JournalOrder::Result);
+            it.command->linkWithItsOrder(it.order.get());
+            it.command->publish(c_result, 1);
+        });
+        row("a start that failed", [](Scripted& it) {
+            CommandScript script = twoQuestions();
+            script.execute = [](ScriptedCommand&) { return false; };
+            it.follow(script);
+            it.destroyCommandAt(JournalOrder::Finished);
+            it.execute();
+        });
+        row("finished from within a result", [](Scripted& it) {
+            it.execute();
+            it.order->at(JournalOrder::Result, [&] {
+                it.destroyCommandAt(JournalOrder::Finished);
+                it.finish();
+            });
+            it.reply(0, 1);
+        });
     }
 
     void destroyedInTheMiddle()
     {
-        QFETCH(Deed, deed);
-        QCOMPARE(fatalInChild([&] {
-                     MeddlingOrder order;
-                     auto command = make(twoQuestions());
-                     deed(order, command);
+        QFETCH(Action, action);
+        QCOMPARE(fatalInChild([action] {
+                     Scripted it;
+                     action(it);
                  }),
-                 destruction("go"));
+                 destruction("go"_s));
     }
 
-    void destroyedWhenEnded_data()
+    void destroyedAtTheEnd_data()
     {
-        QTest::addColumn<Deed>("deed");
-        QTest::newRow("by its last reply")
-            << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>& command) {
-                   command->setReply(order.posted[0].id, reply(1));
-                   command->setReply(order.posted[1].id, reply(2));
-               });
-        QTest::newRow("by the host") << Deed([](MeddlingOrder&, QSharedPointer<ScriptedCommand>& command) {
-            bool success = true;
-            command->finishTheCommand(success);
+        QTest::addColumn<JournalOrder::Moment>("moment");
+        QTest::addColumn<Action>("action");
+        QTest::addColumn<QString>("journal");
+        auto const row = [](char const* name, JournalOrder::Moment moment, char const* journal,
+                            Action action) {
+            QTest::newRow(name) << moment << action << QString::fromLatin1(journal);
+        };
+        row("by its last reply", JournalOrder::Finished, "n = 1; n = 2; ended well", [](Scripted& it) {
+            it.reply(0, 1);
+            it.reply(1, 2);
         });
-        QTest::newRow("by time") << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>&) {
-            order.allowancePassed(order.posted[1].id);
-        });
-        QTest::newRow("by a missing endpoint")
-            << Deed([](MeddlingOrder& order, QSharedPointer<ScriptedCommand>&) {
-                   order.instructionFailed(order.posted[1].id, "gone"_s);
-               });
+        row("by the host", JournalOrder::Finished, "withdrew one; withdrew two; ended well",
+            [](Scripted& it) { it.finish(); });
+        row("by time", JournalOrder::Finished, "withdrew one; withdrew two; failed",
+            [](Scripted& it) { it.order->allowancePassed(it.order->posted[1].id); });
+        row("by a missing endpoint", JournalOrder::Finished, "withdrew one; failed",
+            [](Scripted& it) { it.order->instructionFailed(it.order->posted[1].id, "gone"_s); });
+        row("in a dropped reply", JournalOrder::Dropped, "dropped",
+            [](Scripted& it) { it.replyToNothing(); });
     }
 
-    void destroyedWhenEnded()
+    void destroyedAtTheEnd()
     {
-        QFETCH(Deed, deed);
-        MeddlingOrder order;
-        auto command = make(twoQuestions());
-        QPointer<DAbstractCommand> const watched = command.data();
-        order.execute(*command);
-        order.meddle(MeddlingOrder::Finished, [&] { command.reset(); });
-        deed(order, command);
+        QFETCH(JournalOrder::Moment, moment);
+        QFETCH(Action, action);
+        QFETCH(QString, journal);
+        Scripted it;
+        QPointer<DAbstractCommand> const watched = it.command.data();
+        it.execute();
+        it.destroyCommandAt(moment);
+        action(it);
         QVERIFY(watched.isNull());
-        QCOMPARE(order.finishes.size(), 1);
-    }
-
-    void destroyedInADroppedReply()
-    {
-        MeddlingOrder order;
-        auto command = make(twoQuestions());
-        QPointer<DAbstractCommand> const watched = command.data();
-        order.execute(*command);
-        order.meddle(MeddlingOrder::Dropped, [&] { command.reset(); });
-        QVERIFY(!command->setReply(4711, {}));
-        QVERIFY(watched.isNull());
-        QVERIFY(order.finishes.isEmpty());
+        QCOMPARE(it.journal(), "one; two; "_s + journal);
     }
 
     void orderDestroyedInTheMiddle_data()
     {
-        QTest::addColumn<int>("moment");
-        QTest::newRow("posting") << int(MeddlingOrder::Posted);
-        QTest::newRow("withdrawing") << int(MeddlingOrder::Withdrawn);
-        QTest::newRow("a result") << int(MeddlingOrder::Result);
-        QTest::newRow("a dropped reply") << int(MeddlingOrder::Dropped);
-        QTest::newRow("its end") << int(MeddlingOrder::Finished);
+        QTest::addColumn<JournalOrder::Moment>("moment");
+        QTest::addColumn<Action>("action");
+        auto const row = [](char const* name, JournalOrder::Moment moment, Action action) {
+            QTest::newRow(name) << moment << action;
+        };
+        row("posting", JournalOrder::Posted, [](Scripted& it) { it.command->post("device"_s, "three"_s); });
+        row("withdrawing", JournalOrder::Withdrawn,
+            [](Scripted& it) { it.command->withdraw(it.order->posted[1].id); });
+        row("a result", JournalOrder::Result, [](Scripted& it) { it.reply(0, 1); });
+        row("a dropped reply", JournalOrder::Dropped, [](Scripted& it) { it.replyToNothing(); });
+        row("its end", JournalOrder::Finished, [](Scripted& it) { it.finish(); });
     }
 
     void orderDestroyedInTheMiddle()
     {
-        QFETCH(int, moment);
-        auto order = std::make_unique<MeddlingOrder>();
-        auto const command = make(twoQuestions());
-        auto const end = [&] { order->meddle(MeddlingOrder::Moment(moment), [&] { order.reset(); }); };
-        if (moment == MeddlingOrder::Posted) {
-            end();
-            QVERIFY(order->execute(*command));
-            QVERIFY(!order);
-            return;
-        }
-        order->execute(*command);
-        quint64 const first = order->posted[0].id;
-        quint64 const second = order->posted[1].id;
-        end();
-        command->setReply(4711, reply(0));
-        command->setReply(first, reply(1));
-        if (moment == MeddlingOrder::Withdrawn)
-            command->withdraw(second);
-        else
-            command->setReply(second, reply(2));
-        QVERIFY(!order);
-        QCOMPARE(command->result(c_result), QVariant(moment == MeddlingOrder::Withdrawn ? 1 : 2));
+        QFETCH(JournalOrder::Moment, moment);
+        QFETCH(Action, action);
+        Scripted it;
+        it.execute();
+        quint64 const first = it.order->posted[0].id;
+        it.order->at(moment, [&] { it.order.reset(); });
+        action(it);
+        QVERIFY(!it.order);
+        // The command goes on without.
+        bool const isAnswered = moment == JournalOrder::Result || moment == JournalOrder::Finished;
+        QCOMPARE(it.command->setReply(first, {{c_result, 5}}), !isAnswered);
+        QCOMPARE(it.command->result(c_result),
+                 isAnswered ? QVariant(moment == JournalOrder::Result ? 1 : -1) : QVariant(5));
     }
 
-    void shippedAnsweredAtOnce_data() { addCommandRows(); }
+    void executionWhoseOrderIsDestroyed()
+    {
+        Scripted it;
+        it.order->at(JournalOrder::Posted, [&] { it.order.reset(); });
+        QVERIFY(it.execute());
+        QVERIFY(!it.order);
+    }
 
-    void shippedAnsweredAtOnce()
+    void shippedRefusesWhilePosting_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<RefusedByShipped>("call");
+        QTest::addColumn<bool>("isFinish");
+        auto const names = ShippedPlugin().makeInstanceWithCommands()->commandNames();
+        for (auto const& name : names) {
+            auto const row = [&name](char const* call, RefusedByShipped refused, bool isFinish = false) {
+                QTest::addRow("%s %s", qPrintable(name), call) << name << refused << isFinish;
+            };
+            row("answered", [](Shipped& it) {
+                auto const& posted = it.order.posted.last();
+                return it.command->setReply(posted.id, goodReply(posted.instruction.name, 1));
+            });
+            row("executed", [](Shipped& it) {
+                it.command->commandExecute();
+                return false;
+            });
+            row(
+                "finished",
+                [](Shipped& it) {
+                    bool success = true;
+                    return it.command->finishTheCommand(success) || success;
+                },
+                true);
+        }
+    }
+
+    // It does what it does when it is left alone, and nothing is lost.
+    void shippedRefusesWhilePosting()
     {
         QFETCH(QString, name);
+        QFETCH(RefusedByShipped, call);
+        QFETCH(bool, isFinish);
+        Shipped alone(name);
         Shipped shipped(name);
-        MeddlingOrder& order = shipped.order;
-        std::function<void()> const answer = [&] {
-            order.meddle(MeddlingOrder::Posted, answer);
-            auto const posted = order.posted.last();
-            QVERIFY(!shipped.command->setReply(posted.id, goodReply(posted.instruction, 1)));
+        std::function<void()> const act = [&] {
+            shipped.order.at(JournalOrder::Posted, act);
+            QVERIFY(!call(shipped));
         };
+        shipped.order.at(JournalOrder::Posted, act);
         MessageCapture log;
-        order.meddle(MeddlingOrder::Posted, answer);
-        QVERIFY(order.execute(*shipped.command));
-        QCOMPARE(log.lines.size(), order.posted.size());
+        QVERIFY(shipped.order.execute(*shipped.command));
+        alone.order.execute(*alone.command);
+        QCOMPARE(shipped.order.takeJournal().remove("; dropped"_s), alone.order.takeJournal());
+        QVERIFY(log.lines.size() >= shipped.order.posted.size());
         for (auto const& line : qAsConst(log.lines))
-            QVERIFY2(line.text.contains("refused setReply()"_s), qPrintable(line.text));
-        QCOMPARE(order.dropped.size(), order.posted.size());
-        QVERIFY(order.results.isEmpty());
-        QVERIFY(order.finishes.isEmpty());
+            QVERIFY2(line.text.contains(" refused "_s), qPrintable(line.text));
 
-        // Nothing is lost: it still takes the answers when they come again.
-        order.meddle(MeddlingOrder::Posted, {});
         log.lines.clear();
-        shipped.converse();
-        QVERIFY(!order.results.isEmpty());
+        shipped.order.at(JournalOrder::Posted, {});
+        for (auto* const one : {&shipped, &alone}) {
+            bool success = true;
+            if (!isFinish) // what is to end counts no trigger any more
+                one->converse();
+            one->command->finishTheCommand(success);
+        }
+        QCOMPARE(shipped.order.takeJournal(), alone.order.takeJournal());
         QVERIFY(log.of(QtCriticalMsg).isEmpty());
     }
 
-    void shippedMeddledWithAtOnce_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("executes");
-        auto const instance = ShippedPlugin().makeInstance(QUuid());
-        instance->initPluginCommands();
-        auto const names = instance->commandNames();
-        for (auto const& name : names) {
-            QTest::addRow("%s executed", qPrintable(name)) << name << true;
-            QTest::addRow("%s finished", qPrintable(name)) << name << false;
-        }
-    }
+    void shippedFinishedFromWithinResult_data() { addCommandRows(); }
 
-    void shippedMeddledWithAtOnce()
-    {
-        QFETCH(QString, name);
-        QFETCH(bool, executes);
-        Shipped alone(name);
-        alone.order.execute(*alone.command);
-
-        Shipped shipped(name);
-        MeddlingOrder& order = shipped.order;
-        std::function<void()> const meddle = [&] {
-            order.meddle(MeddlingOrder::Posted, meddle);
-            bool success = true;
-            if (executes)
-                shipped.command->commandExecute();
-            else
-                QVERIFY(!shipped.command->finishTheCommand(success) && !success);
-        };
-        MessageCapture log;
-        order.meddle(MeddlingOrder::Posted, meddle);
-        QVERIFY(order.execute(*shipped.command));
-        // It has asked what it asks when it is left alone, in that order, and nothing else.
-        QCOMPARE(order.names(), alone.order.names());
-        QVERIFY(log.lines.size() >= order.posted.size());
-        for (auto const& line : qAsConst(log.lines))
-            QVERIFY2(line.text.contains(" refused "_s), qPrintable(line.text));
-        QVERIFY(order.finishes.isEmpty());
-
-        // At another time it can be stopped, and a tool that listened for its trigger is locked then.
-        order.meddle(MeddlingOrder::Posted, {});
-        bool success = true;
-        QVERIFY(shipped.command->finishTheCommand(success));
-        QCOMPARE(order.finishes.size(), 1);
-        if (name == QLatin1String("listenTrigger"))
-            QCOMPARE(order.posted[3].instruction.arguments.value("lock"_s), QVariant(1));
-    }
-
-    void shippedFinishedFromWithinAResult_data() { addCommandRows(); }
-
-    void shippedFinishedFromWithinAResult()
+    void shippedFinishedFromWithinResult()
     {
         QFETCH(QString, name);
         Shipped shipped(name);
-        MeddlingOrder& order = shipped.order;
-        int postedAtTheEnd = -1;
-        order.meddle(MeddlingOrder::Result, [&] {
+        MessageCapture const log;
+        shipped.order.execute(*shipped.command);
+        shipped.order.at(JournalOrder::Result, [&] {
             bool success = true;
             shipped.command->finishTheCommand(success);
             QVERIFY(success);
-            postedAtTheEnd = order.posted.size();
+            shipped.order.takeJournal();
         });
-        MessageCapture log;
-        order.execute(*shipped.command);
         shipped.converse();
-        QVERIFY(postedAtTheEnd > 0);
-        QCOMPARE(order.posted.size(), postedAtTheEnd);
-        QCOMPARE(order.finishes.size(), 1);
-        QVERIFY(order.finishes[0].success);
-        // The pulse of a trigger is brought to its end.
-        QCOMPARE(order.results.size(), name == QLatin1String("listenTrigger") ? 2 : 1);
+        QCOMPARE(shipped.order.finishes.size(), 1);
+        // The pulse of a trigger is brought to its end, and nothing else comes.
+        QString const rest = shipped.order.takeJournal().remove("dropped; "_s).remove("dropped"_s);
+        QCOMPARE(rest, name == "listenTrigger"_s ? "doneOk = false"_s : QString());
         QVERIFY(log.of(QtCriticalMsg).isEmpty());
     }
 
-    void shippedExecutedFromWithinAResult_data() { addCommandRows(); }
+    void shippedExecutedFromWithinResult_data() { addCommandRows(); }
 
-    void shippedExecutedFromWithinAResult()
+    void shippedExecutedFromWithinResult()
     {
         QFETCH(QString, name);
         Shipped alone(name);
-        alone.order.execute(*alone.command);
-        alone.converse();
-
         Shipped shipped(name);
-        MeddlingOrder& order = shipped.order;
-        order.meddle(MeddlingOrder::Result, [&] { QVERIFY(order.execute(*shipped.command)); });
-        MessageCapture log;
-        order.execute(*shipped.command);
-        shipped.converse();
-        shipped.converse();
+        MessageCapture const log;
+        shipped.order.at(JournalOrder::Result, [&] { QVERIFY(shipped.order.execute(*shipped.command)); });
+        for (auto* const one : {&alone, &shipped}) {
+            one->order.execute(*one->command);
+            one->converse();
+        }
         // Both times it asks all that it asks when it is executed once, and it ends once.
-        QStringList const once = alone.order.names();
-        QStringList twice = order.names();
+        auto twice = shipped.order.names();
+        auto const once = alone.order.names();
         for (auto const& instruction : once + once)
             QVERIFY2(twice.removeOne(instruction), qPrintable(instruction));
         QCOMPARE(twice, QStringList());
-        QCOMPARE(order.finishes.size(), alone.order.finishes.size());
-        QVERIFY(order.results.size() > alone.order.results.size());
+        QCOMPARE(shipped.order.finishes.size(), alone.order.finishes.size());
+        QVERIFY(shipped.order.results.size() > alone.order.results.size());
         QVERIFY(log.of(QtCriticalMsg).isEmpty());
     }
 
-    void shippedDestroyedFromWithinAResult_data() { addCommandRows(); }
+    void shippedDestroyedFromWithinResult_data() { addCommandRows(); }
 
-    void shippedDestroyedFromWithinAResult()
+    void shippedDestroyedFromWithinResult()
     {
         QFETCH(QString, name);
         QCOMPARE(fatalInChild([&] {
                      Shipped shipped(name);
-                     shipped.order.meddle(MeddlingOrder::Result, [&] { shipped.command.reset(); });
+                     shipped.order.at(JournalOrder::Result, [&] { shipped.command.reset(); });
                      shipped.order.execute(*shipped.command);
                      shipped.converse();
                  }),
-                 destruction(qPrintable(name)));
+                 destruction(name));
     }
 };
 
