@@ -272,15 +272,6 @@ private slots:
         QCOMPARE(it.journal(), "one; two; withdrew two; withdrew one; ended well"_s);
     }
 
-    void replyFromWithinResult()
-    {
-        Scripted it;
-        it.execute();
-        it.order->at(JournalOrder::Result, [&] { QVERIFY(it.reply(1, 2)); });
-        QVERIFY(it.reply(0, 1));
-        QCOMPARE(it.journal(), "one; two; n = 1; n = 2; ended well"_s);
-    }
-
     // Nothing is outstanding meanwhile, but the first handler has not returned.
     void lastReplyFromWithinResult()
     {
