@@ -98,13 +98,20 @@ private:
 /// A working command of the shipped plugin, made from its prototype in a plugin instance of its own, with an
 /// order. Each operation returns what came of it: what was logged, the order's journal, and "refused" if the
 /// command answered false. The members are in the order in which a host must let go of them, last first.
+///
+/// A test of a command says what the command is for. What becomes of every odd reply to each of its
+/// instructions is in tst_conversations.
 class WorkingCommand
 {
 public:
     explicit WorkingCommand(QString const& name, QVariantMap const& parameters = {})
         : instance(ShippedPlugin().makeInstanceWithCommands())
-        , command(instance->commandPrototype(name)->createCommand(parameters))
-    {}
+    {
+        auto const* const prototype = instance->commandPrototype(name);
+        if (!prototype)
+            qFatal("the plugin declares no such command: %s", qPrintable(name));
+        command = prototype->createCommand(parameters);
+    }
 
     QString execute()
     {
@@ -112,10 +119,12 @@ public:
     }
 
     /// Replies to the last instruction that was posted, or to the last one of this name.
-    QString reply(QVariantMap const& map) { return reply(order.posted.last().instruction.name, map); }
+    QString reply(QVariantMap const& map) { return reply(order.names().value(order.posted.size() - 1), map); }
     QString reply(QString const& instruction, QVariantMap const& map)
     {
         int const place = order.names().lastIndexOf(instruction);
+        if (place < 0)
+            qFatal("no such instruction was posted: %s", qPrintable(instruction));
         return courseOf([&] { return command->setReply(order.posted[place].id, map); });
     }
 
