@@ -169,6 +169,15 @@ def changes(name):
             yield from ((path, number) for number in (1.5, *bounds(key)))
 
 
+def cases(name):
+    """The sample and what comes of its changes, each with what was changed."""
+    sample = SAMPLES[name]
+    yield "the file as it stands", sample
+    for path, value in changes(name):
+        change = "no such key" if value is MISSING else json.dumps(value)
+        yield f"{path} = {change}", changed(sample, path, value)
+
+
 def validator(name):
     file = sources / "docs/schemas" / f"{name}.schema.json"
     schema = read_schema(name)
@@ -208,31 +217,28 @@ def complaint(name, file):
 
 
 def check(name):
-    sample = SAMPLES[name]
-    cases = [("the file as it stands", sample)]
-    cases += [(f"{path} = {'no such key' if value is MISSING else json.dumps(value)}", changed(sample, path, value))
-              for path, value in changes(name)]
+    files = list(cases(name))
 
     def ask(number):
         file = scratch / f"{name}_{number}.json"
-        file.write_text("\n".join(json.dumps(line) for line in lines(name, cases[number][1])) + "\n")
+        file.write_text("\n".join(json.dumps(line) for line in lines(name, files[number][1])) + "\n")
         return complaint(name, file)
 
     # Only the program is asked by several threads: a validator serves one at a time.
     with ThreadPoolExecutor(os.cpu_count()) as pool:
-        complaints = list(pool.map(ask, range(len(cases))))
+        complaints = list(pool.map(ask, range(len(files))))
     schema = validator(name)
     problems = []
     refused = 0
-    for (where, content), said in zip(cases, complaints):
+    for (where, content), said in zip(files, complaints):
         fits = all(schema.is_valid(line) for line in lines(name, content))
         refused += not fits
         # A number within its bounds may not go with the others, which no schema can say.
         is_within = where.rpartition(" ")[2].isdigit() and "whole number" not in said
         if fits == bool(said) and not (fits and is_within):
             problems.append(f"{name}: {where}: the schema {'takes' if fits else 'refuses'} it, the program says: {said}")
-    print(f"{name}: {len(cases)} files, {refused} of them wrong")
-    if not 0 < refused < len(cases) - 1:
+    print(f"{name}: {len(files)} files, {refused} of them wrong")
+    if not 0 < refused < len(files) - 1:
         problems.append(f"{name}: the files are all right or all wrong")
     return problems
 
