@@ -120,7 +120,7 @@ void readRecords(Scratch const& scratch, QByteArray const& content)
     MaintenanceRecords records(scratch.name());
     for (auto const& complaint : records.complaints())
         checkComplaint(complaint, scratch.name(), content);
-    records.edit("left bench"_s, {{"serialNumber"_s, "7"_s}});
+    records.edit("left"_s, {{"serialNumber"_s, "7"_s}});
     try {
         records.save();
     } catch (InputError const& error) {
@@ -130,7 +130,7 @@ void readRecords(Scratch const& scratch, QByteArray const& content)
         return;
     }
     Json expected = Json::parse(content.toStdString());
-    expected["tools"]["left bench"]["serialNumber"] = "7";
+    expected["tools"]["left"]["serialNumber"] = "7";
     QByteArray const saved = scratch.content();
     check(Json::parse(saved.toStdString()) == expected,
           [&] { return "not the edit alone was saved:\n"_s + QString::fromUtf8(saved); });
