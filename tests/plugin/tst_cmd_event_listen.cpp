@@ -1,5 +1,7 @@
 #include "working_command.h"
 
+#include "log_lines/log_lines.h"
+
 #include <QDataStream>
 
 namespace
@@ -9,28 +11,6 @@ QVariantMap eventWith(QVariantMap const& values)
 {
     return {{"values"_s, values}};
 }
-
-QMap<int, QString> const c_errors{
-    {300, "Run time limit (Forward)"_s},
-    {301, "Run time limit (Reverse)"_s},
-    {302, "Model setting error"_s},
-    {303, "Model cancel"_s},
-    {304, "Motor stall by loosening failure"_s},
-    {309, "Bit socket tray"_s},
-    {310, "Time over in screw counting"_s},
-    {311, "Screw missing"_s},
-    {330, "Min Angle error"_s},
-    {331, "Target angle setting error"_s},
-    {332, "Angle over"_s},
-    {333, "No torque complete"_s},
-    {334, "Engaging torque detection fail"_s},
-    {335, "Converted torque error"_s},
-    {336, "Over torque error"_s},
-    {337, "Torque up at free speed"_s},
-    {338, "Thread tap max torque error"_s},
-    {339, "Thread tap min max range error"_s},
-    {342, "Holding time max angle"_s},
-};
 
 } // namespace
 
@@ -102,14 +82,17 @@ private slots:
 
     void namedErrors()
     {
+        QMap<int, QString> names;
+        for (auto const& error : controllerErrors())
+            names[error.code] = QString::fromUtf8(error.text);
         WorkingCommand listen("startListening"_s, {{"name"_s, "left bench"_s}});
         listen.execute();
         for (int code = -400; code <= 400; ++code) {
             QString course = "eventData = {error: %1, serialNumber: \"\", toolName: \"left bench\", "
                              "validityDate: \"\"}"_s.arg(code);
-            if (c_errors.contains(code))
+            if (names.contains(code))
                 course.prepend("ZRT screwdriver  \"left bench\"  error code  %1 :  \"%2\"; "_s.arg(code).arg(
-                    c_errors[code]));
+                    names[code]));
             QCOMPARE(listen.reply(eventWith({{"error"_s, code}})), course);
         }
     }

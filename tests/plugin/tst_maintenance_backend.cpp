@@ -1,5 +1,5 @@
-#include "error_line.h"
 #include "literals.h"
+#include "logged_error.h"
 #include "message_capture.h"
 #include "meta_entries.h"
 #include "signal_log.h"
@@ -103,7 +103,7 @@ public:
     QStringList take()
     {
         QStringList told = m_signals.take();
-        auto const error = ErrorLine::only(m_messages);
+        auto const error = LoggedError::only(m_messages);
         if (m_messages.lines.size() == 1)
             told += "%1:%2 %3"_s.arg(error.file).arg(error.line).arg(error.message);
         else if (!m_messages.lines.isEmpty())

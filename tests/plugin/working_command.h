@@ -1,7 +1,7 @@
 #pragma once
 
-#include "error_line.h"
 #include "literals.h"
+#include "logged_error.h"
 #include "shipped_plugin.h"
 
 #include <QLocale>
@@ -147,7 +147,7 @@ private:
         QStringList course;
         for (auto const& line : log.lines) {
             if (line.type == QtCriticalMsg)
-                course += ErrorLine::only(log).message;
+                course += LoggedError::only(log).message;
             else if (line.type != QtDebugMsg)
                 course += line.text;
         }

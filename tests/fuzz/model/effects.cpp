@@ -21,7 +21,7 @@ bool areSame(Effects const& did, Effects const& should)
            && eachSame(
                did.results, should.results,
                [](auto const& a, auto const& b) { return a.first == b.first && isSame(a.second, b.second); })
-           && eachSame(did.errors, should.errors, [](ErrorLine const& a, ErrorLine const& b) {
+           && eachSame(did.errors, should.errors, [](LoggedError const& a, LoggedError const& b) {
                   return a.file == b.file && (b.line == 0 || a.line == b.line) && a.message == b.message;
               });
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "logged_error.h"
+
 #include <QList>
 #include <QMap>
 #include <QPair>
@@ -14,14 +16,6 @@ struct Post
     QMap<QString, QVariant> arguments;
 };
 
-/// An error line, taken apart.
-struct ErrorLine
-{
-    QString file; ///< without its folder
-    int line = 0; ///< 0 where any will do
-    QString message;
-};
-
 /// What comes of one call of a command: each kind in the order in which it came, and in which order the kinds
 /// came.
 struct Effects
@@ -29,7 +23,7 @@ struct Effects
     bool answer = false;
     QList<Post> posts;
     QList<QPair<QString, QVariant>> results;
-    QList<ErrorLine> errors;
+    QList<LoggedError> errors; ///< line 0 where any will do
     QStringList infos;
     QList<quint64> withdrawn;
     QList<quint64> dropped;
@@ -39,7 +33,7 @@ struct Effects
     QByteArray kinds;     ///< a letter for each, of whatever kind
 
     void add(Post const& post) { noted('p', posts) += post; }
-    void add(ErrorLine const& error) { noted('e', errors) += error; }
+    void add(LoggedError const& error) { noted('e', errors) += error; }
     void addResult(QString const& key, QVariant const& value) { noted('r', results).append({key, value}); }
     void addInfo(QString const& info) { noted('i', infos) += info; }
     void addWithdrawn(quint64 id) { noted('w', withdrawn) += id; }

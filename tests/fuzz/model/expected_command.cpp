@@ -157,7 +157,7 @@ bool ExpectedCommand::update(char const* key, QVariant const& value)
 
 bool ExpectedCommand::refuse(int line, QString const& message)
 {
-    m_effects.add(ErrorLine{m_given.file, line, message});
+    m_effects.add(LoggedError{m_given.file, line, message, {}});
     return false;
 }
 

@@ -16,29 +16,6 @@
 namespace
 {
 
-/// Takes an error line apart; nothing unless every piece of its prefix is there.
-std::optional<ErrorLine> parsed(QString const& text, QByteArray const& className)
-{
-    QString const separator = " ;\t "_s;
-    QString const folder = "/plugins/p_tool_vesk_zrt/source/"_s;
-    QStringList pieces;
-    int from = 0;
-    for (int left = 5; left > 0; --left) {
-        int const end = text.indexOf(separator, from);
-        if (end < 0)
-            return std::nullopt;
-        pieces += text.mid(from, end - from);
-        from = end + separator.size();
-    }
-    bool const isOne = pieces[0].startsWith(QLatin1String("\n \"2"))
-                       && pieces[1].startsWith(QLatin1String("Thread = QThread(0x"))
-                       && pieces[2].startsWith(QLatin1String("This = " + className + "(0x"))
-                       && pieces[3].contains(folder);
-    if (!isOne)
-        return std::nullopt;
-    return ErrorLine{pieces[3].section(folder, 1), pieces[4].toInt(), text.mid(from).trimmed()};
-}
-
 ExpectedCommand::Declared declarationOf(ICommand const& command)
 {
     auto const arguments = command.commandArguments();
@@ -70,10 +47,10 @@ void TalkHost::hear(QtMsgType type, QMessageLogContext const& /*context*/, QStri
     if (type == QtDebugMsg) // a trace
         return;
     auto* const heard = s_current->m_heard;
-    auto const error = type == QtCriticalMsg ? parsed(text, s_current->m_className) : std::nullopt;
+    auto const error = type == QtCriticalMsg ? LoggedError::fromText(text) : std::nullopt;
     if (!heard)
         s_current->m_complain("nobody asked for this line: "_s + text);
-    else if (error)
+    else if (error && error->className == s_current->m_className)
         heard->add(*error);
     else if (type == QtInfoMsg)
         heard->addInfo(text.trimmed());
@@ -230,7 +207,7 @@ template <class Do, class Expect> void Talk::call(Do const& doIt, Expect const& 
 {
     m_effects = {};
     m_host.m_heard = &m_effects;
-    m_host.m_className = m_object->metaObject()->className();
+    m_host.m_className = QLatin1String(m_object->metaObject()->className());
     m_effects.answer = doIt();
     m_host.m_heard = nullptr;
     Effects const should = expect();

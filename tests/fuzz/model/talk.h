@@ -46,7 +46,7 @@ private:
     quint64 m_lastExpectedId = c_firstId;
     /// Of the command that works just now: what comes of it, and its class.
     Effects* m_heard = nullptr;
-    QByteArray m_className;
+    QString m_className;
 };
 
 /// A working command between its host and its controller, and beside it what it ought to be. Whatever is done

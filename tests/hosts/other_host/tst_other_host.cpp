@@ -1,4 +1,4 @@
-#include "error_line.h"
+#include "logged_error.h"
 #include "literals.h"
 #include "message_capture.h"
 
@@ -31,7 +31,7 @@ QStringList logged(MessageCapture const& messages)
 {
     QStringList found;
     if (messages.of(QtCriticalMsg).size() == 1) {
-        auto const error = ErrorLine::only(messages);
+        auto const error = LoggedError::only(messages);
         found += "%1:%2 %3"_s.arg(error.file, QString::number(error.line), error.message);
     }
     for (auto const& line : messages.lines) {
