@@ -20,7 +20,7 @@ namespace
 {
 
 /// A command whose work the test writes down: it opens what DAbstractCommand offers to derived classes.
-class TestCommand : public DAbstractCommand
+class OpenCommand : public DAbstractCommand
 {
 public:
     using DAbstractCommand::addInstruction;
@@ -35,11 +35,11 @@ public:
     using DAbstractCommand::setDescription;
     using DAbstractCommand::stopTheInstruction;
 
-    explicit TestCommand(Map const& parameters = {}) : DAbstractCommand("measure"_s, parameters, nullptr) {}
+    explicit OpenCommand(Map const& parameters = {}) : DAbstractCommand("measure"_s, parameters, nullptr) {}
 
     QSharedPointer<ICommand> createCommand(Map const& parameters) const override
     {
-        return QSharedPointer<TestCommand>::create("measure"_s, parameters, parent());
+        return QSharedPointer<OpenCommand>::create("measure"_s, parameters, parent());
     }
     bool commandExecute() override
     {
@@ -52,7 +52,7 @@ public:
 };
 
 // The contract declares it without const, although nothing changes.
-static_assert(std::is_same_v<decltype(&TestCommand::getParametersSection),
+static_assert(std::is_same_v<decltype(&OpenCommand::getParametersSection),
                              QVariant (DAbstractCommand::*)(QString const&)>);
 
 /// An order that notes what it is told.
@@ -118,7 +118,7 @@ public:
             react(name);
             return !refused.contains(name);
         };
-        QObject::connect(&command, &TestCommand::sigCommandFinished, &command, [this](bool success) {
+        QObject::connect(&command, &OpenCommand::sigCommandFinished, &command, [this](bool success) {
             log += success ? "signal true"_s : "signal false"_s;
             react("signal"_s);
         });
@@ -127,7 +127,7 @@ public:
     void post(QString const& name)
     {
         ids[name] = command.addInstruction("device"_s, name, {}, 1234,
-                                           TestCommand::OnReply(&command, &TestCommand::replied));
+                                           OpenCommand::OnReply(&command, &OpenCommand::replied));
     }
     quint64 idOf(char const* name) const { return ids.value(QLatin1String(name), 999); }
     void answers(bool answer) { log += answer ? "true"_s : "false"_s; }
@@ -147,7 +147,7 @@ public:
 
     QStringList log;
     std::unique_ptr<LoggingOrder> order = std::make_unique<LoggingOrder>(log);
-    TestCommand command;
+    OpenCommand command;
     QStringList toPost; ///< the instructions that an execution posts
     QMap<QString, quint64> ids;
     QSet<QString> refused;         ///< the instructions whose replies are not accepted
@@ -382,20 +382,20 @@ private slots:
     {
         QFETCH(QString, name);
         QFETCH(QString, stop);
-        TestCommand const command(name, stop, {}, nullptr);
+        OpenCommand const command(name, stop, {}, nullptr);
         QCOMPARE(command.commandName(), name);
         QCOMPARE(command.stopCommandName(), stop);
         QTEST(command.isRecurrent(), "isRecurrent");
         QTEST(command.isValid(), "isValid");
 
-        TestCommand const oneShot(name, {}, nullptr);
+        OpenCommand const oneShot(name, {}, nullptr);
         QCOMPARE(oneShot.commandName(), name);
         QCOMPARE(oneShot.stopCommandName(), QString());
     }
 
     void declarations()
     {
-        TestCommand command;
+        OpenCommand command;
         command.setDescription("Measures once"_s);
         command.declareAParameter("zeta"_s, "ui16"_s, "Z %1"_s, 1);
         command.declareAResult("second"_s, "int"_s, "S"_s, 2);
@@ -435,7 +435,7 @@ private slots:
 
     void parameters()
     {
-        TestCommand command({{"given and declared"_s, 1},
+        OpenCommand command({{"given and declared"_s, 1},
                              {"given alone"_s, 1},
                              {"given as zero"_s, 0},
                              {"given as invalid"_s, QVariant()},
@@ -454,7 +454,7 @@ private slots:
     {
         auto const idOf = [](Map const& parameters) {
             Bench bench;
-            TestCommand command(parameters);
+            OpenCommand command(parameters);
             bench.order->execute(command);
             return command.getParameterOrderId();
         };
@@ -496,7 +496,7 @@ private slots:
     {
         Bench bench;
         auto& order = *bench.order;
-        TestCommand command;
+        OpenCommand command;
         order.execute(command);
         QCOMPARE(command.addInstruction("device"_s, "setLock"_s, {{"lock"_s, 1}}, 4000, {}), quint64{101});
         QCOMPARE(command.addInstruction("elsewhere"_s, "getInfo"_s, {}, -1, {}), quint64{102});
@@ -512,7 +512,7 @@ private slots:
 
     void replyReachesItsHandler()
     {
-        class TwoHandlers : public TestCommand
+        class TwoHandlers : public OpenCommand
         {
         public:
             bool onOther(quint64 id, Map const& /*reply*/) { return id == 102; }
@@ -522,9 +522,9 @@ private slots:
         command.onReply = [](quint64 id, Map const&) { return id == 101; };
         bench.order->execute(command);
         command.addInstruction("device"_s, "one"_s, {}, 0,
-                               TestCommand::OnReply(&command, &TestCommand::replied));
+                               OpenCommand::OnReply(&command, &OpenCommand::replied));
         command.addInstruction("device"_s, "two"_s, {}, 0,
-                               TestCommand::OnReply(&command, &TwoHandlers::onOther));
+                               OpenCommand::OnReply(&command, &TwoHandlers::onOther));
         command.addInstruction("device"_s, "three"_s, {}, 0, nullptr);
         QVERIFY(command.setReply(102, {}));
         QVERIFY(command.setReply(101, {}));
@@ -795,7 +795,7 @@ private slots:
 
     void refusingCommandDoesNotRun()
     {
-        class Refusing : public TestCommand
+        class Refusing : public OpenCommand
         {
         public:
             bool commandExecute() override { return false; }
@@ -811,7 +811,7 @@ private slots:
         QStringList log;
         auto order = std::make_unique<LoggingOrder>(log, std::numeric_limits<quint64>::max());
         QCOMPARE(order->id(), std::numeric_limits<quint64>::max());
-        TestCommand command;
+        OpenCommand command;
         QCOMPARE(command.getOrderId(), quint64{0});
         command.linkWithItsOrder(order.get());
         QCOMPARE(command.getOrderId(), order->id());
@@ -887,7 +887,7 @@ private slots:
     void relinkingLeavesOthersOrderAlone()
     {
         Bench bench;
-        TestCommand earlier;
+        OpenCommand earlier;
         bench.order->execute(earlier);
         bench.outcome(start("one"));
         // The order serves the later command now; what becomes of the earlier one is none of its business.
@@ -901,7 +901,7 @@ private slots:
         Bench bench;
         auto& order = *bench.order;
         {
-            TestCommand command;
+            OpenCommand command;
             command.onExecute = [&command] { return command.addInstruction({}, "one"_s, {}, 0, {}) != 0; };
             QVERIFY(order.execute(command));
             QVERIFY(order.awaitsReplies());
@@ -911,7 +911,7 @@ private slots:
         order.instructionFailed(101, "gone"_s);
         QCOMPARE(bench.log, QStringList{"posted one"_s});
 
-        TestCommand next;
+        OpenCommand next;
         QVERIFY(order.execute(next));
         QCOMPARE(bench.log, (QStringList{"posted one"_s, "succeeded"_s}));
     }
@@ -919,9 +919,9 @@ private slots:
     void clonesAreIndependent()
     {
         QObject parent;
-        TestCommand prototype("measure"_s, {{"program"_s, 1}}, &parent);
+        OpenCommand prototype("measure"_s, {{"program"_s, 1}}, &parent);
         prototype.declareAResult("count"_s, "int"_s, QString(), 0);
-        auto clone = prototype.createCommand({{"program"_s, 2}}).dynamicCast<TestCommand>();
+        auto clone = prototype.createCommand({{"program"_s, 2}}).dynamicCast<OpenCommand>();
         QPointer<QObject> const watched = clone.data();
         QCOMPARE(clone->parent(), &parent);
         QCOMPARE(clone->getParametersSection("program"_s), QVariant(2));

@@ -25,18 +25,18 @@ namespace
 QUuid const c_kind(0xfe68f24c, 0xac43, 0x4833, 0xab, 0xc7, 0x7d, 0x9f, 0x33, 0x74, 0x44, 0x48);
 QUuid const c_object(0x12345678, 0x1234, 0x1234, 1, 2, 3, 4, 5, 6, 7, 8);
 
-class TestCommand : public DAbstractCommand
+class OpenCommand : public DAbstractCommand
 {
 public:
     using DAbstractCommand::declareAParameter;
     using DAbstractCommand::setDescription;
 
-    explicit TestCommand(QString const& name, QString const& stop = {}, QObject* parent = nullptr)
+    explicit OpenCommand(QString const& name, QString const& stop = {}, QObject* parent = nullptr)
         : DAbstractCommand(name, stop, {}, parent)
     {}
     QSharedPointer<ICommand> createCommand(Map const&) const override
     {
-        return QSharedPointer<TestCommand>::create(commandName(), stopCommandName(), parent());
+        return QSharedPointer<OpenCommand>::create(commandName(), stopCommandName(), parent());
     }
 };
 
@@ -57,9 +57,9 @@ public:
     IPlugin* createInstance(QUuid const&) const override { return nullptr; }
     char const* pluginSubTypeName() const override { return ""; }
 
-    TestCommand* declare(QString const& name, QString const& stop = {})
+    OpenCommand* declare(QString const& name, QString const& stop = {})
     {
-        auto* const command = new TestCommand(name, stop);
+        auto* const command = new OpenCommand(name, stop);
         declareInstructionCommand(command);
         return command;
     }
@@ -241,8 +241,8 @@ private slots:
     {
         auto plugin = std::make_unique<TestPlugin>();
         QPointer<TestPlugin> const watched = plugin.get();
-        QPointer<TestCommand> const first = plugin->declare("first"_s);
-        QPointer<TestCommand> const second = plugin->declare("second"_s);
+        QPointer<OpenCommand> const first = plugin->declare("first"_s);
+        QPointer<OpenCommand> const second = plugin->declare("second"_s);
         QCOMPARE(first->parent(), plugin.get());
         delete first;
         QCOMPARE(plugin->commandNames(), QStringList{"second"_s});
@@ -257,7 +257,7 @@ private slots:
     {
         auto owner = std::make_unique<QObject>();
         auto plugin = std::make_unique<TestPlugin>();
-        auto* const command = new TestCommand("init"_s, "stopInit"_s, owner.get());
+        auto* const command = new OpenCommand("init"_s, "stopInit"_s, owner.get());
         plugin->declareInstructionCommand(command);
         QCOMPARE(command->parent(), owner.get());
         QCOMPARE(plugin->getFunctions(true), (QStringList{"init"_s, "stopInit"_s}));
@@ -277,11 +277,11 @@ private slots:
     void pluginGoesBeforeItsWorkingCommands()
     {
         auto plugin = std::make_unique<TestPlugin>();
-        QPointer<TestCommand> const prototype = plugin->declare("init"_s);
-        auto init = prototype->createCommand({}).dynamicCast<TestCommand>();
+        QPointer<OpenCommand> const prototype = plugin->declare("init"_s);
+        auto init = prototype->createCommand({}).dynamicCast<OpenCommand>();
         auto const listen =
-            plugin->declare("listen"_s, "stop"_s)->createCommand({}).dynamicCast<TestCommand>();
-        QPointer<TestCommand> const watched = init.data();
+            plugin->declare("listen"_s, "stop"_s)->createCommand({}).dynamicCast<OpenCommand>();
+        QPointer<OpenCommand> const watched = init.data();
         QCOMPARE(plugin->commandNames(), (QStringList{"init"_s, "listen"_s}));
         MessageCapture const log;
         plugin.reset();
@@ -305,7 +305,7 @@ private slots:
         {
             TestPlugin plugin;
             plugin.declare("init"_s)->createCommand({});
-            plugin.declareInstructionCommand(new TestCommand("other"_s, {}, &owner));
+            plugin.declareInstructionCommand(new OpenCommand("other"_s, {}, &owner));
         }
         QVERIFY(log.lines.isEmpty());
     }

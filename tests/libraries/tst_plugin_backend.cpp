@@ -15,18 +15,18 @@ namespace
 {
 
 /// A backend that notes what it signals and what its host tells it.
-class TestBackend : public DAbstractPluginBackend
+class OpenBackend : public DAbstractPluginBackend
 {
     Q_OBJECT
 
 public:
-    explicit TestBackend(bool connected = false) : DAbstractPluginBackend("maintenance"_s, nullptr)
+    explicit OpenBackend(bool connected = false) : DAbstractPluginBackend("maintenance"_s, nullptr)
     {
         setConnected(connected);
-        connect(this, &TestBackend::objectIdChanged, this, [this] { log += "id of "_s + serialNumber(); });
-        connect(this, &TestBackend::abstractBackendInitialized, this,
+        connect(this, &OpenBackend::objectIdChanged, this, [this] { log += "id of "_s + serialNumber(); });
+        connect(this, &OpenBackend::abstractBackendInitialized, this,
                 [this] { log += "attached "_s + serialNumber(); });
-        connect(this, &TestBackend::sigTreatmentQueued, this,
+        connect(this, &OpenBackend::sigTreatmentQueued, this,
                 [this](int id, QString const& name, Map const& arguments) {
                     log += "queued %1 %2 %3"_s.arg(id).arg(name, arguments.value("register"_s).toString());
                 });
@@ -73,7 +73,7 @@ private slots:
         QCOMPARE(backend.objectId(), QString());
         QCOMPARE(backend.isConnected(), false);
         QCOMPARE(backend.hasPendingTreatments(), false);
-        QCOMPARE(TestBackend().serialNumber(), "nothing"_s);
+        QCOMPARE(OpenBackend().serialNumber(), "nothing"_s);
     }
 
     void property_data()
@@ -96,7 +96,7 @@ private slots:
         QFETCH(QVariant, first);
         QFETCH(QVariant, second);
         QFETCH(bool, isWritable);
-        TestBackend backend;
+        OpenBackend backend;
         auto const& meta = DAbstractPluginBackend::staticMetaObject;
         QMetaProperty const property = meta.property(meta.indexOfProperty(name));
         QCOMPARE(property.isWritable(), isWritable);
@@ -123,7 +123,7 @@ private slots:
 
     void hostAttachesElement()
     {
-        TestBackend backend;
+        OpenBackend backend;
         auto element = makeElement("1"_s);
         QWeakPointer<DElement> const watched = element;
         backend.setElement(element);
@@ -140,7 +140,7 @@ private slots:
 
     void sourceAttachesElement()
     {
-        TestBackend backend;
+        OpenBackend backend;
         QStringList& log = backend.log;
         backend.setElement(makeElement("own"_s));
         backend.setObjectId("{0}"_s);
@@ -169,7 +169,7 @@ private slots:
 
     void treatment()
     {
-        TestBackend backend;
+        OpenBackend backend;
         QVERIFY(!backend.queueTreatment(3, "read"_s, {}));
         QCOMPARE(backend.hasPendingTreatments(), false);
         backend.setConnected(true);
@@ -196,7 +196,7 @@ private slots:
 
     void treatmentIsKnownByIdAndName()
     {
-        TestBackend backend(true);
+        OpenBackend backend(true);
         QVERIFY(backend.queueTreatment(3, "read"_s, {}));
         for (auto const& [id, name] : {qMakePair(4, "read"_s), qMakePair(3, "write"_s)}) {
             QVERIFY(!backend.applyTreatmentReply(id, name, {}));
@@ -214,8 +214,8 @@ private slots:
     void treatmentIsPendingWhenTold()
     {
         // A host may be able to carry a treatment out on the spot.
-        TestBackend backend(true);
-        connect(&backend, &TestBackend::sigTreatmentQueued, this, [&](int id, QString const& name) {
+        OpenBackend backend(true);
+        connect(&backend, &OpenBackend::sigTreatmentQueued, this, [&](int id, QString const& name) {
             backend.applyTreatmentReply(id, name, {});
             backend.treatmentReleased(id, name, true);
         });

@@ -32,7 +32,7 @@ void ignoreReply(QVariantMap const& /*reply*/) {}
 
 Q_DECLARE_METATYPE(ZrtFault)
 
-/// The simulated controller as a host meets it, through its front door alone: what it allows, and what a
+/// The simulated controller as a host meets it, through its public header alone: what it allows, and what a
 /// callback may do.
 class TestZrtSimulatedController : public QObject
 {

@@ -25,7 +25,7 @@
 
 /// The host of the pages that qml/*.qml open: `bench` there, and the `application` of the page. It keeps
 /// account of what pages call, and of what the QML engine has to say.
-class PageBench : public QObject
+class TestMaintenancePage : public QObject
 {
     Q_OBJECT
 
@@ -173,5 +173,5 @@ private:
     std::optional<MessageCapture> m_messages;
 };
 
-QUICK_TEST_MAIN_WITH_SETUP(maintenance_page, PageBench)
+QUICK_TEST_MAIN_WITH_SETUP(maintenance_page, TestMaintenancePage)
 #include "tst_maintenance_page.moc"

@@ -99,8 +99,8 @@ private:
 /// order. Each operation returns what came of it: what was logged, the order's journal, and "refused" if the
 /// command answered false. The members are in the order in which a host must let go of them, last first.
 ///
-/// A test of a command says what the command is for. What becomes of every odd reply to each of its
-/// instructions is in tst_conversations.
+/// A test of a command says what the command is for. What every malformed reply does is in
+/// tst_conversations.
 class WorkingCommand
 {
 public:
@@ -146,10 +146,9 @@ private:
         bool const isTaken = operation();
         QStringList course;
         for (auto const& line : log.lines) {
-            if (line.type == QtCriticalMsg)
-                course += LoggedError::only(log).message;
-            else if (line.type != QtDebugMsg)
-                course += line.text;
+            auto const error = LoggedError::fromText(line.text);
+            if (line.type != QtDebugMsg)
+                course += line.type == QtCriticalMsg && error ? error->message : line.text;
         }
         course += order.takeJournal();
         if (!isTaken)

@@ -42,6 +42,3 @@ struct LoggedError
         return fromText(errors[0].text).value_or(LoggedError());
     }
 };
-
-inline QString const c_invalidReply = "ERROR: Invalid reply format"_s;
-inline QString const c_unmanagedFormat = "ERROR: Reply data format not managed"_s;

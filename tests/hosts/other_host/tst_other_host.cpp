@@ -1,5 +1,5 @@
-#include "logged_error.h"
 #include "literals.h"
+#include "logged_error.h"
 #include "message_capture.h"
 
 #include <plugin_management/d_abstract_command.h>

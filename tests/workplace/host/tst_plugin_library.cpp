@@ -202,6 +202,22 @@ private slots:
         QCOMPARE(library.plugin().pluginName(), "Plugin Tool ZRT"_s);
     }
 
+    void missingDependency()
+    {
+        PluginLibrary library(QStringLiteral(ODD_DEPENDENCY_FILE));
+        QCOMPARE(library.className(), "OddDependency"_s);
+        QCOMPARE(complaintOf([&] { library.plugin(); }),
+                 "%1: Cannot load library %1: (libodd_absent.so: cannot open shared object file: No such "
+                 "file or directory)"_s.arg(library.fileName()));
+    }
+
+    void otherRootObject()
+    {
+        PluginLibrary library(QStringLiteral(ODD_ROOT_FILE));
+        QCOMPARE(complaintOf([&] { library.plugin(); }),
+                 library.fileName() + ": its root object, a OddRoot, is no plugin of this host"_s);
+    }
+
 private:
     /// The plugin, as if built for another Qt.
     QByteArray builtFor(char major, char minor) const

@@ -23,12 +23,12 @@ QByteArray const emptyRecords = "{\"tools\": {}}\n";
 QByteArray const savedRecords = "{\n    \"tools\": {\n        \"left bench\": {\n            "
                                 "\"serialNumber\": \"new\"\n        }\n    }\n}\n";
 
-class TestBackend : public DAbstractPluginBackend
+class OpenBackend : public DAbstractPluginBackend
 {
     Q_OBJECT
 
 public:
-    TestBackend() : DAbstractPluginBackend("maintenance"_s, nullptr)
+    OpenBackend() : DAbstractPluginBackend("maintenance"_s, nullptr)
     {
         connect(this, &DAbstractPluginBackend::abstractBackendInitialized, this, [this] { ++attached; });
     }
@@ -170,7 +170,7 @@ private slots:
     void recordsAreAttached()
     {
         Station station;
-        TestBackend backend;
+        OpenBackend backend;
         backend.setObjectId(station.id);
         QVERIFY(backend.element());
         QCOMPARE(backend.element(), station.records.record(leftBench));
@@ -185,7 +185,7 @@ private slots:
     void recordsGoWithTheApplication()
     {
         Station station;
-        TestBackend backend;
+        OpenBackend backend;
         station.application.reset();
         backend.setObjectId(station.id);
         QCOMPARE(backend.attached, 0);

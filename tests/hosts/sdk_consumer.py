@@ -1,10 +1,11 @@
 """Follows docs/your-own-host.md: builds and installs the plugin alone with the page's own commands, against the installed
 stand-in, and looks at what comes of it.
 
-    own_host.py SOURCES CMAKE BUILD COMPILER FOLDER
+    sdk_consumer.py SOURCES CMAKE BUILD COMPILER FOLDER
 """
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -36,6 +37,8 @@ commands += re.findall(r"`(cmake --install [^`]*)`", page)
 if len(commands) != 4:
     sys.exit(f"the page has {len(commands)} commands, not one each to install, configure, build and install again")
 configure, *rest, framework = commands
+for place in ("framework", "installed", "without", "installed_controller"):
+    shutil.rmtree(folder / place, ignore_errors=True)
 for command in [framework, configure + f" -DCMAKE_CXX_COMPILER={compiler}", *rest]:
     run(*[given.get(word, word) for word in shlex.split(command.replace("\\\n", ""))])
 
@@ -60,8 +63,8 @@ if "WorkstationSdkConfig.cmake" not in run(*alone, "-B", "without", fails=True):
 
 # The simulated controller comes along if it is asked for, as docs/controller.md has it. It is not run.
 run(*alone, "-B", "controller", f"-DCMAKE_PREFIX_PATH={folder}/framework", "-DZRT_SIMULATED_CONTROLLER=ON",
-    "-DCMAKE_BUILD_TYPE=Debug")
+    "-DCMAKE_BUILD_TYPE=Debug", "-DZRT_WARNINGS_AS_ERRORS=ON")
 run(cmake, "--build", "controller", "--target", "zrt_controller")
 run(cmake, "--install", "controller", "--component", "controller", "--prefix", "installed_controller")
-if not libraries("installed_controller"):
+if "libzrt_controller.so" not in [file.name for file in libraries("installed_controller")]:
     sys.exit("the simulated controller is not installed")
