@@ -282,7 +282,8 @@ private slots:
         row("[\n[\n1\n]]", "FILE:2: [0]: must be true or false, not a list", firstItem);
         row("[\n[\n{}]]", "FILE:3: [0][0]: must be true or false, not an object",
             [&](JsonInput const& in) { in.items()[0].items()[0].toBool(); });
-        for (QByteArray const number : {"1\n", "1.5\r\n", "18446744073709551615\n"}) // ends with its line
+        for (auto const& number :
+             QByteArrayList{"1\n", "1.5\r\n", "18446744073709551615\n"}) // ends with its line
             row("[\n" + number + "]", "FILE:2: [0]: must be true or false, not a number", firstItem);
         row("[\n\"t\"\n\n]", "FILE:2: [0]: must be true or false, not a text", firstItem);
         row("\n\n7", "FILE:3: must be a text, not a number", [](JsonInput const& in) { in.toText(); });

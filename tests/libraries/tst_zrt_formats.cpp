@@ -107,7 +107,8 @@ private slots:
         row(R"({"parameters": {"a": 1.5}})",
             "1: parameters.a: must be a whole number from -2147483648 to 2147483647");
 
-        for (QByteArray const key : {"01", "-1", "+1", "65536", "4294967297", "x", "1.0", "1e1", "0x1", " 1"})
+        for (auto const& key :
+             QByteArrayList{"01", "-1", "+1", "65536", "4294967297", "x", "1.0", "1e1", "0x1", " 1"})
             row("{\"presets\": {\n\"" + key + "\": {}}}",
                 "2: presets." + key + ": a preset's key must be its number, 0 to 65535");
         auto const preset = [&row](char const* values, char const* message) {
@@ -136,14 +137,15 @@ private slots:
               "1: faults[0]: must have one of \"nth\" and \"percent\"");
         fault(R"("kind": "loss", "instruction": "getInfo", "nth": 1, "percent": 0)",
               "1: faults[0]: must have one of \"nth\" and \"percent\"");
-        for (QByteArray const kind :
-             {"loss", "duplicate", "refused", "disconnected", "missingKey", "wrongType"})
+        for (auto const& kind :
+             QByteArrayList{"loss", "duplicate", "refused", "disconnected", "missingKey", "wrongType"})
             fault("\"kind\": \"" + kind + "\", \"delay\": 0",
                   "1: faults[0].delay: goes with the kinds delay and late");
-        for (QByteArray const kind : {"delay", "late", "loss", "duplicate", "refused", "disconnected"})
+        for (auto const& kind :
+             QByteArrayList{"delay", "late", "loss", "duplicate", "refused", "disconnected"})
             fault("\"kind\": \"" + kind + "\", \"key\": \"\"",
                   "1: faults[0].key: goes with the kinds missingKey and wrongType");
-        for (QByteArray const kind : {"missingKey", "wrongType"})
+        for (auto const& kind : QByteArrayList{"missingKey", "wrongType"})
             fault("\"kind\": \"" + kind + "\", \"instruction\": \"getInfo\", \"nth\": 1",
                   "1: faults[0]: the key \"key\" is missing");
     }

@@ -203,8 +203,9 @@ private slots:
     {
         OLM_DZrtToolChannel model;
         fill(model, "a b"_s);
+        QList<int> rolesWithData;
         for (int row = -1; row < 4; ++row) {
-            QList<int> rolesWithData;
+            rolesWithData.clear();
             for (int role = -2; role < 2 * c_objectRole; ++role) {
                 if (model.data(indexAt(row), role).isValid())
                     rolesWithData += role;

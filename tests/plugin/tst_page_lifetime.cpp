@@ -109,7 +109,7 @@ public:
 
     QSharedPointer<DZrtToolChannel> appendChannel(QString const& id) const
     {
-        auto const channel = DZrtToolChannel::create({{"id"_s, id}});
+        auto channel = DZrtToolChannel::create({{"id"_s, id}});
         channel->setReadCommand("read "_s + id);
         backend->statusChannelsModel()->append(channel);
         return channel;

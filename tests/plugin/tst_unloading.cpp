@@ -95,7 +95,7 @@ public:
         if (!command->setReply(order.posted.first().id, {{"lockStatus"_s, 1}}) || order.finishes.size() != 1)
             return "the command does not end"_s;
 
-        QSharedPointer<DElement> const record(new DElement);
+        QSharedPointer<DElement> record(new DElement);
         record->setSerialNumber("ZRT-0042"_s);
         DAbstractPluginBackend::setElementSource([record](QString const&) { return record; });
         Application application;

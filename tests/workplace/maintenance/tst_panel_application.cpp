@@ -44,10 +44,11 @@ class Station
 public:
     Station()
     {
-        QObject::connect(application.get(), &PanelApplication::configChanged, [this] {
+        QObject::connect(application.get(), &PanelApplication::configChanged, application.get(), [this] {
             signalled += application->property("isConfigChanged").toBool() ? "changed"_s : "unchanged"_s;
         });
-        QObject::connect(application.get(), &PanelApplication::saved, [this] { signalled += "saved"_s; });
+        QObject::connect(application.get(), &PanelApplication::saved, application.get(),
+                         [this] { signalled += "saved"_s; });
     }
 
     void call(char const* function) const

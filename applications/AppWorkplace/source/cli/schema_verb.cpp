@@ -123,10 +123,10 @@ private:
             return;
         }
         for (auto const& kind : kinds) {
-            std::string const former = std::exchange(m_others, {});
-            std::string const rows = parts({}, kind);
-            m_others = former + "\n| " + code(path) + " with " + code(kind["required"][0]) + c_columns + rows
-                       + m_others;
+            std::string table = std::exchange(m_others, {});
+            table += "\n| " + code(path) + " with " + code(kind["required"][0]) + c_columns;
+            table += parts({}, kind);
+            m_others.insert(0, table);
         }
     }
     /// Objects that tell by the text of one key which other keys they have.
